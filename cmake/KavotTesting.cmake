@@ -1,0 +1,17 @@
+# kv_add_qtest(<name> SOURCES <files...> LIBS <targets...> [LABELS <labels...>] [TIMEOUT <s>])
+# One Qt Test executable registered with CTest. Tests run headless and with a private data
+# folder so they never touch the user's settings, log or projects.
+function(kv_add_qtest name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE Qt6::Test ${ARG_LIBS})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+  add_test(NAME ${name} COMMAND ${name})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 300)
+  endif()
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT ${ARG_TIMEOUT}
+    LABELS "${ARG_LABELS}"
+    ENVIRONMENT "QT_QPA_PLATFORM=offscreen;XDG_DATA_HOME=${CMAKE_BINARY_DIR}/testdata/${name}/data;XDG_CONFIG_HOME=${CMAKE_BINARY_DIR}/testdata/${name}/config;XDG_RUNTIME_DIR=${CMAKE_BINARY_DIR}/testdata/${name}/run;KAVOT_BUILD_DIR=${CMAKE_BINARY_DIR};KAVOT_SOURCE_DIR=${CMAKE_SOURCE_DIR}")
+endfunction()
