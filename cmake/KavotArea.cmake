@@ -1,0 +1,26 @@
+# kv_add_area(<area> [DEPS <targets...>])
+# The static library kv<area> from every .cpp/.h of src/<area>/. Sources are globbed so that
+# adding a class pair needs no edit here.
+function(kv_add_area area)
+  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  file(GLOB _sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+  if(NOT _sources)
+    return()
+  endif()
+  add_library(kv${area} STATIC ${_sources})
+  target_include_directories(kv${area} PUBLIC ${CMAKE_SOURCE_DIR}/src ${CMAKE_BINARY_DIR}/generated)
+  target_link_libraries(kv${area} PUBLIC ${ARG_DEPS})
+endfunction()
+
+# kv_add_area_tests(<area> LIBS <targets...> [LABELS <labels...>])
+# One Qt Test executable per tests/<area>/tst_*.cpp, plus any helper .cpp/.h beside them.
+function(kv_add_area_tests area)
+  cmake_parse_arguments(ARG "" "" "LIBS;LABELS" ${ARGN})
+  file(GLOB _tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/tst_*.cpp)
+  file(GLOB _helpers CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+  list(REMOVE_ITEM _helpers ${_tests})
+  foreach(_t ${_tests})
+    get_filename_component(_name ${_t} NAME_WE)
+    kv_add_qtest(${_name} SOURCES ${_t} ${_helpers} LIBS ${ARG_LIBS} LABELS ${area} ${ARG_LABELS})
+  endforeach()
+endfunction()
