@@ -1,0 +1,34 @@
+#include "project/basenode.h"
+
+#include <QCryptographicHash>
+#include <QMetaType>
+#include <QUuid>
+
+namespace OVProject {
+
+void registerMetaTypes()
+{
+    static const bool done = [] {
+        // A typedef registration: queued connections look the type up by the name written in the
+        // signal's signature, which is "OVProject::Id", not "QString".
+        qRegisterMetaType<QString>("OVProject::Id");
+        return true;
+    }();
+    Q_UNUSED(done);
+}
+
+BaseNode::BaseNode(const Id &id, QObject *parent)
+    : QObject(parent)
+    , m_id(id.isEmpty() ? newId() : id)
+{
+    registerMetaTypes();
+}
+
+Id BaseNode::newId() { return QUuid::createUuid().toString(QUuid::WithoutBraces); }
+
+QString BaseNode::md5Hex(const QString &text)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(text.toUtf8(), QCryptographicHash::Md5).toHex());
+}
+
+} // namespace OVProject
