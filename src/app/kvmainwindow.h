@@ -34,6 +34,8 @@ public:
     NXLogWidget *logWidget() const { return m_logWidget; }
     // The user who codes in this session: the remembered login, else the system user.
     QString currentUser() const;
+    // The modified mark of the open project (title "[*]", the question on close).
+    void setModified(bool modified);
 
 Q_SIGNALS:
     void projectOpened();
@@ -82,7 +84,6 @@ private:
     void createActions();
     void createMenus();
     void setProject(OVProject::Project *project, const QString &path);
-    void setModified(bool modified);
     void updateRecentProjectsMenu();
     void updateProjectActions();
     void updateProjectSummary();

@@ -6,6 +6,7 @@
 #include "log/nxlog.h"
 #include "settings/ovsettings.h"
 
+#include <QDialog>
 #include <QDir>
 #include <QMessageBox>
 #include <QStandardPaths>
@@ -65,6 +66,18 @@ int main(int argc, char *argv[])
     bool terminated = false;
     QObject::connect(&termination, &OVTerminationWatcher::terminationRequested, &app, [&terminated, &app] {
         terminated = true;
+        // A question on screen runs an event loop of its own, and one asked before the main loop
+        // starts would outlive quit(): answer it "no" so the session can end.
+        for (int guard = 0; guard < 16; ++guard) {
+            QWidget *modal = QApplication::activeModalWidget();
+            if (!modal)
+                break;
+            if (auto *dialog = qobject_cast<QDialog *>(modal))
+                dialog->reject();
+            else
+                modal->close();
+            modal->hide();
+        }
         app.quit();
     });
 

@@ -2,6 +2,7 @@
 
 #include "kavotversion.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>

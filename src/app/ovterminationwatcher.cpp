@@ -1,5 +1,6 @@
 #include "app/ovterminationwatcher.h"
 
+#include <QDebug>
 #include <QSocketNotifier>
 
 #include <signal.h>

@@ -53,8 +53,9 @@ bool OVSettings::open(const QString &iniPath)
     m_path = iniPath;
     m_lastError.clear();
     QFileInfo info(iniPath);
-    QDir().mkpath(info.absolutePath());
-    if (info.exists() && !info.isReadable())
+    if (!QDir().mkpath(info.absolutePath()))
+        m_lastError = QStringLiteral("Settings folder cannot be made: %1").arg(info.absolutePath());
+    else if (info.exists() && !info.isReadable())
         m_lastError = QStringLiteral("Settings file cannot be read: %1").arg(iniPath);
 
     bool ok = m_lastError.isEmpty();

@@ -194,12 +194,15 @@ private Q_SLOTS:
         app->setReadChannel(QProcess::StandardError);
         QString err;
         // Where the log file is unusable the lines go to standard error instead.
-        QTRY_VERIFY_WITH_TIMEOUT((err += QString::fromLocal8Bit(app->readAllStandardError()), box.log() + err).contains(expected), 20000);
-        QTRY_VERIFY_WITH_TIMEOUT((err += QString::fromLocal8Bit(app->readAllStandardError()), box.log() + err).contains("OS Info:"), 20000);
+        auto seen = [&]() -> QString {
+            err += QString::fromLocal8Bit(app->readAllStandardError());
+            return box.log() + err;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(seen().contains(expected), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(seen().contains("OS Info:"), 20000);
         QVERIFY(app->state() == QProcess::Running);
         QVERIFY(terminate(app));
-        err += QString::fromLocal8Bit(app->readAllStandardError());
-        QVERIFY((box.log() + err).contains("Application finished"));
+        QVERIFY(seen().contains("Application finished"));
     }
 };
 
