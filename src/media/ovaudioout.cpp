@@ -66,7 +66,7 @@ void OVAudioOut::setPlayer(OVAudioPlayerInterface *player)
     connect(m_playerObject, SIGNAL(stateChanged()), this, SLOT(onPlayerStateChanged()));
 }
 
-bool OVAudioOut::open(int sampleRate)
+bool OVAudioOut::open(int sampleRate, double suggestedLatency)
 {
     close();
     // Allocate here, on the caller's thread, while no callback runs.
@@ -99,7 +99,8 @@ bool OVAudioOut::open(int sampleRate)
     params.device = device;
     params.channelCount = Channels;
     params.sampleFormat = paInt16;
-    params.suggestedLatency = info->defaultLowOutputLatency;
+    params.suggestedLatency =
+        suggestedLatency > 0.0 ? suggestedLatency : info->defaultLowOutputLatency;
     params.hostApiSpecificStreamInfo = nullptr;
 
     PaStream *stream = nullptr;
@@ -117,7 +118,7 @@ bool OVAudioOut::open(int sampleRate)
     }
     m_stream = stream;
     qDebug() << "AudioOut: opened" << info->name << "at" << sampleRate << "Hz, latency"
-             << info->defaultLowOutputLatency;
+             << params.suggestedLatency;
     return true;
 }
 

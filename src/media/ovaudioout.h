@@ -36,7 +36,9 @@ public:
 
     // Opens the default output at sampleRate; closes any stream open before. False (and a
     // closed output) when there is no device or PortAudio refuses; the ring is reset either way.
-    bool open(int sampleRate);
+    // The suggested latency is the device's default low output latency unless one is given
+    // (seconds, > 0).
+    bool open(int sampleRate, double suggestedLatency = 0.0);
     void close();
     bool start();
     void stop();
