@@ -29,7 +29,8 @@ struct OVAudioOutCallbacks
     static void finished(void *) {}
 };
 
-OVAudioOut::OVAudioOut(QObject *parent) : QObject(parent)
+OVAudioOut::OVAudioOut(QObject *parent)
+    : QObject(parent), m_ring(static_cast<std::size_t>(RingSeconds * RingRate) * Channels)
 {
     const PaError err = Pa_Initialize();
     m_paInitialised = err == paNoError;
@@ -69,9 +70,9 @@ void OVAudioOut::setPlayer(OVAudioPlayerInterface *player)
 bool OVAudioOut::open(int sampleRate, double suggestedLatency)
 {
     close();
-    // Allocate here, on the caller's thread, while no callback runs.
-    const int ringRate = std::clamp(sampleRate, 8000, 384000);
-    m_ring.reset(static_cast<std::size_t>(ringRate * RingSeconds) * Channels);
+    // The ring is left alone: the decoding thread may already be writing the first sound of
+    // this stream into it (a start or seek flushes older sound through the queues' serial).
+    m_ringReadAtOpen = m_ring.readCount();
     m_framesConsumed.store(0, std::memory_order_release);
     m_sampleRate = sampleRate;
 
@@ -158,6 +159,12 @@ void OVAudioOut::stop()
         if (err != paNoError)
             qWarning() << "AudioOut: Pa_StopStream failed:" << Pa_GetErrorText(err);
     }
+}
+
+quint64 OVAudioOut::framesPlayed() const
+{
+    const quint64 read = m_ring.readCount();
+    return read > m_ringReadAtOpen ? (read - m_ringReadAtOpen) / Channels : 0;
 }
 
 bool OVAudioOut::isRunning() const

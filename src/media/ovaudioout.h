@@ -25,8 +25,11 @@ class OVAudioOut : public QObject
 public:
     static constexpr int Channels = 2;
     static constexpr unsigned long FramesPerBuffer = 256;
-    // How much sound the ring holds: enough for the decoder's lead at the slowest speed.
+    // How much sound the ring holds: enough for the decoder's lead at the slowest speed, at
+    // rates up to RingRate. It is allocated once, with the object: the decoding thread may
+    // already write into it while the GUI thread opens the stream.
     static constexpr double RingSeconds = 8.0;
+    static constexpr int RingRate = 96000;
 
     explicit OVAudioOut(QObject *parent = nullptr);
     ~OVAudioOut() override;
@@ -35,7 +38,7 @@ public:
     void setPlayer(OVAudioPlayerInterface *player);
 
     // Opens the default output at sampleRate; closes any stream open before. False (and a
-    // closed output) when there is no device or PortAudio refuses; the ring is reset either way.
+    // closed output) when there is no device or PortAudio refuses. The ring keeps its contents.
     // The suggested latency is the device's default low output latency unless one is given
     // (seconds, > 0).
     bool open(int sampleRate, double suggestedLatency = 0.0);
@@ -52,12 +55,12 @@ public:
     bool isMuted() const { return m_muted.load(std::memory_order_relaxed); }
     bool isStopped() const { return m_stopped.load(std::memory_order_relaxed); }
 
-    // The ring the decoding thread writes into (valid for the object's life; reset by open()).
+    // The ring the decoding thread writes into (valid for the object's life).
     OVAudioRing *ring() { return &m_ring; }
     // Frames the device has taken from the callback since open(), silence included.
     quint64 framesConsumed() const { return m_framesConsumed.load(std::memory_order_acquire); }
     // Frames of real sound taken out of the ring since open().
-    quint64 framesPlayed() const { return m_ring.readCount() / Channels; }
+    quint64 framesPlayed() const;
 
     // The callback's work: fills frames × 2 samples of out from the ring. When fewer samples are
     // buffered, out gets exact silence and nothing is consumed, so playback resumes with the
@@ -82,6 +85,7 @@ private:
     bool m_paInitialised = false;
     int m_sampleRate = 0;
     OVAudioRing m_ring;
+    quint64 m_ringReadAtOpen = 0;
     QPointer<QObject> m_playerObject;
     OVAudioPlayerInterface *m_player = nullptr;
 
