@@ -2,6 +2,8 @@
 
 #include <QThread>
 
+#include <algorithm>
+
 OVPlaybackEngine::OVPlaybackEngine(OVPlaybackClock::TimeSource now) : m_clock(std::move(now)) {}
 
 void OVPlaybackEngine::begin(bool hasVideo, double startOffset, OVAudioRing *ring)
@@ -35,6 +37,16 @@ bool OVPlaybackEngine::pause()
 bool OVPlaybackEngine::resume()
 {
     return m_clock.resume();
+}
+
+void OVPlaybackEngine::setPlayRange(double start, double length, double duration)
+{
+    start = std::max(start, 0.0);
+    length = std::max(length, 1.0);
+    if (start + length >= duration)
+        length = duration - start - 0.1;
+    m_playRangeStart = start;
+    m_playRangeLength = length;
 }
 
 OVPlaybackQueues::VideoFramePtr OVPlaybackEngine::takeDueFrame(double presentationOffset)

@@ -62,6 +62,12 @@ public:
     void setVolume(double volume) { m_volume.store(volume, std::memory_order_relaxed); }
     double volume() const { return m_volume.load(std::memory_order_relaxed); }
     double position() const { return m_clock.position(); }
+    // The part of the media to play (GUI thread). The start is at least 0 and the length at
+    // least 1 s; a range reaching the duration ends 0.1 s before it.
+    void setPlayRange(double start, double length, double duration);
+    double playRangeStart() const { return m_playRangeStart; }
+    double playRangeLength() const { return m_playRangeLength; }
+
     // The newest picture due at the position plus presentationOffset (media seconds), once.
     OVPlaybackQueues::VideoFramePtr takeDueFrame(double presentationOffset = 0.0);
 
@@ -97,6 +103,9 @@ private:
     OVPlaybackClock m_clock;
     OVPlaybackQueues m_queues;
     std::atomic<double> m_volume{1.0};
+    // -- GUI thread only.
+    double m_playRangeStart = 0.0;
+    double m_playRangeLength = 0.0;
     // -- Decoding thread only (set by begin()).
     bool m_hasVideo = false;
     double m_startOffset = 0.0;

@@ -89,7 +89,11 @@ void OVPlaybackQueues::pumpAudio(double gain, double clockPosition)
             const quint64 played = m_ring->readCount();
             while (!m_audio.empty()) {
                 const QueuedAudio &front = m_audio.front();
-                if (front.handedOver < front.buffer.samples.size() || front.ringEnd > played)
+                const bool inRingAndPlayed = front.handedOver == front.buffer.samples.size()
+                                             && front.ringEnd <= played;
+                // A device that never starts (or stalls) must not make the queue grow forever.
+                const bool longPast = front.buffer.time < clockPosition - StaleAudioSeconds;
+                if (!inRingAndPlayed && !longPast)
                     break;
                 retired.push_back(std::move(m_audio.front()));
                 m_audio.pop_front();

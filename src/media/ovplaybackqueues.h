@@ -36,6 +36,9 @@ public:
     // The decoder may run this many times the time factor (clock seconds) ahead.
     static constexpr double LeadFactor = 2.0;
     static constexpr int ThrottleStepMs = 10;
+    // Sound this far (clock seconds) behind the clock is dropped even if the device has not
+    // played it.
+    static constexpr double StaleAudioSeconds = 2.0;
 
     // One converted picture: 24-bit RGB rows padded to 4 bytes.
     struct VideoFrame
@@ -69,7 +72,7 @@ public:
     OVPlaybackQueues &operator=(const OVPlaybackQueues &) = delete;
 
     // The ring that pumpAudio() feeds, or null when there is no sound output: buffers are then
-    // retired when the clock passes them. Set while the decoder is not running.
+    // retired when the clock passes them. Any thread.
     void setAudioRing(OVAudioRing *ring);
 
     // -- Serials (any thread)
@@ -90,8 +93,9 @@ public:
     // early after a seek).
     bool pushAudioBuffer(AudioBuffer buffer, quint64 serial, bool hasVideo);
     // Moves queued samples into the ring as far as it has room, applying the entry gain, and
-    // retires the buffers the callback has played. Without a ring, retires the buffers whose
-    // time the clock has passed. Call after each push and while waiting.
+    // retires the buffers the callback has played (or that lie StaleAudioSeconds behind the
+    // clock). Without a ring, retires the buffers whose time the clock has passed. Call after
+    // each push and while waiting.
     void pumpAudio(double gain, double clockPosition);
 
     // True when the decoder should wait: both the lead (newest queued time − clockPosition +

@@ -200,6 +200,32 @@ private Q_SLOTS:
         QVERIFY2(span.length() <= 2.0 + 1.0 / Fps + 1e-9, qPrintable(QString::number(span.length())));
     }
 
+    void playRange_data()
+    {
+        QTest::addColumn<double>("start");
+        QTest::addColumn<double>("length");
+        QTest::addColumn<double>("duration");
+        QTest::addColumn<double>("wantStart");
+        QTest::addColumn<double>("wantLength");
+        QTest::newRow("inside") << 10.0 << 5.0 << 60.0 << 10.0 << 5.0;
+        QTest::newRow("negative start") << -3.0 << 5.0 << 60.0 << 0.0 << 5.0;
+        QTest::newRow("short length") << 10.0 << 0.2 << 60.0 << 10.0 << 1.0;
+        QTest::newRow("reaches the end") << 50.0 << 10.0 << 60.0 << 50.0 << 9.9;
+        QTest::newRow("past the end") << 50.0 << 30.0 << 60.0 << 50.0 << 9.9;
+    }
+    void playRange()
+    {
+        QFETCH(double, start);
+        QFETCH(double, length);
+        QFETCH(double, duration);
+        QFETCH(double, wantStart);
+        QFETCH(double, wantLength);
+        OVPlaybackEngine engine;
+        engine.setPlayRange(start, length, duration);
+        QCOMPARE(engine.playRangeStart(), wantStart);
+        QVERIFY(qFuzzyCompare(engine.playRangeLength(), wantLength));
+    }
+
     void startOffsetIsTakenOff()
     {
         OVPlaybackEngine engine([this] { return m_now; });

@@ -253,6 +253,21 @@ private Q_SLOTS:
         QCOMPARE(q.audioBufferCount(), 0);
     }
 
+    void soundTheDeviceNeverTakesIsDroppedOnceLongPast()
+    {
+        OVAudioRing ring(8);
+        OVPlaybackQueues q;
+        q.setAudioRing(&ring);
+        const quint64 s = q.newSerial();
+        for (int i = 0; i < 10; ++i)
+            q.pushAudioBuffer(soundAt(i * 0.5), s, false);
+        q.pumpAudio(1.0, 0.0);
+        QCOMPARE(q.audioBufferCount(), 10);
+        q.pumpAudio(1.0, 3.2); // buffers before 1.2 are more than 2 s behind
+        QCOMPARE(q.audioBufferCount(), 7);
+        QCOMPARE(q.audioSpan().oldest, 1.5);
+    }
+
     void withoutARingTheClockRetiresSound()
     {
         OVPlaybackQueues q;
