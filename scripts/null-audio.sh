@@ -10,7 +10,9 @@
 # DIR defaults to $KAVOT_NULL_AUDIO_DIR, else /tmp/kavot-null-audio-<uid>. The printed lines are
 # "export NAME=value" (eval-able): HOME (holds the .asoundrc), XDG_RUNTIME_DIR, PULSE_SERVER,
 # and KAVOT_NULL_SINK (the sink's name; record "<sink>.monitor" to hear what was played).
-# KAVOT_NULL_AUDIO_RATE sets the sink's rate (default 48000).
+# KAVOT_NULL_AUDIO_RATE sets the sink's rate (default 48000). With KAVOT_NULL_AUDIO_OWNER=<pid>
+# the server is also stopped (and DIR removed) once that process has gone, so a test that
+# crashes leaves nothing running.
 set -euo pipefail
 
 action=start
@@ -69,6 +71,18 @@ stop_server() {
   fi
 }
 
+watch_owner() {
+  local owner=${KAVOT_NULL_AUDIO_OWNER:-}
+  [ -n "$owner" ] || return 0
+  local self
+  self=$(readlink -f "$0")
+  # Detached from the caller's session and output, so the caller's wait ends now.
+  setsid bash -c '
+    while kill -0 "$1" 2>/dev/null; do sleep 1; done
+    exec bash "$2" stop "$3"
+  ' watch "$owner" "$self" "$dir" </dev/null >/dev/null 2>&1 &
+}
+
 start_server() {
   command -v pulseaudio >/dev/null || die "pulseaudio is not installed (scripts/install-deps.sh)"
   command -v pactl >/dev/null || die "pactl is not installed (pulseaudio-utils)"
@@ -113,6 +127,7 @@ EOF
 
   for _ in $(seq 1 100); do
     if server_answers; then
+      watch_owner
       print_env
       return 0
     fi

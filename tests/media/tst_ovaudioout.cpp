@@ -107,6 +107,10 @@ private Q_SLOTS:
     {
         m_serverDir = QDir::tempPath() + QStringLiteral("/kvna-") + QString::number(QCoreApplication::applicationPid());
         QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"),
+                   QString::number(QCoreApplication::applicationPid()));
+        p.setProcessEnvironment(env);
         p.start(QStringLiteral("bash"), {script(), QStringLiteral("start"), m_serverDir});
         if (!p.waitForFinished(20000) || p.exitCode() != 0) {
             m_serverError = QStringLiteral("null audio server did not start: ")
