@@ -52,3 +52,12 @@ QString OVFileMediaSource::name() const
     QMutexLocker lock(&m_mutex);
     return m_file.fileName();
 }
+
+QString OVFileMediaSource::errorString() const
+{
+    QMutexLocker lock(&m_mutex);
+    if (m_file.isOpen())
+        return QString();
+    return m_file.exists() ? QStringLiteral("The file cannot be read: ") + m_file.errorString()
+                           : QStringLiteral("The file does not exist: ") + m_file.fileName();
+}

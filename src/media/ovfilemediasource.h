@@ -21,6 +21,7 @@ public:
     qint64 size() const override;
     bool read(qint64 from, qint64 to, QByteArray &out, const std::atomic<bool> *cancel) override;
     QString name() const override;
+    QString errorString() const override;
 
 private:
     mutable QMutex m_mutex;

@@ -19,7 +19,7 @@ public:
         int height = 0;
         QString sampleAspectRatio; // "num:den", empty when unknown
         QString displayAspectRatio;
-        int rotation = 0; // clockwise degrees
+        int rotation = 0; // display-matrix degrees, counterclockwise, (-180, 180]
         QString channelLayout; // e.g. "stereo"
         int channels = 0;
         QString sampleFormat;

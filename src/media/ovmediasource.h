@@ -28,6 +28,8 @@ public:
     virtual void wakeReaders() {}
     // What the log shows for this source (a path or a URL).
     virtual QString name() const = 0;
+    // Why the source cannot be read at all (e.g. the file is missing); empty while it is readable.
+    virtual QString errorString() const { return QString(); }
 
 Q_SIGNALS:
     // Emitted by sources that have to wait for data (from the reading thread).

@@ -55,10 +55,12 @@ bool OVVideoConverter::rotationFromDisplayMatrix(const quint8 *data, size_t size
     const double ccw = av_display_rotation_get(matrix);
     if (std::isnan(ccw))
         return false;
-    int cw = int(std::lround(-ccw)) % 360;
-    if (cw < 0)
-        cw += 360;
-    *degrees = cw;
+    int angle = int(std::lround(ccw)) % 360;
+    if (angle <= -180)
+        angle += 360;
+    else if (angle > 180)
+        angle -= 360;
+    *degrees = angle;
     return true;
 }
 

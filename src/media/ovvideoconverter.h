@@ -15,7 +15,9 @@ struct OVVideoFrame
     QImage image; // QImage::Format_RGB888, width a multiple of 4
     double time = 0.0; // seconds from the start of the media, set by the caller
     double pixelAspect = 1.0;
-    int rotation = 0; // clockwise degrees the picture must be turned to stand upright
+    // The display-matrix rotation: degrees counterclockwise, in (-180, 180]; ±90 swaps the shown
+    // width and height.
+    int rotation = 0;
     int serial = 0; // the decoder's seek serial the frame was made under
 };
 
@@ -33,7 +35,8 @@ public:
     // kept (a maximum of 0 or less leaves that side free), the width rounded down to a multiple of 4
     // and the height following the rounding. Never smaller than 4 × 1.
     static QSize outputSize(const QSize &coded, const QSize &maximum);
-    // Clockwise rotation in degrees [0, 360) from a 3 × 3 display matrix of at least 36 bytes.
+    // The rotation of a 3 × 3 display matrix of at least 36 bytes, in counterclockwise degrees within
+    // (-180, 180].
     static bool rotationFromDisplayMatrix(const quint8 *data, size_t size, int *degrees);
 
     // Prepares for pictures of the given coded size and pixel format. `stream` (may be null)

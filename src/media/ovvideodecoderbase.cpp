@@ -286,8 +286,16 @@ void OVVideoDecoderBase::run()
         m_duration = 0.0;
     }
 
-    const int code = startUp();
-    if (code != NoError) {
+    int code = startUp();
+    if (code != NoError && code != StoppedError && m_shouldStop.load()) {
+        // Whatever failed was cut short by the stop itself.
+        qDebug() << "Should stop is true, line:" << __LINE__ << "start-up ended with" << code;
+        code = StoppedError;
+        setError(StoppedError, QString());
+    }
+    if (code == StoppedError) {
+        m_errorCode = code;
+    } else if (code != NoError) {
         if (code < FirstSubclassError)
             qWarning() << "Failed to open source:" << sourceName();
         m_errorCode = code;
@@ -355,8 +363,11 @@ int OVVideoDecoderBase::startUp()
     int err = avformat_open_input(&m_formatContext, nullptr, nullptr, nullptr);
     if (err < 0) {
         // On failure FFmpeg frees the format context but leaves our I/O context to us.
-        const QString details = ffmpegErrorText(err);
+        QString details = ffmpegErrorText(err);
         qWarning() << "avformat_open_input failed:" << details;
+        // The source knows better than FFmpeg why a file it cannot read has no data.
+        if (const QString why = m_file->errorString(); !why.isEmpty())
+            details = why;
         setError(OpenInputError, QStringLiteral("Failed to open input\nDetails:\n\t") + details);
         return OpenInputError;
     }

@@ -40,6 +40,9 @@ public:
         StreamInfoError = 4,
         NoStreamError = 5,
         DecodeError = 6,
+        // stop() came before start-up was done: not a failure the user must hear about, so the
+        // message stays empty and errorRaised() is not emitted.
+        StoppedError = 7,
         // initDecoding() may return its own codes from here on.
         FirstSubclassError = 100
     };
