@@ -386,8 +386,11 @@ int OVVideoDecoderBase::startUp()
         m_videoStreamIndex = videoIndex;
         const int size = av_image_alloc(m_imageData, m_imageLinesize, m_videoCodec->width, m_videoCodec->height,
                                         m_videoCodec->pix_fmt, 1);
-        if (size < 0)
+        if (size < 0) {
             qWarning() << "av_image_alloc failed:" << ffmpegErrorText(size);
+            // On failure FFmpeg frees the buffer but may leave its address in the pointers.
+            std::fill(std::begin(m_imageData), std::end(m_imageData), nullptr);
+        }
     }
 
     // Opening the audio streams counts them; every nth up to the count is a separate stream.

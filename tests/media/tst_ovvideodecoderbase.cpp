@@ -35,6 +35,8 @@ private Q_SLOTS:
     void restartAfterStop();
     void badInput_data();
     void badInput();
+    void fuzzerFindings_data();
+    void fuzzerFindings();
 
 private:
     QString file(const QString &name) const { return m_dir.filePath(name); }
@@ -412,6 +414,30 @@ void TestOVVideoDecoderBase::badInput()
     QMutexLocker lock(&decoder.mutex);
     QVERIFY(decoder.deinitCalled);
     QVERIFY(!decoder.endOfStream);
+}
+
+void TestOVVideoDecoderBase::fuzzerFindings_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<int>("code");
+    // Probed as a picture too large to allocate: a failed image allocation used to be freed twice.
+    QTest::newRow("image allocation fails") << (QByteArray(257, '\0') + QByteArray("\x13\xe0", 2)) << 0;
+}
+
+void TestOVVideoDecoderBase::fuzzerFindings()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(int, code);
+    OVMemoryMediaSource source(content);
+    RecordingDecoder decoder;
+    decoder.setSource(&source);
+    decoder.setProbeLimits(32768, 200000);
+    QSignalSpy init(&decoder, &OVVideoDecoderBase::initFinished);
+    QSignalSpy ended(&decoder, &OVVideoDecoderBase::videoFinished);
+    QVERIFY(MediaTest::runToEnd(&decoder));
+    QCOMPARE(init.count(), 1);
+    QCOMPARE(ended.count(), 1);
+    QCOMPARE(decoder.lastError().code(), code);
 }
 
 QTEST_GUILESS_MAIN(TestOVVideoDecoderBase)
