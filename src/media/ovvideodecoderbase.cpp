@@ -98,6 +98,12 @@ int OVVideoDecoderBase::seekSerial() const
     return m_seekSerial.load();
 }
 
+bool OVVideoDecoderBase::isSeekPending() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_pendingSeek >= 0.0;
+}
+
 double OVVideoDecoderBase::duration() const
 {
     QMutexLocker lock(&m_mutex);

@@ -71,6 +71,9 @@ public:
     void requestSeek(double seconds);
     // Increases with each seek carried out; frames made after a seek carry the new value.
     int seekSerial() const;
+    // True from requestSeek() until the decoding thread picks the request up (waits that hold the
+    // decoding thread, such as a throttle, should end when this turns true).
+    bool isSeekPending() const;
 
     // The duration in seconds (container duration less the start offset), valid after initFinished.
     double duration() const;
