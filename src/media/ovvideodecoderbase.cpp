@@ -98,6 +98,12 @@ int OVVideoDecoderBase::seekSerial() const
     return m_seekSerial.load();
 }
 
+QMap<int, int> OVVideoDecoderBase::audioSampleRates() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_audioSampleRates;
+}
+
 bool OVVideoDecoderBase::isSeekPending() const
 {
     QMutexLocker lock(&m_mutex);
@@ -290,6 +296,7 @@ void OVVideoDecoderBase::run()
         QMutexLocker lock(&m_mutex);
         m_pendingSeek = -1.0;
         m_duration = 0.0;
+        m_audioSampleRates.clear();
     }
 
     int code = startUp();
@@ -302,8 +309,7 @@ void OVVideoDecoderBase::run()
     if (code == StoppedError) {
         m_errorCode = code;
     } else if (code != NoError) {
-        if (code < FirstSubclassError)
-            qWarning() << "Failed to open source:" << sourceName();
+        qWarning() << "Failed to open source:" << sourceName();
         m_errorCode = code;
         Q_EMIT errorRaised();
     }
@@ -437,6 +443,8 @@ int OVVideoDecoderBase::startUp()
     {
         QMutexLocker lock(&m_mutex);
         m_duration = duration - m_startOffset;
+        for (const auto &entry : m_audioStreams)
+            m_audioSampleRates.insert(entry.first, entry.second.sampleRate);
     }
 
     AVStream *videoStream = m_videoStreamIndex >= 0 ? m_formatContext->streams[m_videoStreamIndex] : nullptr;
@@ -540,16 +548,21 @@ bool OVVideoDecoderBase::decodePacket(AVCodecContext *codec, const AVPacket *pac
     int err = avcodec_send_packet(codec, packet);
     if (err < 0 && err != AVERROR(EAGAIN) && err != AVERROR_EOF)
         return fail(err);
+    bool gotFrame = false;
     for (;;) {
         if (m_shouldStop.load()) {
             qDebug() << "Should stop is true, line:" << __LINE__;
             return true;
         }
         err = avcodec_receive_frame(codec, m_frame);
-        if (err == AVERROR(EAGAIN) || err == AVERROR_EOF)
+        if (err == AVERROR(EAGAIN) || err == AVERROR_EOF) {
+            if (isVideo && packet && !gotFrame)
+                fprintf(stderr, "Frame not here yet\n");
             return true;
+        }
         if (err < 0)
             return fail(err);
+        gotFrame = true;
         deliverFrame(m_frame, audio);
         av_frame_unref(m_frame);
     }

@@ -3,6 +3,7 @@
 #include "log/overror.h"
 #include "media/ovaudiostream.h"
 
+#include <QMap>
 #include <QMutex>
 #include <QPointer>
 #include <QThread>
@@ -51,6 +52,8 @@ public:
     static constexpr int IoBufferSize = 1048576;
 
     explicit OVVideoDecoderBase(QObject *parent = nullptr);
+    // Stops and waits for a running thread. A subclass must do the same in its own destructor: by the
+    // time this one runs, the subclass's hooks are gone.
     ~OVVideoDecoderBase() override;
 
     // Not owned; must outlive the run. Set only while the thread is not running.
@@ -89,6 +92,9 @@ public:
     bool hasVideo() const { return m_videoStreamIndex >= 0; }
     int videoStreamIndex() const { return m_videoStreamIndex; }
     int audioStreamCount() const { return m_audioStreamCount.load(); }
+    // Stream index -> sample rate of every opened audio stream; safe from any thread, valid from
+    // initFinished() until the next start.
+    QMap<int, int> audioSampleRates() const;
 
 Q_SIGNALS:
     void sourceChanged();
@@ -179,6 +185,7 @@ private:
     mutable QMutex m_mutex;
     // -- Guarded by m_mutex.
     QString m_errorMessage;
+    QMap<int, int> m_audioSampleRates;
     double m_pendingSeek = -1.0;
     double m_duration = 0.0;
 

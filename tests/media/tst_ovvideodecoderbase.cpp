@@ -145,6 +145,9 @@ void TestOVVideoDecoderBase::streams()
     QCOMPARE(errors.count(), 0);
     QCOMPARE(decoder.lastError(), OV::Error());
     QCOMPARE(decoder.audioStreamCount(), audioCount);
+    const QMap<int, int> rates = decoder.audioSampleRates();
+    QCOMPARE(rates.size(), audioCount);
+    QCOMPARE(rates.values(), sampleRates);
     QVERIFY(qAbs(decoder.duration() - 2.0) < 0.1);
 
     QMutexLocker lock(&decoder.mutex);
