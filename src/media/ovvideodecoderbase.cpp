@@ -145,9 +145,12 @@ void OVVideoDecoderBase::stop()
 
 void OVVideoDecoderBase::onFinished()
 {
-    // The run is over on every path; a new start() begins with a clean stop flag.
-    m_shouldStop = false;
-    m_decoding = false;
+    // On the owner's thread once the decoding thread has ended, whatever way it ended.
+    const OV::Error error = lastError();
+    if (error)
+        qDebug() << "Video decoder thread ended with error" << error.code() << error.message();
+    else
+        qDebug() << "Video decoder thread ended";
 }
 
 int OVVideoDecoderBase::initDecoding(AVFormatContext *, AVStream *, AVCodecContext *, OVAudioStreamMap &)
@@ -327,6 +330,9 @@ void OVVideoDecoderBase::run()
     deinitDecoding();
     closeAll();
     qDebug() << "Video decoder finished, src -" << sourceName();
+    // The stop belonged to this run; the next start() begins afresh. A stop() issued before a start
+    // stays set and ends that run at once.
+    m_shouldStop = false;
 }
 
 int OVVideoDecoderBase::startUp()
@@ -545,8 +551,11 @@ bool OVVideoDecoderBase::decodePacket(AVCodecContext *codec, const AVPacket *pac
         return false;
     };
 
+    // A decoder that is full answers EAGAIN: its frames are taken out first and the packet is sent
+    // again once it has room, so no packet is lost.
     int err = avcodec_send_packet(codec, packet);
-    if (err < 0 && err != AVERROR(EAGAIN) && err != AVERROR_EOF)
+    bool sent = err != AVERROR(EAGAIN);
+    if (err < 0 && sent && err != AVERROR_EOF)
         return fail(err);
     bool gotFrame = false;
     for (;;) {
@@ -556,6 +565,13 @@ bool OVVideoDecoderBase::decodePacket(AVCodecContext *codec, const AVPacket *pac
         }
         err = avcodec_receive_frame(codec, m_frame);
         if (err == AVERROR(EAGAIN) || err == AVERROR_EOF) {
+            if (!sent) {
+                sent = true;
+                err = avcodec_send_packet(codec, packet);
+                if (err < 0 && err != AVERROR(EAGAIN) && err != AVERROR_EOF)
+                    return fail(err);
+                continue;
+            }
             if (isVideo && packet && !gotFrame)
                 fprintf(stderr, "Frame not here yet\n");
             return true;

@@ -306,13 +306,12 @@ void TestOVVideoDecoderBase::stopWakesBlockedRead()
     QSignalSpy waiting(&decoder, &OVVideoDecoderBase::waitingOnData);
     QSignalSpy init(&decoder, &OVVideoDecoderBase::initFinished);
     QSignalSpy errors(&decoder, &OVVideoDecoderBase::errorRaised);
-    QSignalSpy finished(&decoder, &QThread::finished);
     decoder.start();
     QTRY_VERIFY_WITH_TIMEOUT(source.waits() > 0, 30000);
     QTRY_VERIFY_WITH_TIMEOUT(waiting.count() > 0, 10000);
     QVERIFY(decoder.isRunning());
     decoder.stop();
-    QVERIFY(finished.wait(10000));
+    QVERIFY(decoder.wait(10000));
 
     QCOMPARE(errors.count(), 0);
     QVERIFY(!decoder.lastError().message().contains("Error decoding"));
