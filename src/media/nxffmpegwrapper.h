@@ -79,6 +79,8 @@ public:
     QString output() const { return m_output; }
 
 Q_SIGNALS:
+    // `percent` is the share done, from 0 to 1 (time reached / input duration); `timeremaining` is
+    // the estimate in whole seconds, from the speed so far.
     void progress(qreal percent, quint64 timeremaining);
     void finished(NXFFmpegWrapper::ErrorCode error);
     void problematicFragmentDetected(QString fragment, QString description);
