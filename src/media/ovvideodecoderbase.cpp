@@ -297,7 +297,7 @@ void OVVideoDecoderBase::run()
     setError(NoError, QString());
     {
         QMutexLocker lock(&m_mutex);
-        m_pendingSeek = -1.0;
+        // A seek requested before start() is kept: it positions the new run before its first frame.
         m_duration = 0.0;
         m_audioSampleRates.clear();
     }
@@ -330,8 +330,12 @@ void OVVideoDecoderBase::run()
     deinitDecoding();
     closeAll();
     qDebug() << "Video decoder finished, src -" << sourceName();
-    // The stop belonged to this run; the next start() begins afresh. A stop() issued before a start
-    // stays set and ends that run at once.
+    // The stop and any seek not carried out belonged to this run; the next start() begins afresh. A
+    // stop() issued before a start stays set and ends that run at once.
+    {
+        QMutexLocker lock(&m_mutex);
+        m_pendingSeek = -1.0;
+    }
     m_shouldStop = false;
 }
 

@@ -68,8 +68,8 @@ public:
     // Stops the read loop after this many packets (0 = no limit); the end then counts as a stop.
     void setPacketLimit(qint64 packets);
 
-    // Asks for a seek to `seconds` from the start. Thread-safe; carried out on the decoding thread
-    // before the next packet: back to the keyframe at or before the target, every codec flushed, and
+    // Asks for a seek to `seconds` from the start. Thread-safe, also before start() (the run then
+    // begins there); carried out on the decoding thread before the next packet: back to the keyframe at or before the target, every codec flushed, and
     // frames earlier than the target dropped before they reach the hooks.
     void requestSeek(double seconds);
     // Increases with each seek carried out; frames made after a seek carry the new value.

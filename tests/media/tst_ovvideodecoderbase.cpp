@@ -33,6 +33,7 @@ private Q_SLOTS:
     void stopWakesBlockedRead_data();
     void stopWakesBlockedRead();
     void restartAfterStop();
+    void seekBeforeStart();
     void badInput_data();
     void badInput();
     void fuzzerFindings_data();
@@ -348,6 +349,23 @@ void TestOVVideoDecoderBase::restartAfterStop()
     QMutexLocker lock(&decoder.mutex);
     QVERIFY(decoder.endOfStream);
     QCOMPARE(decoder.videoTimes.size(), 50);
+}
+
+void TestOVVideoDecoderBase::seekBeforeStart()
+{
+    OVFileMediaSource source(file("av4s.mp4"));
+    QVERIFY(source.open());
+    RecordingDecoder decoder;
+    decoder.setSource(&source);
+    decoder.requestSeek(3.0);
+    QVERIFY(decoder.isSeekPending());
+    QVERIFY(MediaTest::runToEnd(&decoder));
+    QCOMPARE(decoder.errorCode(), 0);
+    QVERIFY(!decoder.isSeekPending());
+    QMutexLocker lock(&decoder.mutex);
+    // Not a single picture of the first three seconds.
+    QCOMPARE(decoder.videoTimes.size(), 25);
+    QVERIFY(decoder.videoTimes.first() >= 3.0 - 1e-6);
 }
 
 void TestOVVideoDecoderBase::badInput_data()
