@@ -2,12 +2,14 @@
 
 #include "app/nxcrashreporter.h"
 #include "app/ovactionregistry.h"
+#include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
 #include "app/ovsettingsdlg.h"
 #include "kavotversion.h"
 #include "log/nxlog.h"
 #include "log/nxlogwidget.h"
 #include "project/label.h"
+#include "project/ovlocalfilestorage.h"
 #include "project/project.h"
 #include "project/state.h"
 #include "project/timeline.h"
@@ -23,6 +25,8 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QDockWidget>
+#include <QFileDialog>
+#include <QDateTime>
 #include <QFileInfo>
 #include <QLabel>
 #include <QMenuBar>
@@ -192,6 +196,8 @@ void KVMainWindow::onNewProject()
 {
     if (!onCloseProject(true))
         return;
+    delete m_storage;
+    m_storage = nullptr;
     auto *project = new OVProject::Project;
     const QString user = currentUser();
     project->startNew(user);
@@ -207,23 +213,135 @@ void KVMainWindow::onNewProject()
 
 void KVMainWindow::onOpenProject()
 {
-    showError(tr("Open Project"), tr("Project files cannot be opened yet."));
+    const QString path = chooseOpenPath();
+    if (!path.isEmpty())
+        loadProject(path);
+}
+
+bool KVMainWindow::confirmDiscardChanges()
+{
+    if (!m_project || !m_modified)
+        return true;
+    switch (askUnsavedChanges()) {
+    case QMessageBox::Save:
+        return onSaveProject();
+    case QMessageBox::Discard:
+        return true;
+    default:
+        return false;
+    }
 }
 
 bool KVMainWindow::loadProject(const QString &path)
 {
-    Q_UNUSED(path);
-    return false;
+    if (!confirmDiscardChanges())
+        return false;
+    // Load into a fresh project: a file that fails to load leaves the open project as it was.
+    auto *storage = new OVLocalFileStorage(QString(), this);
+    auto *project = new OVProject::Project;
+    const OV::Error error = storage->load(path, project);
+    if (!error.isOk()) {
+        qWarning().noquote() << "Loading" << path << "failed with code" << error.code();
+        delete project;
+        delete storage;
+        showError(tr("Open Project"), error.message());
+        if (m_settings && error.code() == OVLocalFileStorage::FileUnreadable && !QFileInfo::exists(path))
+            m_settings->recentProjects()->removeProject(path);
+        return false;
+    }
+    qDebug().noquote() << "Project loaded from" << path;
+    delete m_storage;
+    m_storage = storage;
+    setProject(project, QFileInfo(path).absoluteFilePath());
+    ensureUserTimeline();
+    if (m_settings)
+        m_settings->recentProjects()->addProject(m_projectPath);
+    return true;
+}
+
+void KVMainWindow::ensureUserTimeline()
+{
+    if (!m_project)
+        return;
+    const QString user = currentUser();
+    OVProject::Timeline *mine = nullptr;
+    for (OVProject::Timeline *timeline : m_project->timelineGroup()->timelines()) {
+        if (timeline->owner() == user) {
+            mine = timeline;
+            break;
+        }
+    }
+    if (!mine) {
+        // Every coder codes in a timeline of their own.
+        mine = m_project->createTimeline(user);
+        qDebug().noquote() << "Timeline" << mine->id() << "made for user" << user;
+    }
+    m_project->state()->setActiveUser(user);
+    QStringList shown = m_project->state()->displayedTimelineUsers();
+    if (!shown.contains(user)) {
+        shown << user;
+        m_project->state()->setDisplayedTimelineUsers(shown);
+    }
+    updateProjectSummary();
 }
 
 bool KVMainWindow::onSaveProject()
 {
-    return false;
+    if (!m_project)
+        return false;
+    if (m_projectPath.isEmpty())
+        return onSaveProjectAs();
+    if (!m_storage)
+        m_storage = new OVLocalFileStorage(QString(), this);
+    const OV::Error error = m_storage->save(m_projectPath, m_project);
+    if (!error.isOk()) {
+        showError(tr("Save Project"), error.message());
+        return false;
+    }
+    qDebug().noquote() << "Project saved to" << m_projectPath;
+    setModified(false);
+    if (m_settings)
+        m_settings->recentProjects()->addProject(m_projectPath);
+    return true;
 }
 
 bool KVMainWindow::onSaveProjectAs()
 {
-    return false;
+    if (!m_project)
+        return false;
+    QString path = chooseSavePath();
+    if (path.isEmpty())
+        return false;
+    if (!path.endsWith(QStringLiteral(".kvpr"), Qt::CaseInsensitive))
+        path += QStringLiteral(".kvpr");
+    const QString previous = m_projectPath;
+    m_projectPath = QFileInfo(path).absoluteFilePath();
+    if (!onSaveProject()) {
+        m_projectPath = previous;
+        return false;
+    }
+    updateWindowTitle();
+    return true;
+}
+
+QString KVMainWindow::saveRecoveryCopy()
+{
+    if (!m_project || !m_modified)
+        return QString();
+    const QString folder = m_projectPath.isEmpty() ? OVLocalFileStorage::backupFolder()
+                                                   : OVLocalFileStorage::backupFolder(m_projectPath);
+    QDir().mkpath(folder);
+    const QString base = m_projectPath.isEmpty() ? QStringLiteral("untitled") : QFileInfo(m_projectPath).completeBaseName();
+    const QString path = folder + QStringLiteral("/%1-unsaved-%2.kvpr")
+                                      .arg(base, QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss")));
+    OVLocalFileStorage storage;
+    const OV::Error error = storage.save(path, m_project);
+    if (!error.isOk()) {
+        qWarning().noquote() << "Recovery copy could not be written to" << path << ":" << error.message();
+        return QString();
+    }
+    qWarning().noquote() << "Unsaved changes were written to the recovery copy" << path;
+    return path;
 }
 
 void KVMainWindow::onCloseProject()
@@ -235,24 +353,22 @@ bool KVMainWindow::onCloseProject(bool checkForSavedChanges)
 {
     if (!m_project)
         return true;
-    if (checkForSavedChanges && m_modified) {
-        switch (askUnsavedChanges()) {
-        case QMessageBox::Save:
-            if (!onSaveProject())
-                return false;
-            break;
-        case QMessageBox::Discard:
-            break;
-        default:
-            return false;
-        }
-    }
+    if (checkForSavedChanges && !confirmDiscardChanges())
+        return false;
     qDebug().noquote() << "Project closed" << m_projectPath;
     setProject(nullptr, QString());
+    delete m_storage;
+    m_storage = nullptr;
     return true;
 }
 
-void KVMainWindow::onShowProjectDetails() {}
+void KVMainWindow::onShowProjectDetails()
+{
+    if (!m_project)
+        return;
+    OVProjectDetailsDlg dlg(m_project, this);
+    dlg.exec();
+}
 
 void KVMainWindow::onRecentProjectClicked()
 {
@@ -279,7 +395,8 @@ void KVMainWindow::onChangeDetected()
 
 void KVMainWindow::openBackupFolder()
 {
-    const QString folder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + QStringLiteral("/backups");
+    const QString folder = m_projectPath.isEmpty() ? OVLocalFileStorage::backupFolder()
+                                                   : OVLocalFileStorage::backupFolder(m_projectPath);
     QDir().mkpath(folder);
     QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
 }
@@ -308,10 +425,9 @@ void KVMainWindow::updateProjectActions()
     using R = OVActionRegistry;
     const bool open = m_project != nullptr;
     m_actions->action(R::CloseProject)->setEnabled(open);
-    m_actions->action(R::ProjectDetails)->setEnabled(false);
-    m_actions->action(R::OpenProject)->setEnabled(false);
-    m_actions->action(R::SaveProject)->setEnabled(false);
-    m_actions->action(R::SaveProjectAs)->setEnabled(false);
+    m_actions->action(R::ProjectDetails)->setEnabled(open);
+    m_actions->action(R::SaveProject)->setEnabled(open);
+    m_actions->action(R::SaveProjectAs)->setEnabled(open);
     m_actions->action(R::Undo)->setEnabled(false);
     m_actions->action(R::Redo)->setEnabled(false);
 }
@@ -427,8 +543,7 @@ void KVMainWindow::openFile(const QString &path)
         return;
     }
     if (info.suffix().compare(QStringLiteral("kvpr"), Qt::CaseInsensitive) == 0) {
-        if (onCloseProject(true))
-            loadProject(info.absoluteFilePath());
+        loadProject(info.absoluteFilePath());
         return;
     }
     showError(tr("Open"), tr("Kavot cannot open this kind of file yet:\n%1").arg(path));
@@ -463,6 +578,24 @@ QMessageBox::StandardButton KVMainWindow::askSendCrashReport()
     return QMessageBox::question(this, tr("Kavot"),
                                  tr("Application has recovered from crash.\nDo you want to send the report to our support team?"),
                                  QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes);
+}
+
+QString KVMainWindow::chooseOpenPath()
+{
+    const QStringList recent = m_settings ? m_settings->recentProjects()->recentProjects() : QStringList();
+    return QFileDialog::getOpenFileName(this, tr("Open Project"),
+                                        recent.isEmpty() ? QDir::homePath() : QFileInfo(recent.first()).absolutePath(),
+                                        tr("Kavot Project (*.kvpr)"));
+}
+
+QString KVMainWindow::chooseSavePath()
+{
+    QString start = m_projectPath;
+    if (start.isEmpty()) {
+        const QString title = m_project && !m_project->title().isEmpty() ? m_project->title() : tr("Untitled Project");
+        start = QDir::homePath() + QLatin1Char('/') + title + QStringLiteral(".kvpr");
+    }
+    return QFileDialog::getSaveFileName(this, tr("Save Project As"), start, tr("Kavot Project (*.kvpr)"));
 }
 
 void KVMainWindow::showError(const QString &title, const QString &message)

@@ -6,6 +6,7 @@
 #include <QStringList>
 
 class OVActionRegistry;
+class OVLocalFileStorage;
 class OVSettings;
 class NXLogWidget;
 class QDockWidget;
@@ -36,6 +37,9 @@ public:
     QString currentUser() const;
     // The modified mark of the open project (title "[*]", the question on close).
     void setModified(bool modified);
+    // Writes the open project, if it has unsaved changes, into the backup folder without touching
+    // its own file: used when the session ends without asking (logout, SIGTERM). Returns the path.
+    QString saveRecoveryCopy();
 
 Q_SIGNALS:
     void projectOpened();
@@ -79,11 +83,17 @@ protected:
     virtual QMessageBox::StandardButton askUnsavedChanges();
     virtual QMessageBox::StandardButton askSendCrashReport();
     virtual void showError(const QString &title, const QString &message);
+    virtual QString chooseOpenPath();
+    virtual QString chooseSavePath();
 
 private:
     void createActions();
     void createMenus();
     void setProject(OVProject::Project *project, const QString &path);
+    // Asks about unsaved changes of the open project; false when the user cancels (or a save fails).
+    bool confirmDiscardChanges();
+    // Gives the current user a timeline of their own and makes it the edited one.
+    void ensureUserTimeline();
     void updateRecentProjectsMenu();
     void updateProjectActions();
     void updateProjectSummary();
@@ -92,6 +102,7 @@ private:
     OVActionRegistry *m_actions;
     OVProject::Project *m_project = nullptr;
     QString m_projectPath;
+    OVLocalFileStorage *m_storage = nullptr;
     bool m_modified = false;
     QSplitter *m_mainSplitter = nullptr;
     QLabel *m_playerArea = nullptr;

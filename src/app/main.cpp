@@ -95,6 +95,9 @@ int main(int argc, char *argv[])
         // 5. The main window.
         KVMainWindow window(&settings);
         QObject::connect(&app, &OVApplication::messageReceived, &window, &KVMainWindow::onSingleInstanceMessage);
+        // A session that ends without asking must not lose unsaved coding.
+        QObject::connect(&termination, &OVTerminationWatcher::terminationRequested, &window,
+                         &KVMainWindow::saveRecoveryCopy);
         window.showMaximized();
         for (const QString &file : files)
             QTimer::singleShot(0, &window, [&window, file] { window.openFile(file); });

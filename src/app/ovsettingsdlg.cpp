@@ -1,7 +1,10 @@
 #include "app/ovsettingsdlg.h"
 
+#include "app/ovkeyboardsettingswidget.h"
 #include "app/ovlabelingsettingswidget.h"
 #include "settings/ovsettings.h"
+
+#include <functional>
 
 #include <QDialogButtonBox>
 #include <QTabWidget>
@@ -14,6 +17,8 @@ OVSettingsDlg::OVSettingsDlg(OVSettings *settings, QWidget *parent) : QDialog(pa
     layout->addWidget(m_tabs);
     auto *labeling = new OVLabelingSettingsWidget(settings->labeling(), this);
     addPage(labeling, tr("Labeling"), [labeling] { labeling->apply(); });
+    auto *keyboard = new OVKeyboardSettingsWidget(settings->keyboard(), this);
+    addPage(keyboard, tr("Keyboard Settings"), [keyboard] { keyboard->apply(); });
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);

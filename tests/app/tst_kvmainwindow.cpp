@@ -7,6 +7,7 @@
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
 #include "settings/ovkeyboardsettings.h"
+#include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
 
@@ -28,6 +29,8 @@ public:
     int unsavedAsked = 0;
     int crashAsked = 0;
     QStringList errors;
+    QString openPath;
+    QString savePath;
 
 protected:
     QMessageBox::StandardButton askUnsavedChanges() override
@@ -41,6 +44,8 @@ protected:
         return crashAnswer;
     }
     void showError(const QString &, const QString &message) override { errors << message; }
+    QString chooseOpenPath() override { return openPath; }
+    QString chooseSavePath() override { return savePath; }
 };
 
 } // namespace
@@ -158,6 +163,85 @@ private Q_SLOTS:
         toggle->setChecked(true);
         QVERIFY(dock->isVisible());
         QVERIFY(w.logWidget()->findChild<QObject *>("pt_log"));
+    }
+
+    void saveAndReopen()
+    {
+        QTemporaryDir dir;
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        settings.userInfo()->setUsername("anna");
+        TestWindow w(&settings);
+        w.onNewProject();
+        w.project()->setTitle("Playground study");
+        OVProject::Label *label = w.project()->timelineGroup()->timelines().first()->labels().first();
+        label->setName("Gaze");
+        w.savePath = dir.path() + "/study"; // the extension is added
+        QVERIFY(w.onSaveProjectAs());
+        QCOMPARE(w.projectPath(), dir.path() + "/study.kvpr");
+        QVERIFY(!w.isProjectModified());
+        QVERIFY(w.windowTitle().startsWith("Playground study"));
+        QCOMPARE(settings.recentProjects()->recentProjects(), QStringList({ dir.path() + "/study.kvpr" }));
+        const QString id = w.project()->id();
+        QVERIFY(w.onCloseProject(true));
+        QCOMPARE(w.unsavedAsked, 0);
+
+        // Another coder opens it: their own timeline is added beside anna's.
+        settings.userInfo()->setUsername("ben");
+        w.openFile(dir.path() + "/study.kvpr");
+        QVERIFY(w.errors.isEmpty());
+        QVERIFY(w.project());
+        QCOMPARE(w.project()->id(), id);
+        QCOMPARE(w.project()->title(), QString("Playground study"));
+        const auto timelines = w.project()->timelineGroup()->timelines();
+        QCOMPARE(timelines.size(), 2);
+        QCOMPARE(timelines[0]->owner(), QString("anna"));
+        QCOMPARE(timelines[0]->labels().first()->name(), QString("Gaze"));
+        QCOMPARE(timelines[1]->owner(), QString("ben"));
+        QCOMPARE(w.project()->state()->activeUser(), QString("ben"));
+        QVERIFY(w.isProjectModified());
+    }
+
+    void failedLoadKeepsTheOpenProject_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("not a project") << QByteArray("hello world");
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("truncated container") << QByteArray("OV1\x00\x0bproject.js", 15);
+    }
+    void failedLoadKeepsTheOpenProject()
+    {
+        QFETCH(QByteArray, content);
+        QTemporaryDir dir;
+        const QString bad = dir.path() + "/bad.kvpr";
+        QFile f(bad);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(content);
+        f.close();
+        TestWindow w(nullptr);
+        w.onNewProject();
+        OVProject::Project *before = w.project();
+        const QString id = before->id();
+        QVERIFY(!w.loadProject(bad));
+        QCOMPARE(w.project(), before);
+        QCOMPARE(w.project()->id(), id);
+        QCOMPARE(w.errors.size(), 1);
+        QVERIFY2(w.errors.first().startsWith("Failed to load project"), qPrintable(w.errors.first()));
+    }
+
+    void recoveryCopyHoldsUnsavedWork()
+    {
+        QTemporaryDir dir;
+        TestWindow w(nullptr);
+        QVERIFY(w.saveRecoveryCopy().isEmpty()); // nothing open
+        w.onNewProject();
+        w.project()->setTitle("Unsaved coding");
+        const QString copy = w.saveRecoveryCopy();
+        QVERIFY(QFile::exists(copy));
+        QVERIFY(w.isProjectModified()); // the project's own file is not touched
+        TestWindow reader(nullptr);
+        QVERIFY(reader.loadProject(copy));
+        QCOMPARE(reader.project()->title(), QString("Unsaved coding"));
     }
 
     void openingMissingFilesSaysSo()

@@ -1,0 +1,390 @@
+#include "project/ovlocalfilestorage.h"
+
+#include "project/ovjsonserializer.h"
+#include "project/project.h"
+#include "project/timeline.h"
+#include "project/timelinegroup.h"
+
+#include <QCryptographicHash>
+#include <QDateTime>
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QStandardPaths>
+
+#ifdef Q_OS_UNIX
+#include <fcntl.h>
+#include <unistd.h>
+#endif
+
+#include <memory>
+
+using namespace OVProject;
+
+namespace {
+
+const QString ProjectEntry = QStringLiteral("project.json");
+const QString TimelineFolder = QStringLiteral("timelines/");
+const QString JsonSuffix = QStringLiteral(".json");
+
+// Passes writes through to `target` and fails once `limit` bytes have gone through (for tests
+// that need a save to break half-way).
+class WriteLimiter : public QIODevice
+{
+public:
+    WriteLimiter(QIODevice *target, qint64 limit) : m_target(target), m_limit(limit) {}
+
+protected:
+    qint64 readData(char *, qint64) override { return -1; }
+    qint64 writeData(const char *data, qint64 len) override
+    {
+        if (m_limit >= 0 && m_written + len > m_limit) {
+            const qint64 allowed = m_limit - m_written;
+            if (allowed > 0)
+                m_written += m_target->write(data, allowed);
+            setErrorString(QStringLiteral("injected write failure"));
+            return -1;
+        }
+        const qint64 n = m_target->write(data, len);
+        if (n > 0)
+            m_written += n;
+        return n;
+    }
+
+private:
+    QIODevice *m_target;
+    qint64 m_limit;
+    qint64 m_written = 0;
+};
+
+void syncFolder(const QString &folder)
+{
+#ifdef Q_OS_UNIX
+    // The rename is only durable once the folder's entry is on disk too.
+    const int fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+#else
+    Q_UNUSED(folder);
+#endif
+}
+
+QString timelineEntry(const Id &id)
+{
+    return TimelineFolder + id + JsonSuffix;
+}
+
+} // namespace
+
+OVLocalFileStorage::OVLocalFileStorage(const QString &path, QObject *parent)
+    : OVProject::StorageInterface(parent), m_path(path)
+{
+}
+
+bool OVLocalFileStorage::isDocumentEntry(const QString &name)
+{
+    return name == ProjectEntry || (name.startsWith(TimelineFolder) && name.endsWith(JsonSuffix));
+}
+
+bool OVLocalFileStorage::isVideoEntry(const QString &name)
+{
+    return name.startsWith(QLatin1String("embvideo_")) || name == QLatin1String("video.bin")
+           || name == QLatin1String("video.mp4");
+}
+
+OV::Error OVLocalFileStorage::loadError(const QString &path)
+{
+    return OV::Error(FileUnreadable, QStringLiteral("Failed to load project from:\n") + path);
+}
+
+OV::Error OVLocalFileStorage::saveProject(Project *project)
+{
+    return save(m_path, project);
+}
+
+OV::Error OVLocalFileStorage::loadProject(Project *target)
+{
+    return load(m_path, target);
+}
+
+void OVLocalFileStorage::setEmbeddedVideo(const QString &videoFile)
+{
+    m_embedFile = videoFile;
+    m_embedChanged = true;
+}
+
+OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
+{
+    const OV::Error failed(SaveFailed, QStringLiteral("Failed to save project to:\n") + path);
+    if (path.isEmpty() || !project)
+        return failed;
+    const QFileInfo info(path);
+    const QString absPath = info.absoluteFilePath();
+    const QString folder = info.absolutePath();
+
+    // Work on a copy of the header: the timeline ids come from the group, the video path may
+    // become relative, and the open project must not see either change.
+    Project header;
+    header.copyFrom(project);
+    const QList<Timeline *> timelines = project->timelineGroup()->timelines();
+    QList<Id> ids;
+    for (const Timeline *t : timelines)
+        ids.append(t->id());
+    header.setTimelineIds(ids);
+    if (header.useRelativePath() && !header.videoPath().isEmpty() && !QDir::isRelativePath(header.videoPath()))
+        header.setVideoPath(QDir(folder).relativeFilePath(header.videoPath()));
+
+    const OVJsonSerializer serializer(m_compress);
+    QList<OVProjectContainer::WriteEntry> entries;
+    entries.append({ProjectEntry, serializer.writeProject(&header)});
+    for (const Timeline *t : timelines)
+        entries.append({timelineEntry(t->id()), serializer.writeTimeline(t)});
+
+    QFile source(m_sourcePath);
+    const bool haveSource = !m_sourcePath.isEmpty() && !m_carried.isEmpty();
+    if (haveSource && m_sourceForm == OVProjectContainer::ContainerForm && !source.open(QIODevice::ReadOnly)) {
+        qWarning() << "LocalFileStorage: cannot reopen" << m_sourcePath << "to carry its entries:"
+                   << source.errorString();
+        return failed;
+    }
+    QStringList carriedNames;
+    if (haveSource) {
+        for (auto it = m_carried.cbegin(); it != m_carried.cend(); ++it) {
+            if (m_embedChanged && isVideoEntry(it.key()))
+                continue;
+            carriedNames.append(it.key());
+            if (it->inMemory)
+                entries.append({it.key(), it->data});
+            else
+                entries.append({it.key(), QByteArray(), &source, it->offset, it->size});
+        }
+    }
+    QFile video(m_embedFile);
+    if (m_embedChanged && !m_embedFile.isEmpty()) {
+        if (!video.open(QIODevice::ReadOnly)) {
+            qWarning() << "LocalFileStorage: cannot open video to embed" << m_embedFile << video.errorString();
+            return failed;
+        }
+        const QString name = QStringLiteral("embvideo_") + QFileInfo(m_embedFile).fileName();
+        entries.append({name, QByteArray(), &video, 0, video.size()});
+        carriedNames.append(name);
+    }
+
+    if (QFileInfo::exists(absPath))
+        backupExisting(absPath);
+
+    QSaveFile out(absPath);
+    if (!out.open(QIODevice::WriteOnly)) {
+        qWarning() << "LocalFileStorage: cannot write" << absPath << out.errorString();
+        return failed;
+    }
+    WriteLimiter limiter(&out, m_failAfter);
+    limiter.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    QMap<QString, qint64> offsets;
+    QString why;
+    if (!OVProjectContainer::write(&limiter, entries, &offsets, &why)) {
+        qWarning() << "LocalFileStorage: saving" << absPath << "failed:" << why << out.errorString();
+        out.cancelWriting();
+        return failed;
+    }
+    // commit() syncs the temporary file to disk before renaming it over the target.
+    if (!out.commit()) {
+        qWarning() << "LocalFileStorage: cannot replace" << absPath << out.errorString();
+        return failed;
+    }
+    syncFolder(folder);
+
+    OVProjectContainer::Entries carried;
+    for (const QString &name : std::as_const(carriedNames)) {
+        OVProjectContainer::Entry e;
+        e.inMemory = false;
+        e.offset = offsets.value(name, -1);
+        for (const auto &w : std::as_const(entries)) {
+            if (w.name == name)
+                e.size = w.source ? w.size : w.data.size();
+        }
+        carried.insert(name, e);
+    }
+    m_carried = std::move(carried);
+    m_sourcePath = absPath;
+    m_sourceForm = OVProjectContainer::ContainerForm;
+    m_embedChanged = false;
+    m_embedFile.clear();
+    m_path = path;
+    qDebug() << "LocalFileStorage: saved" << absPath;
+    return OV::Error::success();
+}
+
+OV::Error OVLocalFileStorage::load(const QString &path, Project *target)
+{
+    if (!target)
+        return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        qWarning() << "LocalFileStorage: cannot open" << path << file.errorString();
+        return loadError(path);
+    }
+    const OVProjectContainer::Form form = OVProjectContainer::detectForm(&file);
+    OVProjectContainer::Entries entries;
+    QString why;
+    bool read = false;
+    if (form == OVProjectContainer::ContainerForm) {
+        read = OVProjectContainer::read(&file, &entries, &isDocumentEntry, &why);
+    } else if (form == OVProjectContainer::ZipForm) {
+        // The older form is rare and small enough to hold in memory whole.
+        read = OVProjectContainer::readZip(&file, &entries, {}, &why);
+    } else {
+        why = QStringLiteral("neither an OV1 container nor a ZIP archive");
+    }
+    if (!read) {
+        qWarning() << "LocalFileStorage: cannot read" << path << ":" << why;
+        return loadError(path);
+    }
+
+    Project fresh;
+    const auto projectEntry = entries.constFind(ProjectEntry);
+    if (projectEntry == entries.cend() || !OVJsonSerializer().readProject(projectEntry->data, &fresh)) {
+        qWarning() << "LocalFileStorage: no readable project document in" << path;
+        return loadError(path);
+    }
+    const OVJsonSerializer serializer;
+    for (const Id &id : fresh.timelineIds()) {
+        const auto entry = entries.constFind(timelineEntry(id));
+        if (entry == entries.cend()) {
+            qWarning() << "LocalFileStorage: timeline" << id << "missing in" << path;
+            return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+        }
+        auto timeline = std::make_unique<Timeline>(id);
+        if (!serializer.readTimeline(entry->data, timeline.get())) {
+            qWarning() << "LocalFileStorage: timeline" << id << "damaged in" << path;
+            return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+        }
+        // The project document's list names the timeline; that is the id the project refers to.
+        timeline->setId(id);
+        if (fresh.timelineGroup()->addTimeline(timeline.get()))
+            timeline.release();
+        else
+            qWarning() << "LocalFileStorage: timeline" << id << "listed twice in" << path;
+    }
+    const QString folder = QFileInfo(path).absolutePath();
+    if (fresh.useRelativePath() && !fresh.videoPath().isEmpty() && QDir::isRelativePath(fresh.videoPath()))
+        fresh.setVideoPath(QDir::cleanPath(QDir(folder).absoluteFilePath(fresh.videoPath())));
+
+    target->reset();
+    target->takeContentFrom(&fresh);
+
+    OVProjectContainer::Entries carried;
+    for (auto it = entries.cbegin(); it != entries.cend(); ++it) {
+        if (!isDocumentEntry(it.key()))
+            carried.insert(it.key(), it.value());
+    }
+    m_carried = std::move(carried);
+    m_sourcePath = QFileInfo(path).absoluteFilePath();
+    m_sourceForm = form;
+    m_embedChanged = false;
+    m_embedFile.clear();
+    m_path = path;
+    qDebug() << "LocalFileStorage: loaded" << path << "with" << target->timelineGroup()->count() << "timelines";
+    return OV::Error::success();
+}
+
+OV::Error OVLocalFileStorage::extractEmbeddedVideo(const QString &destination) const
+{
+    const OV::Error failed(SaveFailed, QStringLiteral("Failed to extract the embedded video to:\n") + destination);
+    auto it = m_carried.cbegin();
+    for (; it != m_carried.cend(); ++it) {
+        if (isVideoEntry(it.key()))
+            break;
+    }
+    if (it == m_carried.cend())
+        return failed;
+    QSaveFile out(destination);
+    if (!out.open(QIODevice::WriteOnly))
+        return failed;
+    if (it->inMemory) {
+        if (out.write(it->data) != it->data.size())
+            return failed;
+    } else {
+        QFile in(m_sourcePath);
+        if (!in.open(QIODevice::ReadOnly) || !in.seek(it->offset))
+            return failed;
+        qint64 left = it->size;
+        QByteArray buffer(1 << 20, Qt::Uninitialized);
+        while (left > 0) {
+            const qint64 n = in.read(buffer.data(), std::min<qint64>(left, buffer.size()));
+            if (n <= 0 || out.write(buffer.constData(), n) != n)
+                return failed;
+            left -= n;
+        }
+    }
+    return out.commit() ? OV::Error::success() : failed;
+}
+
+QString OVLocalFileStorage::backupFolder()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + QStringLiteral("/backups");
+}
+
+QString OVLocalFileStorage::backupFolder(const QString &projectPath)
+{
+    const QFileInfo info(projectPath);
+    const QByteArray hash
+        = QCryptographicHash::hash(info.absoluteFilePath().toUtf8(), QCryptographicHash::Md5).toHex().left(8);
+    return backupFolder() + QLatin1Char('/') + info.completeBaseName() + QLatin1Char('-') + QString::fromLatin1(hash);
+}
+
+void OVLocalFileStorage::backupExisting(const QString &path) const
+{
+    const QString folder = backupFolder(path);
+    if (!QDir().mkpath(folder)) {
+        qWarning() << "LocalFileStorage: cannot make backup folder" << folder;
+        return;
+    }
+    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz"));
+    const QString base = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName() + QLatin1Char('-') + stamp;
+    QString name = base + QStringLiteral(".kvpr");
+    for (int n = 1; QFileInfo::exists(name); ++n)
+        name = base + QStringLiteral("_%1.kvpr").arg(n);
+    if (!QFile::copy(path, name)) {
+        qWarning() << "LocalFileStorage: cannot back up" << path << "to" << name;
+        return;
+    }
+    QDir dir(folder);
+    QStringList kept = dir.entryList({QStringLiteral("*.kvpr")}, QDir::Files, QDir::Name);
+    while (kept.size() > BackupsKept)
+        dir.remove(kept.takeFirst());
+}
+
+OV::Error OVLocalFileStorage::readDocuments(const QString &path, QMap<QString, QByteArray> *documents)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return loadError(path);
+    OVProjectContainer::Entries entries;
+    QString why;
+    bool read = false;
+    switch (OVProjectContainer::detectForm(&file)) {
+    case OVProjectContainer::ContainerForm:
+        read = OVProjectContainer::read(&file, &entries, &isDocumentEntry, &why);
+        break;
+    case OVProjectContainer::ZipForm:
+        read = OVProjectContainer::readZip(&file, &entries, &isDocumentEntry, &why);
+        break;
+    default:
+        break;
+    }
+    if (!read) {
+        qWarning() << "LocalFileStorage: cannot read" << path << ":" << why;
+        return loadError(path);
+    }
+    documents->clear();
+    for (auto it = entries.cbegin(); it != entries.cend(); ++it) {
+        if (isDocumentEntry(it.key()))
+            documents->insert(it.key(), it->data);
+    }
+    return OV::Error::success();
+}

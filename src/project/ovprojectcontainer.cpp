@@ -1,0 +1,251 @@
+#include "project/ovprojectcontainer.h"
+
+#include <QCryptographicHash>
+#include <QIODevice>
+#include <QtEndian>
+
+#include <quazip/quazip.h>
+#include <quazip/quazipfile.h>
+#include <quazip/quazipfileinfo.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr char Magic[] = "OV1";
+constexpr quint16 EndMarker = 0xFFFF;
+constexpr qint64 CopyChunk = 1 << 20;
+
+bool fail(QString *error, const QString &why)
+{
+    if (error)
+        *error = why;
+    return false;
+}
+
+bool readExactly(QIODevice *in, char *buffer, qint64 size)
+{
+    qint64 done = 0;
+    while (done < size) {
+        const qint64 n = in->read(buffer + done, size - done);
+        if (n <= 0)
+            return false;
+        done += n;
+    }
+    return true;
+}
+
+bool writeAll(QIODevice *out, const char *data, qint64 size)
+{
+    qint64 done = 0;
+    while (done < size) {
+        const qint64 n = out->write(data + done, size - done);
+        if (n <= 0)
+            return false;
+        done += n;
+    }
+    return true;
+}
+
+// Feeds `size` bytes of `in` into `hash` (and `out`, if given) in chunks.
+bool stream(QIODevice *in, qint64 size, QCryptographicHash *hash, QIODevice *out)
+{
+    QByteArray buffer(int(std::min(size, CopyChunk)), Qt::Uninitialized);
+    while (size > 0) {
+        const qint64 n = std::min(size, qint64(buffer.size()));
+        if (!readExactly(in, buffer.data(), n))
+            return false;
+        if (hash)
+            hash->addData(QByteArrayView(buffer.constData(), n));
+        if (out && !writeAll(out, buffer.constData(), n))
+            return false;
+        size -= n;
+    }
+    return true;
+}
+
+} // namespace
+
+OVProjectContainer::Form OVProjectContainer::detectForm(QIODevice *in)
+{
+    const QByteArray head = in->peek(5);
+    if (head.startsWith("PK"))
+        return ZipForm;
+    if (head.startsWith(Magic))
+        return ContainerForm;
+    return UnknownForm;
+}
+
+bool OVProjectContainer::read(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error)
+{
+    if (!in || !in->isOpen() || in->isSequential())
+        return fail(error, QStringLiteral("not a readable file"));
+    const qint64 total = in->size();
+    auto remaining = [in, total] { return total - in->pos(); };
+
+    char magic[3];
+    if (!readExactly(in, magic, 3) || std::memcmp(magic, Magic, 3) != 0)
+        return fail(error, QStringLiteral("no OV1 magic"));
+
+    QCryptographicHash md5(QCryptographicHash::Md5);
+    Entries out;
+    while (true) {
+        uchar lenBytes[4];
+        if (!readExactly(in, reinterpret_cast<char *>(lenBytes), 2))
+            return fail(error, QStringLiteral("truncated before the end marker"));
+        const quint16 nameLength = qFromBigEndian<quint16>(lenBytes);
+        if (nameLength == EndMarker)
+            break;
+        if (nameLength > remaining())
+            return fail(error, QStringLiteral("entry name longer than the file"));
+        QByteArray name(nameLength, Qt::Uninitialized);
+        if (!readExactly(in, name.data(), nameLength))
+            return fail(error, QStringLiteral("truncated entry name"));
+        if (!readExactly(in, reinterpret_cast<char *>(lenBytes), 4))
+            return fail(error, QStringLiteral("truncated entry length"));
+        const qint64 dataLength = qFromBigEndian<quint32>(lenBytes);
+        if (dataLength > remaining())
+            return fail(error, QStringLiteral("entry data longer than the file"));
+        md5.addData(name);
+        const QString entryName = QString::fromUtf8(name);
+        Entry entry;
+        entry.size = dataLength;
+        entry.offset = in->pos();
+        if (!keepInMemory || keepInMemory(entryName)) {
+            entry.data.resize(qsizetype(dataLength));
+            if (!readExactly(in, entry.data.data(), dataLength))
+                return fail(error, QStringLiteral("truncated entry data"));
+            md5.addData(entry.data);
+        } else {
+            entry.inMemory = false;
+            if (!stream(in, dataLength, &md5, nullptr))
+                return fail(error, QStringLiteral("truncated entry data"));
+        }
+        out.insert(entryName, std::move(entry));
+    }
+    char digest[16];
+    if (!readExactly(in, digest, 16))
+        return fail(error, QStringLiteral("missing digest"));
+    if (md5.result() != QByteArrayView(digest, 16))
+        return fail(error, QStringLiteral("digest mismatch"));
+    *entries = std::move(out);
+    return true;
+}
+
+bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory,
+                                 QString *error, qint64 maxMemberSize)
+{
+    QuaZip zip(in);
+    if (!zip.open(QuaZip::mdUnzip))
+        return fail(error, QStringLiteral("not a readable ZIP archive (%1)").arg(zip.getZipError()));
+    Entries out;
+    bool ok = true;
+    for (bool more = zip.goToFirstFile(); more && ok; more = zip.goToNextFile()) {
+        QuaZipFileInfo64 info;
+        if (!zip.getCurrentFileInfo(&info)) {
+            ok = fail(error, QStringLiteral("unreadable ZIP member"));
+            break;
+        }
+        if (info.name.endsWith(QLatin1Char('/')))
+            continue; // a folder
+        Entry entry;
+        entry.size = qint64(info.uncompressedSize);
+        if (keepInMemory && !keepInMemory(info.name)) {
+            entry.inMemory = false;
+            out.insert(info.name, std::move(entry));
+            continue;
+        }
+        if (info.uncompressedSize > quint64(maxMemberSize)) {
+            ok = fail(error, QStringLiteral("ZIP member too large"));
+            break;
+        }
+        QuaZipFile member(&zip);
+        if (!member.open(QIODevice::ReadOnly)) {
+            ok = fail(error, QStringLiteral("cannot open ZIP member %1").arg(info.name));
+            break;
+        }
+        // The size in the directory may lie: read at most one byte more than the cap allows.
+        QByteArray data;
+        char buffer[65536];
+        while (true) {
+            const qint64 n = member.read(buffer, sizeof buffer);
+            if (n < 0) {
+                ok = fail(error, QStringLiteral("damaged ZIP member %1").arg(info.name));
+                break;
+            }
+            if (n == 0)
+                break;
+            if (data.size() + n > maxMemberSize) {
+                ok = fail(error, QStringLiteral("ZIP member too large"));
+                break;
+            }
+            data.append(buffer, qsizetype(n));
+        }
+        member.close();
+        if (ok && member.getZipError() != UNZ_OK)
+            ok = fail(error, QStringLiteral("damaged ZIP member %1 (CRC)").arg(info.name));
+        entry.size = data.size();
+        entry.data = std::move(data);
+        out.insert(info.name, std::move(entry));
+    }
+    zip.close();
+    if (!ok)
+        return false;
+    *entries = std::move(out);
+    return true;
+}
+
+bool OVProjectContainer::write(QIODevice *out, QList<WriteEntry> entries, QMap<QString, qint64> *dataOffsets,
+                               QString *error)
+{
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const WriteEntry &a, const WriteEntry &b) { return a.name < b.name; });
+    for (qsizetype i = 1; i < entries.size(); ++i) {
+        if (entries[i].name == entries[i - 1].name)
+            return fail(error, QStringLiteral("duplicate entry %1").arg(entries[i].name));
+    }
+    if (!writeAll(out, Magic, 3))
+        return fail(error, QStringLiteral("write error"));
+    qint64 pos = 3;
+    QCryptographicHash md5(QCryptographicHash::Md5);
+    QMap<QString, qint64> offsets;
+    for (const WriteEntry &e : std::as_const(entries)) {
+        const QByteArray name = e.name.toUtf8();
+        const qint64 size = e.source ? e.size : e.data.size();
+        if (name.size() > MaxNameLength)
+            return fail(error, QStringLiteral("entry name too long"));
+        if (size < 0 || size > MaxEntrySize)
+            return fail(error, QStringLiteral("entry %1 too large").arg(e.name));
+        uchar header[4];
+        qToBigEndian<quint16>(quint16(name.size()), header);
+        if (!writeAll(out, reinterpret_cast<const char *>(header), 2) || !writeAll(out, name.constData(), name.size()))
+            return fail(error, QStringLiteral("write error"));
+        qToBigEndian<quint32>(quint32(size), header);
+        if (!writeAll(out, reinterpret_cast<const char *>(header), 4))
+            return fail(error, QStringLiteral("write error"));
+        pos += 2 + name.size() + 4;
+        offsets.insert(e.name, pos);
+        md5.addData(name);
+        if (e.source) {
+            if (e.offset >= 0 && !e.source->seek(e.offset))
+                return fail(error, QStringLiteral("cannot read entry %1").arg(e.name));
+            if (!stream(e.source, size, &md5, out))
+                return fail(error, QStringLiteral("cannot copy entry %1").arg(e.name));
+        } else {
+            if (!writeAll(out, e.data.constData(), size))
+                return fail(error, QStringLiteral("write error"));
+            md5.addData(e.data);
+        }
+        pos += size;
+    }
+    uchar marker[2];
+    qToBigEndian<quint16>(EndMarker, marker);
+    if (!writeAll(out, reinterpret_cast<const char *>(marker), 2))
+        return fail(error, QStringLiteral("write error"));
+    const QByteArray digest = md5.result();
+    if (!writeAll(out, digest.constData(), digest.size()))
+        return fail(error, QStringLiteral("write error"));
+    if (dataOffsets)
+        *dataOffsets = std::move(offsets);
+    return true;
+}
