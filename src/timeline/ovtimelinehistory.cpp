@@ -510,6 +510,34 @@ bool OVTimelineHistory::moveLabel(Timeline *timeline, int from, int to)
     return true;
 }
 
+bool OVTimelineHistory::replaceLabels(Timeline *timeline, const QList<Label *> &labels)
+{
+    if (!m_project || !timeline)
+        return false;
+    const Id timelineId = ensureId(timeline);
+    beginGesture(tr("Replace labels"));
+    const QList<Label *> old = timeline->labels();
+    for (Label *l : old)
+        removeLabel(l);
+    int index = 0;
+    for (const Label *l : labels) {
+        LabelData d = labelData(l);
+        d.id = BaseNode::newId();
+        d.sortOrder = index;
+        QList<SegmentData> segments;
+        segments.reserve(l->segmentCount());
+        for (const Segment *s : l->segments()) {
+            SegmentData sd = segmentData(s);
+            sd.id = BaseNode::newId();
+            sd.labelId = d.id;
+            segments.append(sd);
+        }
+        push(new LabelSetCommand(this, timelineId, d, index++, segments, true, tr("Add label")));
+    }
+    endGesture();
+    return true;
+}
+
 QString OVTimelineHistory::checkConsistency(const Project *project)
 {
     if (!project)

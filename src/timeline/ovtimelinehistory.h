@@ -68,6 +68,9 @@ public:
     bool editLabel(OVProject::Label *label, const QString &name, QChar key, const QColor &color, const QString &description);
     bool removeLabel(OVProject::Label *label);
     bool moveLabel(OVProject::Timeline *timeline, int from, int to);
+    // Replaces all labels of the timeline by copies of `labels` (with their segments, under new
+    // ids), as one step.
+    bool replaceLabels(OVProject::Timeline *timeline, const QList<OVProject::Label *> &labels);
 
     // Model invariants the timeline relies on; a text naming the first broken one, empty if none.
     static QString checkConsistency(const OVProject::Project *project);

@@ -755,6 +755,8 @@ void OVTimelineWidget::mousePressEvent(QMouseEvent *event)
     if (event->button() == Qt::RightButton) {
         if (painter)
             painter->rightClicked(pos, event->globalPosition().toPoint(), m, m_currentPos);
+        else // below the last row
+            Q_EMIT labelRightClicked(Id(), nullptr, event->globalPosition().toPoint());
         return;
     }
     if (event->button() != Qt::LeftButton)
