@@ -243,6 +243,8 @@ bool OVTimelineControl::handleKey(QKeyEvent *event)
 
 void OVTimelineControl::refreshSettingsFields()
 {
+    if (m_updatingFields)
+        return; // our own write echoing back
     m_updatingFields = true;
     const bool doublePress = m_settings ? m_settings->isDoublePressMode() : true;
     m_mode->setCurrentIndex(doublePress ? DoublePressIndex : SinglePressIndex);
@@ -264,7 +266,9 @@ void OVTimelineControl::onLabelingModeChangedFromCombo()
 {
     if (m_updatingFields || !m_settings)
         return;
+    m_updatingFields = true;
     m_settings->setLabelingMode(m_mode->currentIndex() == DoublePressIndex ? OVLabelingSettings::DoublePressMode : OVLabelingSettings::SinglePressMode);
+    m_updatingFields = false;
     refreshSettingsFields();
 }
 
@@ -274,15 +278,19 @@ void OVTimelineControl::onLeadTimeChanged()
 {
     if (m_updatingFields || !m_settings)
         return;
+    m_updatingFields = true;
     m_settings->setLeadOpenTime(m_leadOpen->value());
     m_settings->setLeadCloseTime(m_leadClose->value());
+    m_updatingFields = false;
 }
 
 void OVTimelineControl::onDurationChanged()
 {
     if (m_updatingFields || !m_settings)
         return;
+    m_updatingFields = true;
     m_settings->setDefaultSegmentDuration(m_duration->value());
+    m_updatingFields = false;
 }
 
 // --- view -------------------------------------------------------------------------------------
