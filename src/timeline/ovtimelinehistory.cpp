@@ -565,9 +565,13 @@ QString OVTimelineHistory::checkConsistency(const Project *project)
                 segmentIds.insert(s->id());
             }
             // The time index must hold exactly the label's segments.
-            const QList<Segment *> indexed = l->segmentsInRange(-1e300, 1e300);
+            const QList<Label::Span> indexed = l->spansInRange(-1e300, 1e300);
             if (indexed.size() != l->segments().size())
                 return QStringLiteral("label %1 indexes %2 of %3 segments").arg(l->id()).arg(indexed.size()).arg(l->segments().size());
+            for (const Label::Span &span : indexed) {
+                if (span.segment->label() != l || span.start != span.segment->start() || span.end != span.segment->end())
+                    return QStringLiteral("label %1 indexes stale times of segment %2").arg(l->id(), span.segment->id());
+            }
         }
     }
     return QString();

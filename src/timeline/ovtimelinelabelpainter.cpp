@@ -111,15 +111,17 @@ void OVTimelineLabelPainter::paint(QPainter &p, const PaintContext &c) const
 
         const double from = m.timeAt(visible.left());
         const double to = m.timeAt(visible.right() + 1);
-        const QList<Segment *> segments = m_label->segmentsInRange(from, to);
-        for (const Segment *s : segments) {
-            const double end = shownEnd(s, c.currentPos);
+        // Times come from the label's index, so the segment objects are only touched for the
+        // few bars wide enough to carry text.
+        const QList<Label::Span> spans = m_label->spansInRange(from, to);
+        for (const Label::Span &span : spans) {
+            const double end = span.end == Segment::OpenEnd ? std::max(c.currentPos, span.start) : span.end;
             if (end < from)
                 continue; // an open segment started after the playing position
-            const int x1 = m.xAt(s->start());
+            const int x1 = m.xAt(span.start);
             const int x2 = std::max(m.xAt(end), x1 + 1);
-            if ((anySelected && c.selection->contains(s)) || s == c.highlighted) {
-                marked.append(s);
+            if ((anySelected && c.selection->contains(span.segment)) || span.segment == c.highlighted) {
+                marked.append(span.segment);
                 continue;
             }
             const bool narrow = x2 - x1 < 4;
@@ -132,7 +134,7 @@ void OVTimelineLabelPainter::paint(QPainter &p, const PaintContext &c) const
             runStart = x1;
             runEnd = x2;
             runOpen = true;
-            runSingle = s;
+            runSingle = span.segment;
         }
         flush();
 

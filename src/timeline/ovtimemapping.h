@@ -19,12 +19,13 @@ struct OVTimeMapping
     int xAt(double t) const
     {
         // Far-away times (open ends, huge zooms) would overflow int; keep them just off screen.
-        const double x = std::round(exactX(t));
+        const double x = exactX(t);
         if (x > 1e8)
             return 100000000;
         if (x < -1e8)
             return -100000000;
-        return int(x);
+        // Half away from zero, as std::round, without the library call (paint runs this per bar).
+        return x >= 0.0 ? int(x + 0.5) : -int(0.5 - x);
     }
     // Time visible at the right edge of an area `width` pixels wide (counted from 0).
     double timeAtRight(double width) const { return timeAt(width); }
