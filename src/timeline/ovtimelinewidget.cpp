@@ -775,13 +775,21 @@ void OVTimelineWidget::mousePressEvent(QMouseEvent *event)
         return;
     }
 
-    Segment *segment = painter ? painter->segmentAt(pos.x(), m, m_currentPos) : nullptr;
+    // While another view owns the keyboard (transcribing), editing clicks need Control, so a
+    // stray click on the rows only seeks or pans.
+    Qt::KeyboardModifiers modifiers = event->modifiers();
+    bool editing = true;
+    if (m_requireModifier) {
+        editing = modifiers & Qt::ControlModifier;
+        modifiers &= ~Qt::ControlModifier;
+    }
+    Segment *segment = painter && editing ? painter->segmentAt(pos.x(), m, m_currentPos) : nullptr;
     if (!segment) {
         if (m.grabsCursor(pos.x(), m_currentPos)) {
             m_cursorDragging = true;
             return;
         }
-        if (event->modifiers() & Qt::ShiftModifier) {
+        if (editing && (modifiers & Qt::ShiftModifier)) {
             m_pressX = pos.x();
             m_pressY = pos.y();
             m_rubberBand = QRect(pos, QSize(1, 1));
@@ -791,7 +799,7 @@ void OVTimelineWidget::mousePressEvent(QMouseEvent *event)
             m_pressOffset = m_offset;
             m_pressVerticalScroll = m_verticalScroll;
             m_panning = true;
-            if (!(event->modifiers() & Qt::ControlModifier))
+            if (editing && !(modifiers & Qt::ControlModifier))
                 clearSelection();
         }
         return;
@@ -800,9 +808,9 @@ void OVTimelineWidget::mousePressEvent(QMouseEvent *event)
     m_grabbed = segment;
     m_pressX = pos.x();
     m_pressY = pos.y();
-    if (event->modifiers() & Qt::ControlModifier) {
+    if (modifiers & Qt::ControlModifier) {
         painter->toggleSelection(segment);
-    } else if (event->modifiers() & Qt::ShiftModifier) {
+    } else if (modifiers & Qt::ShiftModifier) {
         m_rubberBand = QRect(pos, QSize(1, 1));
         addToSelection(segment);
     } else {
@@ -905,7 +913,8 @@ void OVTimelineWidget::mouseReleaseEvent(QMouseEvent *event)
         return;
     const QPoint pos = event->position().toPoint();
     const bool clicked = (pos - QPoint(m_pressX, m_pressY)).manhattanLength() < QApplication::startDragDistance();
-    if (m_grabbed && m_resizeEdge == OVTimelineLabelPainter::NoEdge && clicked && event->modifiers() == Qt::NoModifier)
+    const Qt::KeyboardModifiers plain = m_requireModifier ? Qt::KeyboardModifiers(Qt::ControlModifier) : Qt::KeyboardModifiers(Qt::NoModifier);
+    if (m_grabbed && m_resizeEdge == OVTimelineLabelPainter::NoEdge && clicked && event->modifiers() == plain)
         selectSegments({ m_grabbed.data() });
     if (m_sortLabel) {
         if (OVTimelineLabelPainter *p = painterForLabel(m_sortLabel))

@@ -35,6 +35,7 @@ private Q_SLOTS:
     void labelReorderIsOneStep();
     void resizeIsOneStep();
     void otherTimelinesAreReadOnly();
+    void requireModifierGuardsClicks();
 
 private:
     QPoint pointAt(int row, double time) const;
@@ -396,6 +397,21 @@ void TstTimelineWidget::otherTimelinesAreReadOnly()
     QVERIFY(!m_widget->dropSegments(data.get(), pointAt(5, 5.0)));
     QCOMPARE(theirs->label(), bob->labels().at(0));
     QCOMPARE(ours->label(), m_timeline->labels().at(0));
+}
+
+void TstTimelineWidget::requireModifierGuardsClicks()
+{
+    Segment *s = m_widget->history()->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
+    QTest::ignoreMessage(QtDebugMsg, "TimelineWidget::requireModifier set to: true");
+    m_widget->setRequireModifier(true);
+    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, pointAt(0, 15.0));
+    QVERIFY(m_widget->selectedSegments().isEmpty());
+    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::ControlModifier, pointAt(0, 15.0));
+    QCOMPARE(m_widget->selectedSegments(), QList<Segment *>{ s });
+    m_widget->setRequireModifier(false);
+    m_widget->clearSelection();
+    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, pointAt(0, 15.0));
+    QCOMPARE(m_widget->selectedSegments(), QList<Segment *>{ s });
 }
 
 QTEST_MAIN(TstTimelineWidget)
