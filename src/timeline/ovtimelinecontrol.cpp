@@ -207,7 +207,9 @@ bool OVTimelineControl::focusIsInside() const
 
 bool OVTimelineControl::eventFilter(QObject *watched, QEvent *event)
 {
-    if (event->type() == QEvent::KeyPress && focusIsInside())
+    // Only at the event's first stop, the focus widget: an unhandled key travels up through its
+    // parents and must not be coded again on the way.
+    if (event->type() == QEvent::KeyPress && watched == QApplication::focusWidget() && focusIsInside())
         return handleKey(static_cast<QKeyEvent *>(event));
     if (watched == m_widget && event->type() == QEvent::Wheel) {
         auto *wheel = static_cast<QWheelEvent *>(event);

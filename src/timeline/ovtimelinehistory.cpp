@@ -380,7 +380,8 @@ Segment *OVTimelineHistory::addSegment(Label *label, double start, double end, c
     d.end = end;
     d.description = description;
     push(new SegmentSetCommand(this, ensureId(t), { d }, true, tr("Add segment")));
-    return label->segments().isEmpty() ? nullptr : label->segments().last();
+    Segment *added = label->segments().isEmpty() ? nullptr : label->segments().last();
+    return added && added->id() == d.id ? added : nullptr;
 }
 
 bool OVTimelineHistory::setSegmentTimes(Segment *segment, double start, double end)

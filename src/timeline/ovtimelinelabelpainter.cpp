@@ -181,7 +181,10 @@ void OVTimelineLabelPainter::drawName(QPainter &p) const
 
     const QRect textRect(swatch.right() + 4, m_nameRect.top(), keyRect.left() - swatch.right() - 6, m_nameRect.height());
     p.setPen(Qt::black);
-    p.drawText(textRect, Qt::AlignCenter, fm.elidedText(m_label->name(), Qt::ElideRight, std::max(0, textRect.width())));
+    // Rows of other coders' timelines say whose they are.
+    const Timeline *t = m_label->timeline();
+    const QString name = (!m_editable && t && !t->owner().isEmpty()) ? t->owner() + QStringLiteral(": ") + m_label->name() : m_label->name();
+    p.drawText(textRect, Qt::AlignCenter, fm.elidedText(name, Qt::ElideRight, std::max(0, textRect.width())));
 }
 
 OVTimelineLabelPainter::NameArea OVTimelineLabelPainter::nameAreaAt(const QPoint &pos) const

@@ -113,6 +113,7 @@ void OVTimelineWidget::setProject(Project *project)
         connect(project, &Project::changed, this, &OVTimelineWidget::onStateChanged);
         m_currentPos = state->currentPos();
     }
+    m_videoLength = project ? project->videoLength() : 0.0;
     refreshLabelPainters();
     updateScrollbars();
     update();
@@ -170,6 +171,7 @@ void OVTimelineWidget::setNameWidth(int width)
     if (width == m_nameWidth)
         return;
     m_nameWidth = width;
+    layoutChildren();
     relayout();
     updateScrollbars();
     Q_EMIT offsetChanged(m_offset);
@@ -340,6 +342,10 @@ void OVTimelineWidget::onStateChanged()
     if (!m_project)
         return;
     setCurrentPos(m_project->state()->currentPos());
+    if (m_project->videoLength() != m_videoLength) {
+        m_videoLength = m_project->videoLength();
+        updateScrollbars();
+    }
     m_repaintPending = true;
 }
 
@@ -725,14 +731,19 @@ void OVTimelineWidget::paintOverlay(QPainter &p)
 
 void OVTimelineWidget::resizeEvent(QResizeEvent *)
 {
+    layoutChildren();
+    relayout();
+    updateScrollbars();
+    scheduleRelayout();
+}
+
+void OVTimelineWidget::layoutChildren()
+{
     const int sb = m_verticalScrollBar->sizeHint().width();
     const int hb = m_horizontalScroll->sizeHint().height();
     m_splitter->setGeometry(0, 0, std::max(0, width() - sb), std::max(0, height() - hb));
     m_verticalScrollBar->setGeometry(width() - sb, 0, sb, std::max(0, height() - hb));
     m_horizontalScroll->setGeometry(m_nameWidth, height() - hb, std::max(0, width() - sb - m_nameWidth), hb);
-    relayout();
-    updateScrollbars();
-    scheduleRelayout();
 }
 
 // --- mouse ------------------------------------------------------------------------------------

@@ -150,6 +150,7 @@ private Q_SLOTS:
 
 private:
     void relayout();
+    void layoutChildren();
     void scheduleRelayout();
     void setCurrentPos(double pos);
     void endGesture();
@@ -169,6 +170,7 @@ private:
     double m_offset = 0.0;
     int m_nameWidth = DefaultNameWidth;
     double m_currentPos = 0.0;
+    double m_videoLength = 0.0;
     int m_verticalScroll = 0;
 
     // Current mouse gesture.
