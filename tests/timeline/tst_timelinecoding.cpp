@@ -25,6 +25,7 @@ private Q_SLOTS:
     void coding();
     void focusOutsideCodesNothing();
     void labelingModeFields();
+    void zoomToFit();
 
 private:
     // "pos:key" presses separated by ';'. A key may be prefixed with ^ (Control), + (Shift),
@@ -184,6 +185,14 @@ void TstTimelineCoding::focusOutsideCodesNothing()
     control->timelineWidget()->setFocus();
     QTest::keyClick(control->timelineWidget(), '1');
     QCOMPARE(segmentList(t).size(), 1);
+
+    // So does a key with the focus on the control itself.
+    project.state()->setCurrentPos(300.0);
+    control->setFocus();
+    QVERIFY(control->hasFocus());
+    QTest::keyClick(control, 'B');
+    QCOMPARE(segmentList(t).size(), 2);
+    QVERIFY(segmentList(t).last().startsWith(QLatin1String("1:")));
 }
 
 void TstTimelineCoding::labelingModeFields()
@@ -210,6 +219,25 @@ void TstTimelineCoding::labelingModeFields()
     QCOMPARE(settings.leadCloseTime(), 1.25);
     boxes.at(2)->setValue(7.0);
     QCOMPARE(settings.defaultSegmentDuration(), 7.0);
+}
+
+void TstTimelineCoding::zoomToFit()
+{
+    Project project;
+    newProject(&project, 1200.0);
+    OVTimelineControl control(nullptr);
+    control.setProject(&project);
+    control.resize(1000, 300);
+    control.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&control));
+    OVTimelineWidget *w = control.timelineWidget();
+    w->setPps(7.0);
+    w->setOffset(300.0);
+    control.zoomTimelineToFit();
+    QCOMPARE(w->offset(), 0.0);
+    QVERIFY(qFuzzyCompare(w->pps(), w->timeAreaWidth() / 1200.0));
+    // The whole video fits: its end is the right edge of the rows.
+    QCOMPARE(w->mapping().xAt(1200.0), w->rowsRect().right() + 1);
 }
 
 QTEST_MAIN(TstTimelineCoding)
