@@ -15,6 +15,8 @@
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
 #include "settings/ovkeyboardsettings.h"
+#include "settings/ovlabelingsettings.h"
+#include "timeline/ovtimelinecontrol.h"
 #include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
@@ -32,6 +34,7 @@
 #include <QMenuBar>
 #include <QSplitter>
 #include <QStandardPaths>
+#include <QUndoStack>
 #include <QUrl>
 
 namespace {
@@ -55,13 +58,13 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_playerArea->setAlignment(Qt::AlignCenter);
     m_playerArea->setStyleSheet(QStringLiteral("background-color: black; color: rgb(160, 160, 160);"));
     m_playerArea->setMinimumHeight(200);
-    m_timelineArea = new QLabel(m_mainSplitter);
-    m_timelineArea->setObjectName(QStringLiteral("lb_timeline"));
-    m_timelineArea->setAlignment(Qt::AlignCenter);
-    m_timelineArea->setStyleSheet(QStringLiteral("background-color: rgb(30, 30, 30); color: rgb(200, 200, 200);"));
-    m_timelineArea->setMinimumHeight(120);
+    m_timeline = new OVTimelineControl(m_settings ? m_settings->labeling() : nullptr, m_mainSplitter);
+    m_timeline->setObjectName(QStringLiteral("timelineControl"));
+    m_timeline->setMinimumHeight(160);
+    connect(m_timeline, &OVTimelineControl::seekRequested, this, &KVMainWindow::onSeekRequested);
+    connect(m_timeline->undoStack(), &QUndoStack::indexChanged, this, &KVMainWindow::onProjectHistoryChanged);
     m_mainSplitter->addWidget(m_playerArea);
-    m_mainSplitter->addWidget(m_timelineArea);
+    m_mainSplitter->addWidget(m_timeline);
     m_mainSplitter->setStretchFactor(0, 3);
     m_mainSplitter->setStretchFactor(1, 2);
     setCentralWidget(m_mainSplitter);
@@ -88,6 +91,10 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
 
 KVMainWindow::~KVMainWindow()
 {
+    // Children (the timeline and its undo history) die after this body, while signals still reach
+    // us: cut them off before the actions they update are gone.
+    disconnect(m_timeline->undoStack(), nullptr, this, nullptr);
+    m_timeline->setProject(nullptr);
     delete m_project;
 }
 
@@ -115,6 +122,10 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::Undo), &QAction::triggered, this, &KVMainWindow::undo);
     connect(m_actions->action(R::Redo), &QAction::triggered, this, &KVMainWindow::redo);
     connect(m_actions->action(R::Settings), &QAction::triggered, this, &KVMainWindow::showSettings);
+    connect(m_actions->action(R::AddLabel), &QAction::triggered, m_timeline, &OVTimelineControl::onAddLabelClicked);
+    connect(m_actions->action(R::ImportLabels), &QAction::triggered, m_timeline, &OVTimelineControl::onLoadClicked);
+    connect(m_actions->action(R::ExportLabels), &QAction::triggered, m_timeline, &OVTimelineControl::onSaveClicked);
+    connect(m_actions->action(R::ClearTimeline), &QAction::triggered, m_timeline, &OVTimelineControl::clearAll);
     connect(m_actions->action(R::About), &QAction::triggered, this, &KVMainWindow::showAbout);
     connect(m_actions->action(R::ReportProblem), &QAction::triggered, this,
             qOverload<>(&KVMainWindow::showSendReportDialog));
@@ -157,6 +168,13 @@ void KVMainWindow::createMenus()
     edit->addAction(m_actions->action(R::Undo));
     edit->addAction(m_actions->action(R::Redo));
 
+    QMenu *timeline = menuBar()->addMenu(tr("&Timeline"));
+    timeline->addAction(m_actions->action(R::AddLabel));
+    timeline->addAction(m_actions->action(R::ImportLabels));
+    timeline->addAction(m_actions->action(R::ExportLabels));
+    timeline->addSeparator();
+    timeline->addAction(m_actions->action(R::ClearTimeline));
+
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(m_actions->action(R::Fullscreen));
     view->addAction(m_showLogAction);
@@ -173,12 +191,15 @@ void KVMainWindow::createMenus()
 void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
 {
     if (m_project) {
+        m_timeline->setProject(nullptr);
         delete m_project;
         m_project = nullptr;
         Q_EMIT projectClosed();
     }
     m_project = project;
     m_projectPath = path;
+    // The timeline starts a new undo history with every project.
+    m_timeline->setProject(m_project);
     if (m_project) {
         m_project->setParent(nullptr);
         connect(m_project, &OVProject::Project::changed, this, &KVMainWindow::onProjectDataChanged);
@@ -428,27 +449,17 @@ void KVMainWindow::updateProjectActions()
     m_actions->action(R::ProjectDetails)->setEnabled(open);
     m_actions->action(R::SaveProject)->setEnabled(open);
     m_actions->action(R::SaveProjectAs)->setEnabled(open);
-    m_actions->action(R::Undo)->setEnabled(false);
-    m_actions->action(R::Redo)->setEnabled(false);
+    for (int id : { R::AddLabel, R::ImportLabels, R::ExportLabels, R::ClearTimeline })
+        m_actions->action(id)->setEnabled(open);
+    onProjectHistoryChanged();
 }
 
 void KVMainWindow::updateProjectSummary()
 {
-    if (!m_project) {
+    if (!m_project)
         m_playerArea->setText(tr("No project is open.\nFile > New Project starts one."));
-        m_timelineArea->clear();
-        return;
-    }
-    m_playerArea->setText(tr("No video or audio in this project yet."));
-    QStringList lines;
-    const auto timelines = m_project->timelineGroup()->timelines();
-    for (OVProject::Timeline *timeline : timelines) {
-        QStringList labels;
-        for (OVProject::Label *label : timeline->labels())
-            labels << QStringLiteral("%1 (%2)").arg(label->name(), QString(label->key()));
-        lines << tr("Timeline of %1: %2").arg(timeline->owner(), labels.join(QStringLiteral(", ")));
-    }
-    m_timelineArea->setText(lines.join(QLatin1Char('\n')));
+    else
+        m_playerArea->setText(tr("No video or audio in this project yet."));
 }
 
 void KVMainWindow::updateRecentProjectsMenu()
@@ -467,8 +478,28 @@ void KVMainWindow::updateRecentProjectsMenu()
 
 // ---- history ---------------------------------------------------------------------------------
 
-void KVMainWindow::undo() {}
-void KVMainWindow::redo() {}
+void KVMainWindow::undo()
+{
+    m_timeline->undoStack()->undo();
+}
+
+void KVMainWindow::redo()
+{
+    m_timeline->undoStack()->redo();
+}
+
+void KVMainWindow::onProjectHistoryChanged()
+{
+    using R = OVActionRegistry;
+    m_actions->action(R::Undo)->setEnabled(m_project && m_timeline->undoStack()->canUndo());
+    m_actions->action(R::Redo)->setEnabled(m_project && m_timeline->undoStack()->canRedo());
+}
+
+void KVMainWindow::onSeekRequested(double position)
+{
+    if (m_project)
+        m_project->state()->setSeekPos(position);
+}
 
 // ---- application -----------------------------------------------------------------------------
 

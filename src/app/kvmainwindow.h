@@ -8,6 +8,7 @@
 class OVActionRegistry;
 class OVLocalFileStorage;
 class OVSettings;
+class OVTimelineControl;
 class NXLogWidget;
 class QDockWidget;
 class QLabel;
@@ -32,6 +33,7 @@ public:
     bool isProjectModified() const { return m_modified; }
     OVActionRegistry *actionRegistry() const { return m_actions; }
     OVSettings *settings() const { return m_settings; }
+    OVTimelineControl *timelineControl() const { return m_timeline; }
     NXLogWidget *logWidget() const { return m_logWidget; }
     // The user who codes in this session: the remembered login, else the system user.
     QString currentUser() const;
@@ -64,6 +66,8 @@ public Q_SLOTS:
     // history
     void undo();
     void redo();
+    void onProjectHistoryChanged();
+    void onSeekRequested(double position);
     // application
     void showAbout();
     void showSettings();
@@ -106,7 +110,7 @@ private:
     bool m_modified = false;
     QSplitter *m_mainSplitter = nullptr;
     QLabel *m_playerArea = nullptr;
-    QLabel *m_timelineArea = nullptr;
+    OVTimelineControl *m_timeline = nullptr;
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;

@@ -3,15 +3,19 @@
 #include "log/nxlogwidget.h"
 #include "project/label.h"
 #include "project/project.h"
+#include "project/segment.h"
 #include "project/state.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
 #include "settings/ovkeyboardsettings.h"
+#include "settings/ovlabelingsettings.h"
+#include "timeline/ovtimelinecontrol.h"
 #include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QDockWidget>
 #include <QSplitter>
 #include <QTemporaryDir>
@@ -242,6 +246,46 @@ private Q_SLOTS:
         TestWindow reader(nullptr);
         QVERIFY(reader.loadProject(copy));
         QCOMPARE(reader.project()->title(), QString("Unsaved coding"));
+    }
+
+    void codingFromTheKeyboardAndUndoThroughTheMenu()
+    {
+        QTemporaryDir dir;
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        settings.labeling()->setLabelingMode(2);
+        settings.labeling()->setLeadOpenTime(1);
+        settings.labeling()->setLeadCloseTime(0);
+        TestWindow w(&settings);
+        w.onNewProject();
+        QAction *undo = w.actionRegistry()->action(OVActionRegistry::Undo);
+        QAction *redo = w.actionRegistry()->action(OVActionRegistry::Redo);
+        QVERIFY(!undo->isEnabled());
+        w.project()->setVideoLength(60);
+        w.project()->state()->setCurrentPos(10);
+        w.show();
+        QApplication::setActiveWindow(&w);
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        w.timelineControl()->setFocus();
+        QTRY_VERIFY(w.timelineControl()->hasFocus() || w.timelineControl()->isAncestorOf(QApplication::focusWidget()));
+        OVProject::Label *a = w.project()->timelineGroup()->timelines().first()->labels().first();
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_A);
+        QCOMPARE(a->segments().size(), 1);
+        QCOMPARE(a->segments().first()->start(), 9.0);
+        w.project()->state()->setCurrentPos(15);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_A);
+        QCOMPARE(a->segments().first()->end(), 15.0);
+        QVERIFY(undo->isEnabled());
+        undo->trigger();
+        QCOMPARE(a->segments().size(), 1);
+        QCOMPARE(a->segments().first()->end(), OVProject::Segment::OpenEnd);
+        undo->trigger();
+        QCOMPARE(a->segments().size(), 0);
+        QVERIFY(redo->isEnabled());
+        redo->trigger();
+        redo->trigger();
+        QCOMPARE(a->segments().first()->end(), 15.0);
+        QVERIFY(w.isProjectModified());
     }
 
     void openingMissingFilesSaysSo()
