@@ -12,7 +12,10 @@
 class OVJsonSerializer : public OVProject::Serializer
 {
 public:
-    explicit OVJsonSerializer(bool compress = true) : m_compress(compress) {}
+    explicit OVJsonSerializer(bool compress = true)
+        : m_compress(compress)
+    {
+    }
 
     bool compression() const { return m_compress; }
     void setCompression(bool on) { m_compress = on; }

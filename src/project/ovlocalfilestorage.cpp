@@ -34,7 +34,11 @@ const QString JsonSuffix = QStringLiteral(".json");
 class WriteLimiter : public QIODevice
 {
 public:
-    WriteLimiter(QIODevice *target, qint64 limit) : m_target(target), m_limit(limit) {}
+    WriteLimiter(QIODevice *target, qint64 limit)
+        : m_target(target)
+        , m_limit(limit)
+    {
+    }
 
 protected:
     qint64 readData(char *, qint64) override { return -1; }
@@ -73,15 +77,13 @@ void syncFolder(const QString &folder)
 #endif
 }
 
-QString timelineEntry(const Id &id)
-{
-    return TimelineFolder + id + JsonSuffix;
-}
+QString timelineEntry(const Id &id) { return TimelineFolder + id + JsonSuffix; }
 
 } // namespace
 
 OVLocalFileStorage::OVLocalFileStorage(const QString &path, QObject *parent)
-    : OVProject::StorageInterface(parent), m_path(path)
+    : OVProject::StorageInterface(parent)
+    , m_path(path)
 {
 }
 
@@ -93,7 +95,7 @@ bool OVLocalFileStorage::isDocumentEntry(const QString &name)
 bool OVLocalFileStorage::isVideoEntry(const QString &name)
 {
     return name.startsWith(QLatin1String("embvideo_")) || name == QLatin1String("video.bin")
-           || name == QLatin1String("video.mp4");
+        || name == QLatin1String("video.mp4");
 }
 
 OV::Error OVLocalFileStorage::loadError(const QString &path)
@@ -101,15 +103,9 @@ OV::Error OVLocalFileStorage::loadError(const QString &path)
     return OV::Error(FileUnreadable, QStringLiteral("Failed to load project from:\n") + path);
 }
 
-OV::Error OVLocalFileStorage::saveProject(Project *project)
-{
-    return save(m_path, project);
-}
+OV::Error OVLocalFileStorage::saveProject(Project *project) { return save(m_path, project); }
 
-OV::Error OVLocalFileStorage::loadProject(Project *target)
-{
-    return load(m_path, target);
-}
+OV::Error OVLocalFileStorage::loadProject(Project *target) { return load(m_path, target); }
 
 void OVLocalFileStorage::setEmbeddedVideo(const QString &videoFile)
 {
@@ -135,20 +131,22 @@ OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
     for (const Timeline *t : timelines)
         ids.append(t->id());
     header.setTimelineIds(ids);
-    if (header.useRelativePath() && !header.videoPath().isEmpty() && !QDir::isRelativePath(header.videoPath()))
+    if (header.useRelativePath() && !header.videoPath().isEmpty()
+        && !QDir::isRelativePath(header.videoPath()))
         header.setVideoPath(QDir(folder).relativeFilePath(header.videoPath()));
 
     const OVJsonSerializer serializer(m_compress);
     QList<OVProjectContainer::WriteEntry> entries;
-    entries.append({ProjectEntry, serializer.writeProject(&header)});
+    entries.append({ ProjectEntry, serializer.writeProject(&header) });
     for (const Timeline *t : timelines)
-        entries.append({timelineEntry(t->id()), serializer.writeTimeline(t)});
+        entries.append({ timelineEntry(t->id()), serializer.writeTimeline(t) });
 
     QFile source(m_sourcePath);
     const bool haveSource = !m_sourcePath.isEmpty() && !m_carried.isEmpty();
-    if (haveSource && m_sourceForm == OVProjectContainer::ContainerForm && !source.open(QIODevice::ReadOnly)) {
-        qWarning() << "LocalFileStorage: cannot reopen" << m_sourcePath << "to carry its entries:"
-                   << source.errorString();
+    if (haveSource && m_sourceForm == OVProjectContainer::ContainerForm
+        && !source.open(QIODevice::ReadOnly)) {
+        qWarning() << "LocalFileStorage: cannot reopen" << m_sourcePath
+                   << "to carry its entries:" << source.errorString();
         return failed;
     }
     QStringList carriedNames;
@@ -158,19 +156,20 @@ OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
                 continue;
             carriedNames.append(it.key());
             if (it->inMemory)
-                entries.append({it.key(), it->data});
+                entries.append({ it.key(), it->data });
             else
-                entries.append({it.key(), QByteArray(), &source, it->offset, it->size});
+                entries.append({ it.key(), QByteArray(), &source, it->offset, it->size });
         }
     }
     QFile video(m_embedFile);
     if (m_embedChanged && !m_embedFile.isEmpty()) {
         if (!video.open(QIODevice::ReadOnly)) {
-            qWarning() << "LocalFileStorage: cannot open video to embed" << m_embedFile << video.errorString();
+            qWarning() << "LocalFileStorage: cannot open video to embed" << m_embedFile
+                       << video.errorString();
             return failed;
         }
         const QString name = QStringLiteral("embvideo_") + QFileInfo(m_embedFile).fileName();
-        entries.append({name, QByteArray(), &video, 0, video.size()});
+        entries.append({ name, QByteArray(), &video, 0, video.size() });
         carriedNames.append(name);
     }
 
@@ -288,13 +287,15 @@ OV::Error OVLocalFileStorage::load(const QString &path, Project *target)
     m_embedChanged = false;
     m_embedFile.clear();
     m_path = path;
-    qDebug() << "LocalFileStorage: loaded" << path << "with" << target->timelineGroup()->count() << "timelines";
+    qDebug() << "LocalFileStorage: loaded" << path << "with" << target->timelineGroup()->count()
+             << "timelines";
     return OV::Error::success();
 }
 
 OV::Error OVLocalFileStorage::extractEmbeddedVideo(const QString &destination) const
 {
-    const OV::Error failed(SaveFailed, QStringLiteral("Failed to extract the embedded video to:\n") + destination);
+    const OV::Error failed(
+        SaveFailed, QStringLiteral("Failed to extract the embedded video to:\n") + destination);
     auto it = m_carried.cbegin();
     for (; it != m_carried.cend(); ++it) {
         if (isVideoEntry(it.key()))
@@ -334,7 +335,8 @@ QString OVLocalFileStorage::backupFolder(const QString &projectPath)
     const QFileInfo info(projectPath);
     const QByteArray hash
         = QCryptographicHash::hash(info.absoluteFilePath().toUtf8(), QCryptographicHash::Md5).toHex().left(8);
-    return backupFolder() + QLatin1Char('/') + info.completeBaseName() + QLatin1Char('-') + QString::fromLatin1(hash);
+    return backupFolder() + QLatin1Char('/') + info.completeBaseName() + QLatin1Char('-')
+        + QString::fromLatin1(hash);
 }
 
 void OVLocalFileStorage::backupExisting(const QString &path) const
@@ -345,7 +347,8 @@ void OVLocalFileStorage::backupExisting(const QString &path) const
         return;
     }
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz"));
-    const QString base = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName() + QLatin1Char('-') + stamp;
+    const QString base
+        = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName() + QLatin1Char('-') + stamp;
     QString name = base + QStringLiteral(".kvpr");
     for (int n = 1; QFileInfo::exists(name); ++n)
         name = base + QStringLiteral("_%1.kvpr").arg(n);
@@ -354,7 +357,7 @@ void OVLocalFileStorage::backupExisting(const QString &path) const
         return;
     }
     QDir dir(folder);
-    QStringList kept = dir.entryList({QStringLiteral("*.kvpr")}, QDir::Files, QDir::Name);
+    QStringList kept = dir.entryList({ QStringLiteral("*.kvpr") }, QDir::Files, QDir::Name);
     while (kept.size() > BackupsKept)
         dir.remove(kept.takeFirst());
 }
