@@ -230,7 +230,7 @@ QString OVJsonSerializer::formatTime(double seconds) { return QString::number(se
 QByteArray OVJsonSerializer::finish(const std::string &json) const
 {
     const QByteArray bytes = QByteArray(json.data(), qsizetype(json.size())).trimmed();
-    return m_compress ? wrap(bytes) : bytes;
+    return m_compress ? wrap(bytes, m_level) : bytes;
 }
 
 static std::string compactJson(const Json::Value &root)
@@ -460,10 +460,10 @@ OV::Error OVJsonSerializer::loadLabelSetFile(const QString &path, QList<Label *>
 
 bool OVJsonSerializer::isWrapped(const QByteArray &document) { return document.startsWith(EnvelopeMagic); }
 
-QByteArray OVJsonSerializer::wrap(const QByteArray &json)
+QByteArray OVJsonSerializer::wrap(const QByteArray &json, int level)
 {
     z_stream zs {};
-    if (deflateInit2(&zs, 9, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+    if (deflateInit2(&zs, std::clamp(level, 1, 9), Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY) != Z_OK)
         return QByteArray();
     QByteArray out;
     out.resize(EnvelopeHeaderSize + qsizetype(deflateBound(&zs, uLong(json.size()))));

@@ -13,13 +13,17 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
+#include <QThread>
+#include <QThreadPool>
 
 #ifdef Q_OS_UNIX
 #include <fcntl.h>
 #include <unistd.h>
 #endif
 
+#include <functional>
 #include <memory>
+#include <vector>
 
 using namespace OVProject;
 
@@ -75,6 +79,24 @@ void syncFolder(const QString &folder)
 #else
     Q_UNUSED(folder);
 #endif
+}
+
+// Runs job(0)..job(count - 1), spread over a private pool and the calling thread, and returns
+// when all are done. A private pool, so that a save never waits behind long work of other parts.
+void runParallel(int count, const std::function<void(int)> &job)
+{
+    const int workers = std::min(count, QThread::idealThreadCount()) - 1;
+    if (workers < 1) {
+        for (int i = 0; i < count; ++i)
+            job(i);
+        return;
+    }
+    QThreadPool pool;
+    pool.setMaxThreadCount(workers);
+    for (int i = 1; i < count; ++i)
+        pool.start([&job, i] { job(i); });
+    job(0);
+    pool.waitForDone();
 }
 
 QString timelineEntry(const Id &id) { return TimelineFolder + id + JsonSuffix; }
@@ -135,11 +157,16 @@ OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
         && !QDir::isRelativePath(header.videoPath()))
         header.setVideoPath(QDir(folder).relativeFilePath(header.videoPath()));
 
-    const OVJsonSerializer serializer(m_compress);
+    const OVJsonSerializer serializer(m_compress, m_level);
     QList<OVProjectContainer::WriteEntry> entries;
     entries.append({ ProjectEntry, serializer.writeProject(&header) });
-    for (const Timeline *t : timelines)
-        entries.append({ timelineEntry(t->id()), serializer.writeTimeline(t) });
+    // Timeline documents are made (and compressed) side by side; the model is only read, and the
+    // caller waits here, so nothing changes it meanwhile.
+    std::vector<QByteArray> documents(std::size_t(timelines.size()));
+    runParallel(int(timelines.size()),
+                [&](int i) { documents[std::size_t(i)] = serializer.writeTimeline(timelines[i]); });
+    for (qsizetype i = 0; i < timelines.size(); ++i)
+        entries.append({ timelineEntry(timelines[i]->id()), std::move(documents[std::size_t(i)]) });
 
     QFile source(m_sourcePath);
     const bool haveSource = !m_sourcePath.isEmpty() && !m_carried.isEmpty();
@@ -250,24 +277,44 @@ OV::Error OVLocalFileStorage::load(const QString &path, Project *target)
         qWarning() << "LocalFileStorage: no readable project document in" << path;
         return loadError(path);
     }
+    // Timelines are read side by side, each into a tree of its own made on a worker and then
+    // handed to this thread; they join the project only when all of them were read.
     const OVJsonSerializer serializer;
-    for (const Id &id : fresh.timelineIds()) {
-        const auto entry = entries.constFind(timelineEntry(id));
-        if (entry == entries.cend()) {
-            qWarning() << "LocalFileStorage: timeline" << id << "missing in" << path;
-            return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
-        }
-        auto timeline = std::make_unique<Timeline>(id);
+    const QList<Id> ids = fresh.timelineIds();
+    const OVProjectContainer::Entries &documents = entries;
+    enum Status { Missing, Damaged, Read };
+    std::vector<Status> status(std::size_t(ids.size()), Missing);
+    std::vector<Timeline *> loaded(std::size_t(ids.size()), nullptr);
+    QThread *home = QThread::currentThread();
+    runParallel(int(ids.size()), [&](int i) {
+        const auto entry = documents.constFind(timelineEntry(ids[i]));
+        if (entry == documents.cend())
+            return;
+        auto timeline = std::make_unique<Timeline>(ids[i]);
         if (!serializer.readTimeline(entry->data, timeline.get())) {
-            qWarning() << "LocalFileStorage: timeline" << id << "damaged in" << path;
-            return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+            status[std::size_t(i)] = Damaged;
+            return;
         }
         // The project document's list names the timeline; that is the id the project refers to.
-        timeline->setId(id);
-        if (fresh.timelineGroup()->addTimeline(timeline.get()))
-            timeline.release();
-        else
-            qWarning() << "LocalFileStorage: timeline" << id << "listed twice in" << path;
+        timeline->setId(ids[i]);
+        timeline->moveToThread(home);
+        loaded[std::size_t(i)] = timeline.release();
+        status[std::size_t(i)] = Read;
+    });
+    for (std::size_t i = 0; i < status.size(); ++i) {
+        if (status[i] == Read)
+            continue;
+        qWarning() << "LocalFileStorage: timeline" << ids[qsizetype(i)]
+                   << (status[i] == Missing ? "missing in" : "damaged in") << path;
+        for (Timeline *t : loaded)
+            delete t;
+        return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+    }
+    for (std::size_t i = 0; i < loaded.size(); ++i) {
+        if (!fresh.timelineGroup()->addTimeline(loaded[i])) {
+            qWarning() << "LocalFileStorage: timeline" << ids[qsizetype(i)] << "listed twice in" << path;
+            delete loaded[i];
+        }
     }
     const QString folder = QFileInfo(path).absolutePath();
     if (fresh.useRelativePath() && !fresh.videoPath().isEmpty() && QDir::isRelativePath(fresh.videoPath()))
