@@ -20,8 +20,8 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <ctime>
 #include <cstdio>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -80,7 +80,7 @@ double median(std::vector<double> v)
 
 double cpuSeconds()
 {
-    timespec ts{};
+    timespec ts {};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
     return double(ts.tv_sec) + ts.tv_nsec / 1e9;
 }
@@ -153,28 +153,37 @@ int main(int argc, char **argv)
         qint64 bytes;
     };
     auto measure = [&](bool compress) {
-        Result r{};
+        Result r {};
         int n = 0;
         const QString tag = compress ? QStringLiteral("c") : QStringLiteral("p");
-        r.save = timeIt(runs, [&] {
-            OVLocalFileStorage storage;
-            storage.setCompression(compress);
-            storage.setCompressionLevel(level);
-            if (!storage.save(dir.filePath(QStringLiteral("%1-%2.kvpr").arg(tag).arg(n++)), &project).isOk())
-                std::abort();
-        }, &r.saveCpu);
+        r.save = timeIt(
+            runs,
+            [&] {
+                OVLocalFileStorage storage;
+                storage.setCompression(compress);
+                storage.setCompressionLevel(level);
+                if (!storage.save(dir.filePath(QStringLiteral("%1-%2.kvpr").arg(tag).arg(n++)), &project)
+                         .isOk())
+                    std::abort();
+            },
+            &r.saveCpu);
         const QString path = dir.filePath(QStringLiteral("%1-0.kvpr").arg(tag));
         r.bytes = QFileInfo(path).size();
-        r.load = timeIt(runs, [&] {
-            Project target;
-            if (!OVLocalFileStorage().load(path, &target).isOk())
-                std::abort();
-        }, &r.loadCpu);
-        r.floor = timeIt(runs, [&] { floorLoad(path); }, &r.floorCpu);
-        std::printf("%s: %lld bytes; wall: save %.3f s, load %.3f s, floor %.3f s; cpu: save %.3f s, load %.3f "
-                    "s, floor %.3f s\n",
-                    compress ? "compressed" : "plain", static_cast<long long>(r.bytes), r.save, r.load, r.floor,
-                    r.saveCpu, r.loadCpu, r.floorCpu);
+        r.load = timeIt(
+            runs,
+            [&] {
+                Project target;
+                if (!OVLocalFileStorage().load(path, &target).isOk())
+                    std::abort();
+            },
+            &r.loadCpu);
+        r.floor = timeIt(
+            runs, [&] { floorLoad(path); }, &r.floorCpu);
+        std::printf(
+            "%s: %lld bytes; wall: save %.3f s, load %.3f s, floor %.3f s; cpu: save %.3f s, load %.3f "
+            "s, floor %.3f s\n",
+            compress ? "compressed" : "plain", static_cast<long long>(r.bytes), r.save, r.load, r.floor,
+            r.saveCpu, r.loadCpu, r.floorCpu);
         return r;
     };
     const Result plain = measure(false);

@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             QList<OVProjectContainer::WriteEntry> out;
             for (auto it = entries.cbegin(); it != entries.cend(); ++it) {
                 if (it->inMemory)
-                    out.append({it.key(), it->data});
+                    out.append({ it.key(), it->data });
             }
             QBuffer written;
             written.open(QIODevice::ReadWrite);

@@ -14,7 +14,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const bool repair = data[0] & 1;
     QByteArray doc(reinterpret_cast<const char *>(data + 1), qsizetype(size - 1));
     if (repair && doc.startsWith("CMP0") && doc.size() >= 20)
-        doc.replace(4, 16, QCryptographicHash::hash(QByteArrayView(doc.constData() + 20, doc.size() - 20), QCryptographicHash::Md5));
+        doc.replace(4, 16,
+            QCryptographicHash::hash(
+                QByteArrayView(doc.constData() + 20, doc.size() - 20), QCryptographicHash::Md5));
     QByteArray json;
     if (!OVJsonSerializer::unwrap(doc, &json))
         return 0;

@@ -14,15 +14,16 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 #include <QThread>
-#include <QThreadPool>
 
 #ifdef Q_OS_UNIX
 #include <fcntl.h>
 #include <unistd.h>
 #endif
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <thread>
 #include <vector>
 
 using namespace OVProject;
@@ -81,22 +82,23 @@ void syncFolder(const QString &folder)
 #endif
 }
 
-// Runs job(0)..job(count - 1), spread over a private pool and the calling thread, and returns
-// when all are done. A private pool, so that a save never waits behind long work of other parts.
+// Runs job(0)..job(count - 1) on the calling thread and a few threads of its own, and returns
+// when all are done. Own threads, so that a save never waits behind long work of other parts in
+// a shared pool.
 void runParallel(int count, const std::function<void(int)> &job)
 {
-    const int workers = std::min(count, QThread::idealThreadCount()) - 1;
-    if (workers < 1) {
-        for (int i = 0; i < count; ++i)
+    const int helpers = std::min<int>(count, int(std::max(1u, std::thread::hardware_concurrency()))) - 1;
+    std::atomic<int> next { 0 };
+    auto work = [&] {
+        for (int i = next++; i < count; i = next++)
             job(i);
-        return;
-    }
-    QThreadPool pool;
-    pool.setMaxThreadCount(workers);
-    for (int i = 1; i < count; ++i)
-        pool.start([&job, i] { job(i); });
-    job(0);
-    pool.waitForDone();
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < helpers; ++i)
+        threads.emplace_back(work);
+    work();
+    for (std::thread &t : threads)
+        t.join();
 }
 
 QString timelineEntry(const Id &id) { return TimelineFolder + id + JsonSuffix; }
@@ -164,7 +166,7 @@ OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
     // caller waits here, so nothing changes it meanwhile.
     std::vector<QByteArray> documents(std::size_t(timelines.size()));
     runParallel(int(timelines.size()),
-                [&](int i) { documents[std::size_t(i)] = serializer.writeTimeline(timelines[i]); });
+        [&](int i) { documents[std::size_t(i)] = serializer.writeTimeline(timelines[i]); });
     for (qsizetype i = 0; i < timelines.size(); ++i)
         entries.append({ timelineEntry(timelines[i]->id()), std::move(documents[std::size_t(i)]) });
 

@@ -15,6 +15,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 #include <QtEndian>
 
 #include <quazip/quazip.h>
@@ -75,6 +76,7 @@ private Q_SLOTS:
     void init();
     void roundTripOnDisk_data();
     void roundTripOnDisk();
+    void manyTimelinesKeepTheirOrder();
     void containerLayout();
     void relativeVideoPath();
     void badFilesFailAndLeaveTarget_data();
@@ -124,6 +126,31 @@ void TestLocalFileStorage::roundTripOnDisk()
     QVERIFY(back.timelineGroup()->timelines().first()->findSegment(QStringLiteral("seg-2"))->isOpen());
     // Views of the loaded project hear changes through its group.
     QCOMPARE(back.timelineGroup()->timelines().first()->parent(), back.timelineGroup());
+}
+
+void TestLocalFileStorage::manyTimelinesKeepTheirOrder()
+{
+    // Timelines are written and read on several threads; the file and the group keep the
+    // project's order whatever finishes first.
+    Project p;
+    Fixture::fillProject(&p);
+    for (int i = 0; i < 9; ++i) {
+        Timeline *t = p.createTimeline(QStringLiteral("user%1").arg(i));
+        for (int j = 0; j < (9 - i) * 300; ++j)
+            t->labels().at(j % 4)->addSegment(new Segment(j, j + 0.5));
+    }
+    const QString path = m_dir.filePath(QStringLiteral("many.kvpr"));
+    QVERIFY(OVLocalFileStorage().save(path, &p).isOk());
+    Project back;
+    QVERIFY(OVLocalFileStorage().load(path, &back).isOk());
+    QCOMPARE(Fixture::difference(&p, &back), QString());
+    for (const Timeline *t : back.timelineGroup()->timelines()) {
+        QCOMPARE(t->thread(), QThread::currentThread());
+        QCOMPARE(t->labels().first()->segments().value(0, nullptr)
+                ? t->labels().first()->segments().first()->thread()
+                : QThread::currentThread(),
+            QThread::currentThread());
+    }
 }
 
 void TestLocalFileStorage::containerLayout()
