@@ -333,7 +333,7 @@ void TestLocalFileStorage::embeddedVideoIsCarried()
     const QString videoFile = m_dir.filePath(QStringLiteral("clip.mp4"));
     QByteArray video(2500000, Qt::Uninitialized);
     for (int i = 0; i < video.size(); ++i)
-        video[i] = char((i * 7919) >> 3);
+        video[i] = char((quint32(i) * 7919u) >> 3);
     QVERIFY(writeFile(videoFile, video));
     Project p;
     p.startNew(QStringLiteral("x"));
