@@ -68,15 +68,17 @@ void handler(QtMsgType type, const QMessageLogContext &, const QString &raw)
         return;
     const QString line = formatLine(type, message, QDateTime::currentDateTime(), t_depth);
     const QByteArray bytes = line.toUtf8();
+    bool written = false;
     {
         QMutexLocker lock(&s.mutex);
         if (s.file.isOpen()) {
             s.file.write(bytes);
             // Flushed line by line: after a crash the log must hold the last words.
-            s.file.flush();
+            written = s.file.flush();
         }
     }
-    if (s.echoToStderr || type == QtFatalMsg) {
+    // Without a usable log file, standard error is the only place left to say anything.
+    if (s.echoToStderr || type == QtFatalMsg || !written) {
         std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
         std::fflush(stderr);
     }

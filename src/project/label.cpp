@@ -283,11 +283,10 @@ void Label::refreshBlocks(std::size_t fromPos, std::size_t toPos) const
     }
 }
 
-QList<Segment *> Label::segmentsInRange(double from, double to) const
+template <typename Visit> void Label::visitRange(double from, double to, Visit visit) const
 {
-    QList<Segment *> result;
     if (std::isnan(from) || std::isnan(to) || from > to)
-        return result;
+        return;
     ensureIndex();
     const auto hiIt = std::upper_bound(
         m_index.begin(), m_index.end(), to, [](double v, const IndexEntry &e) { return v < e.start; });
@@ -298,9 +297,22 @@ QList<Segment *> Label::segmentsInRange(double from, double to) const
         const std::size_t end = std::min(hi, (b + 1) * BlockSize);
         for (std::size_t i = b * BlockSize; i < end; ++i) {
             if (m_index[i].end >= from)
-                result.append(m_index[i].segment);
+                visit(m_index[i]);
         }
     }
+}
+
+QList<Segment *> Label::segmentsInRange(double from, double to) const
+{
+    QList<Segment *> result;
+    visitRange(from, to, [&result](const IndexEntry &e) { result.append(e.segment); });
+    return result;
+}
+
+QList<Label::Span> Label::spansInRange(double from, double to) const
+{
+    QList<Span> result;
+    visitRange(from, to, [&result](const IndexEntry &e) { result.append(Span{ e.start, e.end, e.segment }); });
     return result;
 }
 

@@ -38,6 +38,7 @@ bool Project::copyFrom(const BaseNode *other)
     m_description = o->m_description;
     m_videoId = o->m_videoId;
     m_videoPath = o->m_videoPath;
+    m_videoLength = o->m_videoLength;
     m_useRelativePath = o->m_useRelativePath;
     m_timelineIds = o->m_timelineIds;
     m_owner = o->m_owner;
@@ -53,7 +54,7 @@ QString Project::contentHash() const
     const QChar sep(0x1f);
     return md5Hex(m_id + sep + QString::number(m_projectType) + sep + QString::number(m_maxTextWidth) + sep
         + QString::number(m_onlineId) + sep + m_title + sep + m_description + sep + QString::number(m_videoId)
-        + sep + m_videoPath + sep + (m_useRelativePath ? u'1' : u'0') + sep + m_timelineIds.join(sep) + sep
+        + sep + m_videoPath + sep + QString::number(m_videoLength, 'f', 3) + sep + (m_useRelativePath ? u'1' : u'0') + sep + m_timelineIds.join(sep) + sep
         + m_owner + sep + m_offlineUser);
 }
 
@@ -68,6 +69,7 @@ void Project::reset()
     m_description.clear();
     m_videoId = -1;
     m_videoPath.clear();
+    m_videoLength = 0.0;
     m_useRelativePath = true;
     m_timelineIds.clear();
     m_owner.clear();
@@ -127,6 +129,7 @@ void Project::setTitle(const QString &title) { assign(m_title, title); }
 void Project::setDescription(const QString &description) { assign(m_description, description); }
 void Project::setVideoId(int id) { assign(m_videoId, id); }
 void Project::setVideoPath(const QString &path) { assign(m_videoPath, path); }
+void Project::setVideoLength(double seconds) { assign(m_videoLength, seconds); }
 void Project::setUseRelativePath(bool on) { assign(m_useRelativePath, on); }
 void Project::setTimelineIds(const QList<Id> &ids) { assign(m_timelineIds, ids); }
 void Project::setOwner(const QString &owner) { assign(m_owner, owner); }

@@ -42,6 +42,8 @@ public:
     QString description() const { return m_description; }
     int videoId() const { return m_videoId; }
     QString videoPath() const { return m_videoPath; }
+    // Length in seconds of the project's video; 0.0 while there is none (coding is then off).
+    double videoLength() const { return m_videoLength; }
     bool useRelativePath() const { return m_useRelativePath; }
     const QList<Id> &timelineIds() const { return m_timelineIds; }
     QString owner() const { return m_owner; }
@@ -54,6 +56,7 @@ public:
     void setDescription(const QString &description);
     void setVideoId(int id);
     void setVideoPath(const QString &path);
+    void setVideoLength(double seconds);
     void setUseRelativePath(bool on);
     void setTimelineIds(const QList<Id> &ids);
     void setOwner(const QString &owner);
@@ -76,6 +79,7 @@ private:
     QString m_description;
     int m_videoId = -1;
     QString m_videoPath;
+    double m_videoLength = 0.0;
     bool m_useRelativePath = true;
     QList<Id> m_timelineIds;
     QString m_owner;

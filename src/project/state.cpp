@@ -61,8 +61,29 @@ void State::setUtterances(const QList<Id> &utterances)
     Q_EMIT changed();
 }
 
+void State::setPlayRange(double start, double end)
+{
+    if (m_hasPlayRange && start == m_playRangeStart && end == m_playRangeEnd)
+        return;
+    m_hasPlayRange = true;
+    m_playRangeStart = start;
+    m_playRangeEnd = end;
+    Q_EMIT playRangeChanged();
+    Q_EMIT changed();
+}
+
+void State::clearPlayRange()
+{
+    if (!m_hasPlayRange)
+        return;
+    m_hasPlayRange = false;
+    Q_EMIT playRangeChanged();
+    Q_EMIT changed();
+}
+
 void State::reset()
 {
+    clearPlayRange();
     setCurrentPos(0.0);
     if (m_seekPos != 0.0)
         setSeekPos(0.0);

@@ -28,6 +28,10 @@ public:
     QStringList displayedTimelineUsers() const { return m_displayedTimelineUsers; }
     // Utterances the views mark as current (for example those under the playing position).
     QList<Id> utterances() const { return m_utterances; }
+    // The range the player loops or stops in; only meaningful while hasPlayRange().
+    bool hasPlayRange() const { return m_hasPlayRange; }
+    double playRangeStart() const { return m_playRangeStart; }
+    double playRangeEnd() const { return m_playRangeEnd; }
 
     void setCurrentPos(double pos);
     void setSeekPos(double pos);
@@ -35,6 +39,8 @@ public:
     void setActiveDrawingTimeline(const Id &timelineId);
     void setDisplayedTimelineUsers(const QStringList &users);
     void setUtterances(const QList<Id> &utterances);
+    void setPlayRange(double start, double end);
+    void clearPlayRange();
     // Back to the state of a newly opened project.
     void reset();
 
@@ -46,6 +52,7 @@ Q_SIGNALS:
     void seekPosChanged();
     void activeDrawingTimelineChanged();
     void displayedTimelineUsersChanged();
+    void playRangeChanged();
 
 private:
     double m_currentPos = 0.0;
@@ -54,6 +61,9 @@ private:
     Id m_activeDrawingTimeline;
     QStringList m_displayedTimelineUsers;
     QList<Id> m_utterances;
+    bool m_hasPlayRange = false;
+    double m_playRangeStart = 0.0;
+    double m_playRangeEnd = 0.0;
 };
 
 } // namespace OVProject

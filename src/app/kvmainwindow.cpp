@@ -1,0 +1,605 @@
+#include "app/kvmainwindow.h"
+
+#include "app/nxcrashreporter.h"
+#include "app/ovactionregistry.h"
+#include "app/ovprojectdetailsdlg.h"
+#include "app/ovsendreportdlg.h"
+#include "app/ovsettingsdlg.h"
+#include "kavotversion.h"
+#include "log/nxlog.h"
+#include "log/nxlogwidget.h"
+#include "project/label.h"
+#include "project/ovlocalfilestorage.h"
+#include "project/project.h"
+#include "project/state.h"
+#include "project/timeline.h"
+#include "project/timelinegroup.h"
+#include "settings/ovkeyboardsettings.h"
+#include "settings/ovrecentprojects.h"
+#include "settings/ovsettings.h"
+#include "settings/ovuserinfosettings.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QDir>
+#include <QDockWidget>
+#include <QFileDialog>
+#include <QDateTime>
+#include <QFileInfo>
+#include <QLabel>
+#include <QMenuBar>
+#include <QSplitter>
+#include <QStandardPaths>
+#include <QUrl>
+
+namespace {
+const char *kStyleSheet = "KVMainWindow { background-color: black; }"
+                          "QSplitter::handle:horizontal { background-color: rgb(89, 89, 89); }"
+                          "QSplitter::handle:vertical { background-color: rgb(89, 89, 89); }";
+}
+
+KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
+    : QMainWindow(parent), m_settings(settings), m_actions(new OVActionRegistry(this))
+{
+    setObjectName(QStringLiteral("KVMainWindow"));
+    setStyleSheet(QString::fromLatin1(kStyleSheet));
+    resize(1280, 800);
+
+    m_mainSplitter = new QSplitter(Qt::Vertical, this);
+    m_mainSplitter->setObjectName(QStringLiteral("sp_main"));
+    m_mainSplitter->setHandleWidth(4);
+    m_playerArea = new QLabel(m_mainSplitter);
+    m_playerArea->setObjectName(QStringLiteral("lb_player"));
+    m_playerArea->setAlignment(Qt::AlignCenter);
+    m_playerArea->setStyleSheet(QStringLiteral("background-color: black; color: rgb(160, 160, 160);"));
+    m_playerArea->setMinimumHeight(200);
+    m_timelineArea = new QLabel(m_mainSplitter);
+    m_timelineArea->setObjectName(QStringLiteral("lb_timeline"));
+    m_timelineArea->setAlignment(Qt::AlignCenter);
+    m_timelineArea->setStyleSheet(QStringLiteral("background-color: rgb(30, 30, 30); color: rgb(200, 200, 200);"));
+    m_timelineArea->setMinimumHeight(120);
+    m_mainSplitter->addWidget(m_playerArea);
+    m_mainSplitter->addWidget(m_timelineArea);
+    m_mainSplitter->setStretchFactor(0, 3);
+    m_mainSplitter->setStretchFactor(1, 2);
+    setCentralWidget(m_mainSplitter);
+
+    m_logDock = new QDockWidget(tr("Log"), this);
+    m_logDock->setObjectName(QStringLiteral("dw_log"));
+    m_logWidget = new NXLogWidget(m_logDock);
+    m_logDock->setWidget(m_logWidget);
+    addDockWidget(Qt::BottomDockWidgetArea, m_logDock);
+    m_logDock->hide();
+
+    createActions();
+    createMenus();
+    if (m_settings) {
+        connect(m_settings->keyboard(), &OVSettingsGroup::changed, this, &KVMainWindow::updateActionsShortcuts);
+        connect(m_settings->recentProjects(), &OVSettingsGroup::changed, this, &KVMainWindow::updateRecentProjectsMenu);
+    }
+    updateActionsShortcuts();
+    updateRecentProjectsMenu();
+    updateProjectActions();
+    updateProjectSummary();
+    updateWindowTitle();
+}
+
+KVMainWindow::~KVMainWindow()
+{
+    delete m_project;
+}
+
+QString KVMainWindow::currentUser() const
+{
+    if (m_settings && !m_settings->userInfo()->username().isEmpty())
+        return m_settings->userInfo()->username();
+    QString user = qEnvironmentVariable("USER");
+    if (user.isEmpty())
+        user = qEnvironmentVariable("USERNAME");
+    return user.isEmpty() ? QStringLiteral("user") : user;
+}
+
+void KVMainWindow::createActions()
+{
+    using R = OVActionRegistry;
+    connect(m_actions->action(R::NewProject), &QAction::triggered, this, &KVMainWindow::onNewProject);
+    connect(m_actions->action(R::OpenProject), &QAction::triggered, this, &KVMainWindow::onOpenProject);
+    connect(m_actions->action(R::SaveProject), &QAction::triggered, this, &KVMainWindow::onSaveProject);
+    connect(m_actions->action(R::SaveProjectAs), &QAction::triggered, this, &KVMainWindow::onSaveProjectAs);
+    connect(m_actions->action(R::CloseProject), &QAction::triggered, this, qOverload<>(&KVMainWindow::onCloseProject));
+    connect(m_actions->action(R::ProjectDetails), &QAction::triggered, this, &KVMainWindow::onShowProjectDetails);
+    connect(m_actions->action(R::OpenBackupFolder), &QAction::triggered, this, &KVMainWindow::openBackupFolder);
+    connect(m_actions->action(R::CloseApplication), &QAction::triggered, this, &QWidget::close);
+    connect(m_actions->action(R::Undo), &QAction::triggered, this, &KVMainWindow::undo);
+    connect(m_actions->action(R::Redo), &QAction::triggered, this, &KVMainWindow::redo);
+    connect(m_actions->action(R::Settings), &QAction::triggered, this, &KVMainWindow::showSettings);
+    connect(m_actions->action(R::About), &QAction::triggered, this, &KVMainWindow::showAbout);
+    connect(m_actions->action(R::ReportProblem), &QAction::triggered, this,
+            qOverload<>(&KVMainWindow::showSendReportDialog));
+    connect(m_actions->action(R::SimulateCrash), &QAction::triggered, this, &KVMainWindow::onSimulateCrash);
+    m_actions->action(R::Fullscreen)->setCheckable(true);
+    connect(m_actions->action(R::Fullscreen), &QAction::toggled, this, [this](bool on) {
+        on ? showFullScreen() : showMaximized();
+    });
+
+    m_showLogAction = new QAction(tr("Show Log"), this);
+    m_showLogAction->setObjectName(QStringLiteral("actionShowLog"));
+    m_showLogAction->setCheckable(true);
+    connect(m_showLogAction, &QAction::toggled, this, &KVMainWindow::onShowLogToggled);
+    connect(m_logDock, &QDockWidget::visibilityChanged, m_showLogAction, [this](bool visible) {
+        if (!isMinimized())
+            m_showLogAction->setChecked(visible);
+    });
+}
+
+void KVMainWindow::createMenus()
+{
+    using R = OVActionRegistry;
+    QMenu *file = menuBar()->addMenu(tr("&File"));
+    file->addAction(m_actions->action(R::NewProject));
+    file->addAction(m_actions->action(R::OpenProject));
+    m_recentMenu = file->addMenu(tr("Recent Projects"));
+    m_recentMenu->setObjectName(QStringLiteral("menuRecentProjects"));
+    file->addAction(m_actions->action(R::SaveProject));
+    file->addAction(m_actions->action(R::SaveProjectAs));
+    file->addAction(m_actions->action(R::CloseProject));
+    file->addSeparator();
+    file->addAction(m_actions->action(R::ProjectDetails));
+    file->addAction(m_actions->action(R::OpenBackupFolder));
+    file->addSeparator();
+    file->addAction(m_actions->action(R::Settings));
+    file->addSeparator();
+    file->addAction(m_actions->action(R::CloseApplication));
+
+    QMenu *edit = menuBar()->addMenu(tr("&Edit"));
+    edit->addAction(m_actions->action(R::Undo));
+    edit->addAction(m_actions->action(R::Redo));
+
+    QMenu *view = menuBar()->addMenu(tr("&View"));
+    view->addAction(m_actions->action(R::Fullscreen));
+    view->addAction(m_showLogAction);
+
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(m_actions->action(R::About));
+    help->addAction(m_actions->action(R::ReportProblem));
+    help->addSeparator();
+    help->addAction(m_actions->action(R::SimulateCrash));
+}
+
+// ---- project ---------------------------------------------------------------------------------
+
+void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
+{
+    if (m_project) {
+        delete m_project;
+        m_project = nullptr;
+        Q_EMIT projectClosed();
+    }
+    m_project = project;
+    m_projectPath = path;
+    if (m_project) {
+        m_project->setParent(nullptr);
+        connect(m_project, &OVProject::Project::changed, this, &KVMainWindow::onProjectDataChanged);
+        connect(m_project, &OVProject::Project::projectTypeChanged, this, &KVMainWindow::onProjectTypeChanged);
+        connect(m_project->timelineGroup(), &OVProject::TimelineGroup::changed, this, &KVMainWindow::onChangeDetected);
+        Q_EMIT projectOpened();
+    }
+    setModified(false);
+    updateProjectActions();
+    updateProjectSummary();
+    updateWindowTitle();
+}
+
+void KVMainWindow::onNewProject()
+{
+    if (!onCloseProject(true))
+        return;
+    delete m_storage;
+    m_storage = nullptr;
+    auto *project = new OVProject::Project;
+    const QString user = currentUser();
+    project->startNew(user);
+    project->state()->setActiveUser(user);
+    project->state()->setDisplayedTimelineUsers({ user });
+    project->setOfflineUser(user);
+    project->setOwner(user);
+    qDebug().noquote() << "New project" << project->id() << "for user" << user;
+    setProject(project, QString());
+    // A new project exists only in memory until it is saved.
+    setModified(true);
+}
+
+void KVMainWindow::onOpenProject()
+{
+    const QString path = chooseOpenPath();
+    if (!path.isEmpty())
+        loadProject(path);
+}
+
+bool KVMainWindow::confirmDiscardChanges()
+{
+    if (!m_project || !m_modified)
+        return true;
+    switch (askUnsavedChanges()) {
+    case QMessageBox::Save:
+        return onSaveProject();
+    case QMessageBox::Discard:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool KVMainWindow::loadProject(const QString &path)
+{
+    if (!confirmDiscardChanges())
+        return false;
+    // Load into a fresh project: a file that fails to load leaves the open project as it was.
+    auto *storage = new OVLocalFileStorage(QString(), this);
+    auto *project = new OVProject::Project;
+    const OV::Error error = storage->load(path, project);
+    if (!error.isOk()) {
+        qWarning().noquote() << "Loading" << path << "failed with code" << error.code();
+        delete project;
+        delete storage;
+        showError(tr("Open Project"), error.message());
+        if (m_settings && error.code() == OVLocalFileStorage::FileUnreadable && !QFileInfo::exists(path))
+            m_settings->recentProjects()->removeProject(path);
+        return false;
+    }
+    qDebug().noquote() << "Project loaded from" << path;
+    delete m_storage;
+    m_storage = storage;
+    setProject(project, QFileInfo(path).absoluteFilePath());
+    ensureUserTimeline();
+    if (m_settings)
+        m_settings->recentProjects()->addProject(m_projectPath);
+    return true;
+}
+
+void KVMainWindow::ensureUserTimeline()
+{
+    if (!m_project)
+        return;
+    const QString user = currentUser();
+    OVProject::Timeline *mine = nullptr;
+    for (OVProject::Timeline *timeline : m_project->timelineGroup()->timelines()) {
+        if (timeline->owner() == user) {
+            mine = timeline;
+            break;
+        }
+    }
+    if (!mine) {
+        // Every coder codes in a timeline of their own.
+        mine = m_project->createTimeline(user);
+        qDebug().noquote() << "Timeline" << mine->id() << "made for user" << user;
+    }
+    m_project->state()->setActiveUser(user);
+    QStringList shown = m_project->state()->displayedTimelineUsers();
+    if (!shown.contains(user)) {
+        shown << user;
+        m_project->state()->setDisplayedTimelineUsers(shown);
+    }
+    updateProjectSummary();
+}
+
+bool KVMainWindow::onSaveProject()
+{
+    if (!m_project)
+        return false;
+    if (m_projectPath.isEmpty())
+        return onSaveProjectAs();
+    if (!m_storage)
+        m_storage = new OVLocalFileStorage(QString(), this);
+    const OV::Error error = m_storage->save(m_projectPath, m_project);
+    if (!error.isOk()) {
+        showError(tr("Save Project"), error.message());
+        return false;
+    }
+    qDebug().noquote() << "Project saved to" << m_projectPath;
+    setModified(false);
+    if (m_settings)
+        m_settings->recentProjects()->addProject(m_projectPath);
+    return true;
+}
+
+bool KVMainWindow::onSaveProjectAs()
+{
+    if (!m_project)
+        return false;
+    QString path = chooseSavePath();
+    if (path.isEmpty())
+        return false;
+    if (!path.endsWith(QStringLiteral(".kvpr"), Qt::CaseInsensitive))
+        path += QStringLiteral(".kvpr");
+    const QString previous = m_projectPath;
+    m_projectPath = QFileInfo(path).absoluteFilePath();
+    if (!onSaveProject()) {
+        m_projectPath = previous;
+        return false;
+    }
+    updateWindowTitle();
+    return true;
+}
+
+QString KVMainWindow::saveRecoveryCopy()
+{
+    if (!m_project || !m_modified)
+        return QString();
+    const QString folder = m_projectPath.isEmpty() ? OVLocalFileStorage::backupFolder()
+                                                   : OVLocalFileStorage::backupFolder(m_projectPath);
+    QDir().mkpath(folder);
+    const QString base = m_projectPath.isEmpty() ? QStringLiteral("untitled") : QFileInfo(m_projectPath).completeBaseName();
+    const QString path = folder + QStringLiteral("/%1-unsaved-%2.kvpr")
+                                      .arg(base, QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss")));
+    OVLocalFileStorage storage;
+    const OV::Error error = storage.save(path, m_project);
+    if (!error.isOk()) {
+        qWarning().noquote() << "Recovery copy could not be written to" << path << ":" << error.message();
+        return QString();
+    }
+    qWarning().noquote() << "Unsaved changes were written to the recovery copy" << path;
+    return path;
+}
+
+void KVMainWindow::onCloseProject()
+{
+    onCloseProject(true);
+}
+
+bool KVMainWindow::onCloseProject(bool checkForSavedChanges)
+{
+    if (!m_project)
+        return true;
+    if (checkForSavedChanges && !confirmDiscardChanges())
+        return false;
+    qDebug().noquote() << "Project closed" << m_projectPath;
+    setProject(nullptr, QString());
+    delete m_storage;
+    m_storage = nullptr;
+    return true;
+}
+
+void KVMainWindow::onShowProjectDetails()
+{
+    if (!m_project)
+        return;
+    OVProjectDetailsDlg dlg(m_project, this);
+    dlg.exec();
+}
+
+void KVMainWindow::onRecentProjectClicked()
+{
+    auto *action = qobject_cast<QAction *>(sender());
+    if (action)
+        openFile(action->data().toString());
+}
+
+void KVMainWindow::onProjectDataChanged()
+{
+    onChangeDetected();
+}
+
+void KVMainWindow::onProjectTypeChanged()
+{
+    onChangeDetected();
+}
+
+void KVMainWindow::onChangeDetected()
+{
+    setModified(true);
+    updateProjectSummary();
+}
+
+void KVMainWindow::openBackupFolder()
+{
+    const QString folder = m_projectPath.isEmpty() ? OVLocalFileStorage::backupFolder()
+                                                   : OVLocalFileStorage::backupFolder(m_projectPath);
+    QDir().mkpath(folder);
+    QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
+}
+
+void KVMainWindow::setModified(bool modified)
+{
+    m_modified = modified;
+    setWindowModified(modified);
+    updateWindowTitle();
+}
+
+void KVMainWindow::updateWindowTitle()
+{
+    QString name;
+    if (m_project) {
+        name = m_project->title();
+        if (name.isEmpty())
+            name = m_projectPath.isEmpty() ? tr("Untitled Project") : QFileInfo(m_projectPath).completeBaseName();
+    }
+    // "[*]" is where Qt shows the modified mark.
+    setWindowTitle(name.isEmpty() ? QStringLiteral("Kavot") : name + QStringLiteral("[*] - Kavot"));
+}
+
+void KVMainWindow::updateProjectActions()
+{
+    using R = OVActionRegistry;
+    const bool open = m_project != nullptr;
+    m_actions->action(R::CloseProject)->setEnabled(open);
+    m_actions->action(R::ProjectDetails)->setEnabled(open);
+    m_actions->action(R::SaveProject)->setEnabled(open);
+    m_actions->action(R::SaveProjectAs)->setEnabled(open);
+    m_actions->action(R::Undo)->setEnabled(false);
+    m_actions->action(R::Redo)->setEnabled(false);
+}
+
+void KVMainWindow::updateProjectSummary()
+{
+    if (!m_project) {
+        m_playerArea->setText(tr("No project is open.\nFile > New Project starts one."));
+        m_timelineArea->clear();
+        return;
+    }
+    m_playerArea->setText(tr("No video or audio in this project yet."));
+    QStringList lines;
+    const auto timelines = m_project->timelineGroup()->timelines();
+    for (OVProject::Timeline *timeline : timelines) {
+        QStringList labels;
+        for (OVProject::Label *label : timeline->labels())
+            labels << QStringLiteral("%1 (%2)").arg(label->name(), QString(label->key()));
+        lines << tr("Timeline of %1: %2").arg(timeline->owner(), labels.join(QStringLiteral(", ")));
+    }
+    m_timelineArea->setText(lines.join(QLatin1Char('\n')));
+}
+
+void KVMainWindow::updateRecentProjectsMenu()
+{
+    if (!m_recentMenu)
+        return;
+    m_recentMenu->clear();
+    const QStringList recent = m_settings ? m_settings->recentProjects()->recentProjects() : QStringList();
+    for (const QString &path : recent) {
+        QAction *a = m_recentMenu->addAction(QDir::toNativeSeparators(path));
+        a->setData(path);
+        connect(a, &QAction::triggered, this, &KVMainWindow::onRecentProjectClicked);
+    }
+    m_recentMenu->setEnabled(!recent.isEmpty());
+}
+
+// ---- history ---------------------------------------------------------------------------------
+
+void KVMainWindow::undo() {}
+void KVMainWindow::redo() {}
+
+// ---- application -----------------------------------------------------------------------------
+
+void KVMainWindow::showAbout()
+{
+    QMessageBox::about(this, tr("About Kavot"),
+                       tr("<b>Kavot</b> %1<br>Observing, coding and transcribing recorded video.<br><br>"
+                          "Build %2, revision %3")
+                           .arg(QStringLiteral(KAVOT_VERSION))
+                           .arg(KAVOT_BUILD_NUMBER)
+                           .arg(QStringLiteral(KAVOT_REVISION)));
+}
+
+void KVMainWindow::showSettings()
+{
+    if (!m_settings)
+        return;
+    OVSettingsDlg dlg(m_settings, this);
+    dlg.exec();
+}
+
+void KVMainWindow::updateActionsShortcuts()
+{
+    m_actions->applyShortcuts(m_settings ? m_settings->keyboard() : nullptr);
+}
+
+void KVMainWindow::onShowLogToggled()
+{
+    m_logDock->setVisible(m_showLogAction->isChecked());
+}
+
+void KVMainWindow::showSendReportDialog()
+{
+    showSendReportDialog(QStringList());
+}
+
+void KVMainWindow::showSendReportDialog(const QStringList &files)
+{
+    OVSendReportDlg dlg(files, this);
+    dlg.exec();
+}
+
+void KVMainWindow::checkForCrashReports(const QString &folder)
+{
+    const QStringList reports = NXCrashReporter::pendingReports(folder);
+    if (reports.isEmpty())
+        return;
+    qWarning().noquote() << "Found crash reports:" << reports.join(QStringLiteral(", "));
+    // Offer each report once, whatever the answer.
+    const QStringList seen = NXCrashReporter::markReportsSeen(reports);
+    if (askSendCrashReport() == QMessageBox::Yes)
+        showSendReportDialog(seen);
+}
+
+void KVMainWindow::onSingleInstanceMessage(const QString &message)
+{
+    qDebug().noquote() << "Message from a second start:" << message;
+    // A second start brings this window forward even without a file to open.
+    if (isMinimized())
+        showMaximized();
+    raise();
+    activateWindow();
+    if (!message.isEmpty())
+        openFile(message);
+}
+
+void KVMainWindow::openFile(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.exists()) {
+        showError(tr("Open"), tr("The file does not exist:\n%1").arg(path));
+        return;
+    }
+    if (info.suffix().compare(QStringLiteral("kvpr"), Qt::CaseInsensitive) == 0) {
+        loadProject(info.absoluteFilePath());
+        return;
+    }
+    showError(tr("Open"), tr("Kavot cannot open this kind of file yet:\n%1").arg(path));
+}
+
+void KVMainWindow::onSimulateCrash()
+{
+    qWarning() << "Simulating a crash on the user's request";
+    NXCrashReporter::crashNow();
+}
+
+void KVMainWindow::closeEvent(QCloseEvent *event)
+{
+    if (!onCloseProject(true)) {
+        event->ignore();
+        return;
+    }
+    if (m_settings)
+        m_settings->saveNow();
+    event->accept();
+}
+
+QMessageBox::StandardButton KVMainWindow::askUnsavedChanges()
+{
+    return QMessageBox::question(this, tr("Unsaved Changes"),
+                                 tr("The project has unsaved changes. Do you want to save them?"),
+                                 QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, QMessageBox::Save);
+}
+
+QMessageBox::StandardButton KVMainWindow::askSendCrashReport()
+{
+    return QMessageBox::question(this, tr("Kavot"),
+                                 tr("Application has recovered from crash.\nDo you want to send the report to our support team?"),
+                                 QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes);
+}
+
+QString KVMainWindow::chooseOpenPath()
+{
+    const QStringList recent = m_settings ? m_settings->recentProjects()->recentProjects() : QStringList();
+    return QFileDialog::getOpenFileName(this, tr("Open Project"),
+                                        recent.isEmpty() ? QDir::homePath() : QFileInfo(recent.first()).absolutePath(),
+                                        tr("Kavot Project (*.kvpr)"));
+}
+
+QString KVMainWindow::chooseSavePath()
+{
+    QString start = m_projectPath;
+    if (start.isEmpty()) {
+        const QString title = m_project && !m_project->title().isEmpty() ? m_project->title() : tr("Untitled Project");
+        start = QDir::homePath() + QLatin1Char('/') + title + QStringLiteral(".kvpr");
+    }
+    return QFileDialog::getSaveFileName(this, tr("Save Project As"), start, tr("Kavot Project (*.kvpr)"));
+}
+
+void KVMainWindow::showError(const QString &title, const QString &message)
+{
+    qWarning().noquote() << title << ":" << message;
+    QMessageBox::warning(this, title, message);
+}

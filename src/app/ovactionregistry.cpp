@@ -1,0 +1,117 @@
+#include "app/ovactionregistry.h"
+
+#include "settings/ovkeyboardsettings.h"
+
+#include <QAction>
+
+namespace {
+
+QList<OVActionInfo> makeTable()
+{
+    const QString tr = QStringLiteral("Transcription");
+    const QString pb = QStringLiteral("Playback");
+    QList<OVActionInfo> t = {
+        { 23, tr, QStringLiteral("Enable Transcribing"), QStringLiteral("CTRL+SHIFT+E"), true },
+        { 1, tr, QStringLiteral("Enable Looping"), QStringLiteral("CTRL+SHIFT+L"), true },
+        { 2, tr, QStringLiteral("Advance Loop Forward"), QStringLiteral("CTRL+SHIFT+.") },
+        { 3, tr, QStringLiteral("Advance Loop Backward"), QStringLiteral("CTRL+SHIFT+,") },
+        // 4 and 5 share their default on purpose: the transcript picks the one that applies.
+        { 4, tr, QStringLiteral("Start New Utterance"), QStringLiteral("CTRL+SHIFT+RETURN") },
+        { 5, tr, QStringLiteral("Finish Utterance"), QStringLiteral("CTRL+SHIFT+RETURN") },
+        { 19, tr, QStringLiteral("Show Transcripts On Video"), QStringLiteral("CTRL+SHIFT+U"), true },
+        { 6, pb, QStringLiteral("Volume Up"), QStringLiteral("CTRL+SHIFT+UP") },
+        { 7, pb, QStringLiteral("Volume Down"), QStringLiteral("CTRL+SHIFT+DOWN") },
+        { 8, pb, QStringLiteral("Speed Up"), QStringLiteral("CTRL+SHIFT+]") },
+        { 9, pb, QStringLiteral("Speed Down"), QStringLiteral("CTRL+SHIFT+[") },
+        { 10, pb, QStringLiteral("Seek Forward"), QStringLiteral("CTRL+SHIFT+'") },
+        { 11, pb, QStringLiteral("Seek Backward"), QStringLiteral("CTRL+SHIFT+;") },
+        { 12, pb, QStringLiteral("Toggle Playback"), QStringLiteral("CTRL+SHIFT+SPACE") },
+        { 20, QStringLiteral("Timeline"), QStringLiteral("Add Label"), QStringLiteral("CTRL+SHIFT+N") },
+        { 24, QStringLiteral("File"), QStringLiteral("Settings"), QStringLiteral("CTRL+SHIFT+S") },
+        { 61, QStringLiteral("Edit"), QStringLiteral("Undo"), QStringLiteral("CTRL+Z") },
+        { 62, QStringLiteral("Edit"), QStringLiteral("Redo"), QStringLiteral("CTRL+SHIFT+Z") },
+    };
+    // Actions without a default shortcut. Their category follows the menu they live in.
+    struct Plain { int id; const char *category; const char *title; };
+    const Plain plain[] = {
+        { 13, "File", "Open Video or Audio" }, { 14, "Timeline", "Import Labels/Timeline" },
+        { 15, "Timeline", "Export Labels/Timeline" }, { 16, "Transcription", "Import Transcript" },
+        { 17, "Transcription", "Export Transcript (CSV)" }, { 18, "File", "Close Application" },
+        { 21, "Transcription", "Copy To Clipboard (CSV)" }, { 22, "Help", "About" },
+        { 25, "Export", "Export Movie Builder Video" }, { 26, "Export", "Export Raw Data" },
+        { 27, "Timeline", "Clear Timeline" }, { 28, "Transcription", "Clear Transcript" },
+        { 30, "Help", "Report Problem" }, { 31, "Online", "Open Online Video" }, { 32, "Online", "Clear Cache" },
+        { 33, "File", "Open Project" }, { 34, "File", "Save Project" }, { 35, "File", "New Project" },
+        { 36, "File", "Close Project" }, { 37, "File", "Project Details" }, { 38, "File", "Save Project As..." },
+        { 39, "Online", "Login" }, { 40, "Online", "Logout" }, { 41, "Online", "Publish Project" },
+        { 42, "Online", "Edit Project's Users" }, { 43, "Online", "Browse Online Projects" },
+        { 44, "Online", "Save Changes To Online Project" }, { 45, "Online", "Refresh Online Project" },
+        { 46, "View", "Fullscreen" }, { 47, "View", "Transcript" }, { 48, "View", "Movie Builder" },
+        { 49, "View", "Labels" }, { 50, "File", "Add Audio Track" }, { 51, "File", "Open Backup Folder" },
+        { 52, "File", "Edit Audio Tracks" }, { 53, "Help", "Simulate Crash" }, { 54, "Online", "Pending Uploads" },
+        { 55, "Online", "Passcode Manager" }, { 56, "Online", "Join Project Using Passcode" },
+        { 57, "File", "Multi-Project Workshop" }, { 58, "File", "Remove Video or Audio" },
+        { 59, "Help", "Licensing Info" }, { 63, "Help", "Translation Editor" }, { 64, "Help", "Check for updates" },
+        { 65, "View", "Drawing Tools" }, { 66, "View", "Drawings Label" }, { 67, "View", "Waveforms" },
+        { 68, "Transcription", "Copy To Clipboard (Plain Text)" },
+        { 69, "Transcription", "Copy To Clipboard (HTML Table)" },
+        { 70, "Transcription", "Export Transcript (Excel)" },
+    };
+    for (const Plain &p : plain)
+        t.append({ p.id, QString::fromLatin1(p.category), QString::fromLatin1(p.title), QString() });
+    return t;
+}
+
+} // namespace
+
+OVActionRegistry::OVActionRegistry(QObject *parent) : QObject(parent) {}
+
+const QList<OVActionInfo> &OVActionRegistry::table()
+{
+    static const QList<OVActionInfo> t = makeTable();
+    return t;
+}
+
+const OVActionInfo *OVActionRegistry::info(int id)
+{
+    for (const OVActionInfo &i : table()) {
+        if (i.id == id)
+            return &i;
+    }
+    return nullptr;
+}
+
+QAction *OVActionRegistry::action(int id)
+{
+    if (QAction *a = m_actions.value(id))
+        return a;
+    const OVActionInfo *i = info(id);
+    if (!i) {
+        qWarning() << "ActionRegistry: no action with id" << id;
+        return nullptr;
+    }
+    auto *a = new QAction(i->title, this);
+    a->setCheckable(i->checkable);
+    a->setData(id);
+    a->setShortcut(QKeySequence(i->defaultShortcut, QKeySequence::PortableText));
+    // Shortcuts must work whichever view has focus (the player, the timeline, a dock).
+    a->setShortcutContext(Qt::ApplicationShortcut);
+    m_actions.insert(id, a);
+    return a;
+}
+
+QList<QAction *> OVActionRegistry::createdActions() const { return m_actions.values(); }
+
+QString OVActionRegistry::effectiveShortcut(int id, const OVKeyboardSettings *settings)
+{
+    if (settings && settings->hasShortcut(id))
+        return settings->shortcut(id);
+    const OVActionInfo *i = info(id);
+    return i ? i->defaultShortcut : QString();
+}
+
+void OVActionRegistry::applyShortcuts(const OVKeyboardSettings *settings)
+{
+    for (auto it = m_actions.cbegin(); it != m_actions.cend(); ++it)
+        it.value()->setShortcut(QKeySequence(effectiveShortcut(it.key(), settings), QKeySequence::PortableText));
+}

@@ -1,0 +1,242 @@
+#include "media/ovaudioout.h"
+
+#include "media/ovaudioplayerinterface.h"
+
+#include <QDebug>
+
+#include <portaudio.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+// A missing sound card is normal on servers and in tests: say so once per process, not at every
+// open.
+std::atomic<bool> s_noDeviceReported{false};
+
+} // namespace
+
+struct OVAudioOutCallbacks
+{
+    static int stream(const void *, void *output, unsigned long frames,
+                      const PaStreamCallbackTimeInfo *, PaStreamCallbackFlags, void *userData)
+    {
+        static_cast<OVAudioOut *>(userData)->process(static_cast<qint16 *>(output), frames);
+        return paContinue;
+    }
+
+    static void finished(void *) {}
+};
+
+OVAudioOut::OVAudioOut(QObject *parent)
+    : QObject(parent), m_ring(static_cast<std::size_t>(RingSeconds * RingRate) * Channels)
+{
+    const PaError err = Pa_Initialize();
+    m_paInitialised = err == paNoError;
+    if (!m_paInitialised)
+        reportNoDevice("Pa_Initialize failed", QString::fromUtf8(Pa_GetErrorText(err)));
+}
+
+OVAudioOut::~OVAudioOut()
+{
+    close();
+    if (m_paInitialised)
+        Pa_Terminate();
+}
+
+void OVAudioOut::reportNoDevice(const char *what, const QString &detail)
+{
+    if (s_noDeviceReported.exchange(true))
+        return;
+    qWarning() << "AudioOut: no sound output, playback stays silent." << what << detail;
+}
+
+void OVAudioOut::setPlayer(OVAudioPlayerInterface *player)
+{
+    if (m_playerObject)
+        disconnect(m_playerObject, nullptr, this, nullptr);
+    m_player = player;
+    m_playerObject = player ? player->playerObject() : nullptr;
+    if (!m_playerObject)
+        return;
+    connect(m_playerObject, SIGNAL(initFinished(int)), this, SLOT(onPlayerInitFinished(int)));
+    connect(m_playerObject, SIGNAL(videoStarted()), this, SLOT(onPlayerStateChanged()));
+    connect(m_playerObject, SIGNAL(videoFinished()), this, SLOT(onPlayerFinished()));
+    connect(m_playerObject, SIGNAL(stopRequested()), this, SLOT(onPlayerStopRequested()));
+    connect(m_playerObject, SIGNAL(stateChanged()), this, SLOT(onPlayerStateChanged()));
+}
+
+bool OVAudioOut::open(int sampleRate, double suggestedLatency)
+{
+    close();
+    // The ring is left alone: the decoding thread may already be writing the first sound of
+    // this stream into it (a start or seek flushes older sound through the queues' serial).
+    m_ringReadAtOpen = m_ring.readCount();
+    m_framesConsumed.store(0, std::memory_order_release);
+    m_sampleRate = sampleRate;
+
+    if (!m_paInitialised) {
+        reportNoDevice("PortAudio is not initialised", QString());
+        return false;
+    }
+    if (sampleRate <= 0) {
+        qWarning() << "AudioOut: invalid sample rate:" << sampleRate;
+        return false;
+    }
+    const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
+    if (device == paNoDevice) {
+        reportNoDevice("Pa_GetDefaultOutputDevice found none", QString());
+        return false;
+    }
+    const PaDeviceInfo *info = Pa_GetDeviceInfo(device);
+    if (!info) {
+        reportNoDevice("Pa_GetDeviceInfo failed", QString::number(device));
+        return false;
+    }
+
+    PaStreamParameters params;
+    std::memset(&params, 0, sizeof params);
+    params.device = device;
+    params.channelCount = Channels;
+    params.sampleFormat = paInt16;
+    params.suggestedLatency =
+        suggestedLatency > 0.0 ? suggestedLatency : info->defaultLowOutputLatency;
+    params.hostApiSpecificStreamInfo = nullptr;
+
+    PaStream *stream = nullptr;
+    PaError err = Pa_OpenStream(&stream, nullptr, &params, sampleRate, FramesPerBuffer, paClipOff,
+                                &OVAudioOutCallbacks::stream, this);
+    if (err != paNoError) {
+        reportNoDevice("Pa_OpenStream failed:", QString::fromUtf8(Pa_GetErrorText(err)));
+        return false;
+    }
+    err = Pa_SetStreamFinishedCallback(stream, &OVAudioOutCallbacks::finished);
+    if (err != paNoError) {
+        qWarning() << "AudioOut: Pa_SetStreamFinishedCallback failed:" << Pa_GetErrorText(err);
+        Pa_CloseStream(stream);
+        return false;
+    }
+    m_stream = stream;
+    qDebug() << "AudioOut: opened" << info->name << "at" << sampleRate << "Hz, latency"
+             << params.suggestedLatency;
+    return true;
+}
+
+void OVAudioOut::close()
+{
+    if (!m_stream)
+        return;
+    stop();
+    Pa_CloseStream(static_cast<PaStream *>(m_stream));
+    m_stream = nullptr;
+}
+
+bool OVAudioOut::start()
+{
+    if (!m_stream)
+        return false;
+    m_stopped.store(false, std::memory_order_release);
+    auto *stream = static_cast<PaStream *>(m_stream);
+    if (Pa_IsStreamActive(stream) == 1)
+        return true;
+    const PaError err = Pa_StartStream(stream);
+    if (err != paNoError) {
+        qWarning() << "AudioOut: Pa_StartStream failed:" << Pa_GetErrorText(err);
+        return false;
+    }
+    return true;
+}
+
+void OVAudioOut::stop()
+{
+    m_stopped.store(true, std::memory_order_release);
+    if (!m_stream)
+        return;
+    auto *stream = static_cast<PaStream *>(m_stream);
+    if (Pa_IsStreamStopped(stream) == 0) {
+        const PaError err = Pa_StopStream(stream);
+        if (err != paNoError)
+            qWarning() << "AudioOut: Pa_StopStream failed:" << Pa_GetErrorText(err);
+    }
+}
+
+quint64 OVAudioOut::framesPlayed() const
+{
+    const quint64 read = m_ring.readCount();
+    return read > m_ringReadAtOpen ? (read - m_ringReadAtOpen) / Channels : 0;
+}
+
+bool OVAudioOut::isRunning() const
+{
+    return m_stream && Pa_IsStreamActive(static_cast<PaStream *>(m_stream)) == 1;
+}
+
+void OVAudioOut::setGain(double gain)
+{
+    qDebug() << "Setting volume to:" << gain;
+    m_gain.store(std::max(0.0, gain), std::memory_order_relaxed);
+}
+
+void OVAudioOut::setMuted(bool muted)
+{
+    m_muted.store(muted, std::memory_order_relaxed);
+}
+
+void OVAudioOut::process(qint16 *out, unsigned long frames)
+{
+    m_ring.applyFlush();
+    if (m_stopped.load(std::memory_order_acquire))
+        std::memset(out, 0, frames * Channels * sizeof(qint16));
+    else
+        fillBuffer(m_ring, out, frames, m_gain.load(std::memory_order_relaxed),
+                   m_muted.load(std::memory_order_relaxed));
+    m_framesConsumed.fetch_add(frames, std::memory_order_acq_rel);
+}
+
+std::size_t OVAudioOut::fillBuffer(OVAudioRing &ring, qint16 *out, unsigned long frames, double gain,
+                                   bool muted)
+{
+    const std::size_t n = static_cast<std::size_t>(frames) * Channels;
+    if (!ring.read(out, n)) {
+        std::memset(out, 0, n * sizeof(qint16));
+        return 0;
+    }
+    if (muted) {
+        std::memset(out, 0, n * sizeof(qint16));
+    } else {
+        for (std::size_t i = 0; i < n; ++i)
+            out[i] = OVAudioRing::applyGain(out[i], gain);
+    }
+    return n;
+}
+
+void OVAudioOut::onPlayerInitFinished(int errorcode)
+{
+    if (errorcode != 0 || !m_player || !m_player->hasAudioStream())
+        return;
+    if (!open(m_player->audioSampleRate()))
+        return;
+    setGain(m_player->volume());
+    start();
+}
+
+void OVAudioOut::onPlayerFinished()
+{
+    stop();
+}
+
+void OVAudioOut::onPlayerStopRequested()
+{
+    stop();
+}
+
+void OVAudioOut::onPlayerStateChanged()
+{
+    if (!m_stream || !m_player)
+        return;
+    if (m_player->isPaused())
+        stop();
+    else
+        start();
+}

@@ -1,0 +1,72 @@
+#include "media/ovaudioring.h"
+
+#include <algorithm>
+
+OVAudioRing::OVAudioRing(std::size_t minCapacity)
+{
+    reset(minCapacity);
+}
+
+void OVAudioRing::reset(std::size_t minCapacity)
+{
+    std::size_t capacity = 1;
+    while (capacity < minCapacity)
+        capacity <<= 1;
+    if (capacity != m_capacity || !m_data) {
+        m_data = std::make_unique<qint16[]>(capacity);
+        m_capacity = capacity;
+        m_mask = capacity - 1;
+    }
+    m_written.store(0, std::memory_order_release);
+    m_read.store(0, std::memory_order_release);
+    m_flushTo.store(0, std::memory_order_release);
+}
+
+std::size_t OVAudioRing::writeAvailable() const
+{
+    const quint64 written = m_written.load(std::memory_order_relaxed);
+    const quint64 read = m_read.load(std::memory_order_acquire);
+    return m_capacity - static_cast<std::size_t>(written - read);
+}
+
+std::size_t OVAudioRing::write(const qint16 *samples, std::size_t count, double gain)
+{
+    const quint64 written = m_written.load(std::memory_order_relaxed);
+    const std::size_t n = std::min(count, writeAvailable());
+    for (std::size_t i = 0; i < n; ++i)
+        m_data[(written + i) & m_mask] = applyGain(samples[i], gain);
+    // Publish the samples only after they are in place.
+    m_written.store(written + n, std::memory_order_release);
+    return n;
+}
+
+void OVAudioRing::requestFlush()
+{
+    m_flushTo.store(m_written.load(std::memory_order_acquire), std::memory_order_release);
+}
+
+void OVAudioRing::applyFlush()
+{
+    const quint64 flushTo = m_flushTo.load(std::memory_order_acquire);
+    if (flushTo > m_read.load(std::memory_order_relaxed))
+        m_read.store(flushTo, std::memory_order_release);
+}
+
+std::size_t OVAudioRing::readAvailable() const
+{
+    const quint64 written = m_written.load(std::memory_order_acquire);
+    const quint64 read = m_read.load(std::memory_order_relaxed);
+    return static_cast<std::size_t>(written - read);
+}
+
+bool OVAudioRing::read(qint16 *out, std::size_t count)
+{
+    if (readAvailable() < count)
+        return false;
+    const quint64 read = m_read.load(std::memory_order_relaxed);
+    for (std::size_t i = 0; i < count; ++i)
+        out[i] = m_data[(read + i) & m_mask];
+    // Hand the slots back to the producer only after they were copied out.
+    m_read.store(read + count, std::memory_order_release);
+    return true;
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "log/overror.h"
+
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+
+// Facts about a media file read without playing it: no thread, no custom I/O.
+class OVMediaInfo
+{
+public:
+    struct Stream
+    {
+        int index = -1;
+        QString type; // "video", "audio", "subtitle", "data", "attachment" or "unknown"
+        QString codec; // FFmpeg's codec name, "none" when unknown
+        int width = 0;
+        int height = 0;
+        QString sampleAspectRatio; // "num:den", empty when unknown
+        QString displayAspectRatio;
+        int rotation = 0; // display-matrix degrees, counterclockwise, (-180, 180]
+        QString channelLayout; // e.g. "stereo"
+        int channels = 0;
+        QString sampleFormat;
+        int sampleRate = 0;
+        double duration = 0.0; // seconds
+
+        QJsonObject toJson() const;
+    };
+
+    QString path;
+    QString formatName;
+    double duration = 0.0; // container duration in seconds
+    QList<Stream> streams;
+
+    QJsonObject toJson() const;
+
+    // Reads the facts of every stream. Error 1: the file cannot be opened; error 2: its streams
+    // cannot be understood.
+    static OV::Error probe(const QString &path, OVMediaInfo *info);
+    // probe() followed by toJson(), for the command line.
+    static OV::Error probeJson(const QString &path, QJsonObject *json);
+    // The container duration in seconds; a negative value when the file cannot be read.
+    static double probeDuration(const QString &path);
+};

@@ -1,0 +1,646 @@
+#include "media/ovvideodecoderbase.h"
+
+#include "media/ovmediasource.h"
+
+#include <QDebug>
+
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/mem.h>
+}
+
+namespace {
+
+QString ffmpegErrorText(int err)
+{
+    char buf[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(err, buf, sizeof(buf));
+    return QString::fromUtf8(buf);
+}
+
+// A frame this close to the target counts as on it: times are products of doubles.
+constexpr double kTimeTolerance = 1e-6;
+
+} // namespace
+
+OVVideoDecoderBase::OVVideoDecoderBase(QObject *parent) : QThread(parent)
+{
+    connect(this, &QThread::finished, this, &OVVideoDecoderBase::onFinished);
+}
+
+OVVideoDecoderBase::~OVVideoDecoderBase()
+{
+    if (isRunning()) {
+        stop();
+        wait();
+    }
+}
+
+void OVVideoDecoderBase::setSource(OVMediaSource *source)
+{
+    if (isRunning()) {
+        qWarning() << "OVVideoDecoderBase::setSource ignored while decoding" << sourceName();
+        return;
+    }
+    if (m_sourceGuard) {
+        disconnect(m_sourceGuard, nullptr, this, nullptr);
+    }
+    m_file = source;
+    m_sourceGuard = source;
+    if (source) {
+        connect(source, &OVMediaSource::waitingOnData, this, &OVVideoDecoderBase::waitingOnData);
+        connect(source, &OVMediaSource::dataRetrieved, this, &OVVideoDecoderBase::dataRetrieved);
+        connect(source, &OVMediaSource::completelyCached, this, &OVVideoDecoderBase::completelyCached);
+    }
+    Q_EMIT sourceChanged();
+}
+
+OVMediaSource *OVVideoDecoderBase::source() const
+{
+    return m_file;
+}
+
+void OVVideoDecoderBase::setStartOffset(double seconds)
+{
+    m_startOffset = seconds;
+}
+
+double OVVideoDecoderBase::startOffset() const
+{
+    return m_startOffset;
+}
+
+void OVVideoDecoderBase::setProbeLimits(qint64 probeSize, qint64 analyzeDurationUs)
+{
+    m_probeSize = probeSize;
+    m_analyzeDuration = analyzeDurationUs;
+}
+
+void OVVideoDecoderBase::setPacketLimit(qint64 packets)
+{
+    m_packetLimit = packets;
+}
+
+void OVVideoDecoderBase::requestSeek(double seconds)
+{
+    QMutexLocker lock(&m_mutex);
+    m_pendingSeek = std::max(0.0, seconds);
+}
+
+int OVVideoDecoderBase::seekSerial() const
+{
+    return m_seekSerial.load();
+}
+
+QMap<int, int> OVVideoDecoderBase::audioSampleRates() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_audioSampleRates;
+}
+
+bool OVVideoDecoderBase::isSeekPending() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_pendingSeek >= 0.0;
+}
+
+double OVVideoDecoderBase::duration() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_duration;
+}
+
+OV::Error OVVideoDecoderBase::lastError() const
+{
+    QMutexLocker lock(&m_mutex);
+    return OV::Error(m_errorCode.load(), m_errorMessage);
+}
+
+int OVVideoDecoderBase::errorCode() const
+{
+    return m_errorCode.load();
+}
+
+void OVVideoDecoderBase::setError(int code, const QString &message)
+{
+    QMutexLocker lock(&m_mutex);
+    m_errorCode = code;
+    m_errorMessage = message;
+}
+
+void OVVideoDecoderBase::stop()
+{
+    m_shouldStop = true;
+    Q_EMIT stopRequested();
+    // A source waiting for downloaded data must notice the flag now, not when the data comes.
+    if (OVMediaSource *source = m_sourceGuard.data())
+        source->wakeReaders();
+}
+
+void OVVideoDecoderBase::onFinished()
+{
+    // On the owner's thread once the decoding thread has ended, whatever way it ended.
+    const OV::Error error = lastError();
+    if (error)
+        qDebug() << "Video decoder thread ended with error" << error.code() << error.message();
+    else
+        qDebug() << "Video decoder thread ended";
+}
+
+int OVVideoDecoderBase::initDecoding(AVFormatContext *, AVStream *, AVCodecContext *, OVAudioStreamMap &)
+{
+    return NoError;
+}
+
+void OVVideoDecoderBase::deinitDecoding() {}
+
+void OVVideoDecoderBase::endOfStreamReached() {}
+
+void OVVideoDecoderBase::seekPerformed(double, int) {}
+
+double OVVideoDecoderBase::frameTime(const AVFrame *frame, double timeBase) const
+{
+    int64_t ts = frame->best_effort_timestamp;
+    if (ts == AV_NOPTS_VALUE)
+        ts = frame->pts;
+    if (ts == AV_NOPTS_VALUE)
+        return std::numeric_limits<double>::quiet_NaN();
+    return double(ts) * timeBase - m_startOffset;
+}
+
+QString OVVideoDecoderBase::sourceName() const
+{
+    return m_file ? m_file->name() : QStringLiteral("(none)");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Custom I/O: FFmpeg never sees a file name, only these callbacks.
+
+int OVVideoDecoderBase::readCallback(void *opaque, uint8_t *buf, int size)
+{
+    auto *io = static_cast<IoContext *>(opaque);
+    if (io->stop->load())
+        return -1;
+    if (size <= 0)
+        return 0;
+    QByteArray out;
+    const bool ok = io->source->read(io->position, io->position + size, out, io->stop);
+    if (io->stop->load())
+        return -1;
+    if (!ok || out.isEmpty())
+        return AVERROR_EOF; // FFmpeg 5 takes a zero return from a stream as a broken protocol
+    const int count = int(std::min<qint64>(size, out.size()));
+    memcpy(buf, out.constData(), size_t(count));
+    io->position += count;
+    return count;
+}
+
+int64_t OVVideoDecoderBase::seekCallback(void *opaque, int64_t offset, int whence)
+{
+    auto *io = static_cast<IoContext *>(opaque);
+    switch (whence & ~AVSEEK_FORCE) {
+    case SEEK_SET:
+        io->position = offset;
+        break;
+    case SEEK_CUR:
+        io->position += offset;
+        break;
+    case SEEK_END:
+        io->position = io->source->size() + offset;
+        break;
+    case AVSEEK_SIZE:
+        return io->source->size();
+    default:
+        return -1;
+    }
+    return io->position;
+}
+
+int OVVideoDecoderBase::interruptCallback(void *opaque)
+{
+    return static_cast<const std::atomic<bool> *>(opaque)->load() ? 1 : 0;
+}
+
+// ---------------------------------------------------------------------------------------------
+
+int OVVideoDecoderBase::openCodecContext(int *streamIndex, AVCodecContext **codec, AVFormatContext *format,
+                                         AVMediaType type, int nth)
+{
+    const char *typeName = av_get_media_type_string(type);
+    if (!typeName)
+        typeName = "unknown";
+    *codec = nullptr;
+    int index = -1;
+    if (type == AVMEDIA_TYPE_AUDIO) {
+        int count = 0;
+        int first = -1;
+        for (unsigned i = 0; i < format->nb_streams; ++i) {
+            if (format->streams[i]->codecpar->codec_type != AVMEDIA_TYPE_AUDIO)
+                continue;
+            if (first < 0)
+                first = int(i);
+            if (count == nth)
+                index = int(i);
+            ++count;
+        }
+        m_audioStreamCount = count;
+        if (index < 0)
+            index = first;
+        if (index < 0) {
+            fprintf(stderr, "Could not find %s stream in input file\n", typeName);
+            return AVERROR_STREAM_NOT_FOUND;
+        }
+    } else {
+        index = av_find_best_stream(format, type, -1, -1, nullptr, 0);
+        if (index < 0) {
+            fprintf(stderr, "Could not find %s stream in input file\n", typeName);
+            return index;
+        }
+    }
+
+    AVStream *stream = format->streams[index];
+    const AVCodec *decoder = avcodec_find_decoder(stream->codecpar->codec_id);
+    if (!decoder) {
+        fprintf(stderr, "Failed to find %s codec\n", typeName);
+        return AVERROR(EINVAL);
+    }
+    AVCodecContext *ctx = avcodec_alloc_context3(decoder);
+    if (!ctx)
+        return AVERROR(ENOMEM);
+    int err = avcodec_parameters_to_context(ctx, stream->codecpar);
+    if (err >= 0) {
+        ctx->pkt_timebase = stream->time_base;
+        ctx->thread_count = 2;
+        // Decoded frames are always reference-counted in this FFmpeg, so no option is needed.
+        err = avcodec_open2(ctx, decoder, nullptr);
+    }
+    if (err < 0) {
+        fprintf(stderr, "Failed to open %s codec\n", typeName);
+        avcodec_free_context(&ctx);
+        return err;
+    }
+    *streamIndex = index;
+    *codec = ctx;
+    return 0;
+}
+
+void OVVideoDecoderBase::run()
+{
+    m_finished = false;
+    m_decoding = false;
+    setError(NoError, QString());
+    {
+        QMutexLocker lock(&m_mutex);
+        // A seek requested before start() is kept: it positions the new run before its first frame.
+        m_duration = 0.0;
+        m_audioSampleRates.clear();
+    }
+
+    int code = startUp();
+    if (code != NoError && code != StoppedError && m_shouldStop.load()) {
+        // Whatever failed was cut short by the stop itself.
+        qDebug() << "Should stop is true, line:" << __LINE__ << "start-up ended with" << code;
+        code = StoppedError;
+        setError(StoppedError, QString());
+    }
+    if (code == StoppedError) {
+        m_errorCode = code;
+    } else if (code != NoError) {
+        qWarning() << "Failed to open source:" << sourceName();
+        m_errorCode = code;
+        Q_EMIT errorRaised();
+    }
+    qDebug() << "Init returned:" << code;
+    Q_EMIT initFinished(code);
+
+    if (code == NoError)
+        readLoop();
+
+    m_finished = true;
+    if (code == NoError && !m_shouldStop.load())
+        endOfStreamReached();
+    m_decoding = false;
+    Q_EMIT videoFinished();
+    deinitDecoding();
+    closeAll();
+    qDebug() << "Video decoder finished, src -" << sourceName();
+    // The stop and any seek not carried out belonged to this run; the next start() begins afresh. A
+    // stop() issued before a start stays set and ends that run at once.
+    {
+        QMutexLocker lock(&m_mutex);
+        m_pendingSeek = -1.0;
+    }
+    m_shouldStop = false;
+}
+
+int OVVideoDecoderBase::startUp()
+{
+    qDebug() << "Video Decoder starting, src -" << sourceName();
+    m_videoStreamIndex = -1;
+    m_audioStreamCount = 0;
+    m_videoDropBefore = -1.0;
+    if (!m_file) {
+        qWarning() << "m_file is NULL";
+        setError(NoSourceError, QStringLiteral("m_file is NULL"));
+        return NoSourceError;
+    }
+
+    m_formatContext = avformat_alloc_context();
+    if (!m_formatContext) {
+        qWarning() << "avformat_alloc_context failed";
+        setError(AllocationError, QStringLiteral("avformat_alloc_context failed"));
+        return AllocationError;
+    }
+    auto *buffer = static_cast<unsigned char *>(av_malloc(IoBufferSize));
+    if (!buffer) {
+        qWarning() << "av_malloc failed";
+        setError(AllocationError, QStringLiteral("av_malloc failed"));
+        return AllocationError;
+    }
+    m_io = IoContext { m_file, 0, &m_shouldStop };
+    m_ioContext = avio_alloc_context(buffer, IoBufferSize, 0, &m_io, &OVVideoDecoderBase::readCallback, nullptr,
+                                     &OVVideoDecoderBase::seekCallback);
+    if (!m_ioContext) {
+        av_free(buffer);
+        qWarning() << "avio_alloc_context failed";
+        setError(AllocationError, QStringLiteral("avio_alloc_context failed"));
+        return AllocationError;
+    }
+
+    m_formatContext->pb = m_ioContext;
+    m_formatContext->flags |= AVFMT_FLAG_CUSTOM_IO;
+    m_formatContext->interrupt_callback.callback = &OVVideoDecoderBase::interruptCallback;
+    m_formatContext->interrupt_callback.opaque = &m_shouldStop;
+    if (m_probeSize > 0)
+        m_formatContext->probesize = m_probeSize;
+    if (m_analyzeDuration > 0)
+        m_formatContext->max_analyze_duration = m_analyzeDuration;
+
+    int err = avformat_open_input(&m_formatContext, nullptr, nullptr, nullptr);
+    if (err < 0) {
+        // On failure FFmpeg frees the format context but leaves our I/O context to us.
+        QString details = ffmpegErrorText(err);
+        qWarning() << "avformat_open_input failed:" << details;
+        // The source knows better than FFmpeg why a file it cannot read has no data.
+        if (const QString why = m_file->errorString(); !why.isEmpty())
+            details = why;
+        setError(OpenInputError, QStringLiteral("Failed to open input\nDetails:\n\t") + details);
+        return OpenInputError;
+    }
+
+    err = avformat_find_stream_info(m_formatContext, nullptr);
+    if (err < 0) {
+        qWarning() << "avformat_find_stream_info failed:" << ffmpegErrorText(err);
+        setError(StreamInfoError, QStringLiteral("Failed to decode input streams"));
+        return StreamInfoError;
+    }
+
+    int videoIndex = -1;
+    if (openCodecContext(&videoIndex, &m_videoCodec, m_formatContext, AVMEDIA_TYPE_VIDEO, 0) >= 0) {
+        AVStream *stream = m_formatContext->streams[videoIndex];
+        m_videoTimeBase = av_q2d(stream->time_base);
+        m_videoStreamIndex = videoIndex;
+        const int size = av_image_alloc(m_imageData, m_imageLinesize, m_videoCodec->width, m_videoCodec->height,
+                                        m_videoCodec->pix_fmt, 1);
+        if (size < 0) {
+            qWarning() << "av_image_alloc failed:" << ffmpegErrorText(size);
+            // On failure FFmpeg frees the buffer but may leave its address in the pointers.
+            std::fill(std::begin(m_imageData), std::end(m_imageData), nullptr);
+        }
+    }
+
+    // Opening the audio streams counts them; every nth up to the count is a separate stream.
+    int audioIndex = -1;
+    AVCodecContext *audioCodec = nullptr;
+    if (openCodecContext(&audioIndex, &audioCodec, m_formatContext, AVMEDIA_TYPE_AUDIO, 0) >= 0) {
+        auto keep = [this](int index, AVCodecContext *codec) {
+            AVStream *stream = m_formatContext->streams[index];
+            OVAudioStream &record = m_audioStreams[index];
+            record.stream = stream;
+            record.codec = codec;
+            record.sampleRate = codec->sample_rate;
+            record.timeBase = av_q2d(stream->time_base);
+        };
+        keep(audioIndex, audioCodec);
+        for (int nth = 1; nth < m_audioStreamCount.load(); ++nth) {
+            audioCodec = nullptr;
+            if (openCodecContext(&audioIndex, &audioCodec, m_formatContext, AVMEDIA_TYPE_AUDIO, nth) < 0)
+                continue;
+            if (m_audioStreams.count(audioIndex)) {
+                avcodec_free_context(&audioCodec);
+                continue;
+            }
+            keep(audioIndex, audioCodec);
+        }
+    }
+    qDebug() << "Audio streams count:" << m_audioStreamCount.load();
+
+    if (m_videoStreamIndex < 0 && m_audioStreams.empty()) {
+        qWarning() << "Could not find audio or video stream in the input, aborting. Filename:" << sourceName();
+        setError(NoStreamError, QStringLiteral("Failed to open video or audio stream"));
+        return NoStreamError;
+    }
+
+    double duration = 0.0;
+    if (m_formatContext->duration != AV_NOPTS_VALUE && m_formatContext->duration > 0)
+        duration = double(m_formatContext->duration) / 1000000.0;
+    {
+        QMutexLocker lock(&m_mutex);
+        m_duration = duration - m_startOffset;
+        for (const auto &entry : m_audioStreams)
+            m_audioSampleRates.insert(entry.first, entry.second.sampleRate);
+    }
+
+    AVStream *videoStream = m_videoStreamIndex >= 0 ? m_formatContext->streams[m_videoStreamIndex] : nullptr;
+    const int code = initDecoding(m_formatContext, videoStream, m_videoCodec, m_audioStreams);
+    if (code != NoError) {
+        QString message = lastError().message();
+        if (message.isEmpty())
+            message = QStringLiteral("Failed to initialise decoding");
+        setError(code, message);
+        return code;
+    }
+    av_format_inject_global_side_data(m_formatContext);
+    return NoError;
+}
+
+void OVVideoDecoderBase::readLoop()
+{
+    m_decoding = true;
+    Q_EMIT videoStarted();
+
+    AVPacket *packet = av_packet_alloc();
+    m_frame = av_frame_alloc();
+    if (!packet || !m_frame) {
+        av_packet_free(&packet);
+        setError(AllocationError, QStringLiteral("av_frame_alloc failed"));
+        Q_EMIT errorRaised();
+        m_shouldStop = true;
+        return;
+    }
+
+    bool first = true;
+    bool failed = false;
+    bool endOfFile = false;
+    qint64 packets = 0;
+    while (!failed) {
+        if (m_shouldStop.load()) {
+            qDebug() << "Should stop is true, line:" << __LINE__;
+            break;
+        }
+        double target = -1.0;
+        {
+            QMutexLocker lock(&m_mutex);
+            std::swap(target, m_pendingSeek);
+        }
+        if (target >= 0.0)
+            performSeek(target);
+
+        if (m_packetLimit > 0 && packets >= m_packetLimit) {
+            // A bounded run ends as if stopped: it did not reach the end of the stream.
+            m_shouldStop = true;
+            break;
+        }
+        const int err = av_read_frame(m_formatContext, packet);
+        if (err < 0) {
+            endOfFile = true;
+            if (err != AVERROR_EOF && !m_shouldStop.load())
+                qDebug() << "av_read_frame ended with" << ffmpegErrorText(err);
+            break;
+        }
+        ++packets;
+        if (first) {
+            qDebug() << "First pkg is at:" << packet->pts << packet->dts << "stream" << packet->stream_index;
+            first = false;
+        }
+
+        if (packet->stream_index == m_videoStreamIndex) {
+            failed = !decodePacket(m_videoCodec, packet, nullptr);
+        } else {
+            auto it = m_audioStreams.find(packet->stream_index);
+            if (it != m_audioStreams.end())
+                failed = !decodePacket(it->second.codec, packet, &it->second);
+        }
+        av_packet_unref(packet);
+    }
+
+    // The decoders hold back their last frames until told that no more packets come.
+    if (endOfFile && !failed && !m_shouldStop.load()) {
+        if (m_videoCodec)
+            failed = !decodePacket(m_videoCodec, nullptr, nullptr);
+        for (auto it = m_audioStreams.begin(); !failed && it != m_audioStreams.end(); ++it)
+            failed = !decodePacket(it->second.codec, nullptr, &it->second);
+    }
+    if (failed)
+        Q_EMIT errorRaised();
+    av_packet_free(&packet);
+}
+
+bool OVVideoDecoderBase::decodePacket(AVCodecContext *codec, const AVPacket *packet, OVAudioStream *audio)
+{
+    const bool isVideo = audio == nullptr;
+    auto fail = [&](int err) {
+        const QString message = (isVideo ? QStringLiteral("Error decoding video frame\nError: %1")
+                                         : QStringLiteral("Error decoding audio frame\nError: %1"))
+                                    .arg(ffmpegErrorText(err));
+        qWarning().noquote() << message;
+        setError(DecodeError, message);
+        m_shouldStop = true;
+        return false;
+    };
+
+    // A decoder that is full answers EAGAIN: its frames are taken out first and the packet is sent
+    // again once it has room, so no packet is lost.
+    int err = avcodec_send_packet(codec, packet);
+    bool sent = err != AVERROR(EAGAIN);
+    if (err < 0 && sent && err != AVERROR_EOF)
+        return fail(err);
+    bool gotFrame = false;
+    for (;;) {
+        if (m_shouldStop.load()) {
+            qDebug() << "Should stop is true, line:" << __LINE__;
+            return true;
+        }
+        err = avcodec_receive_frame(codec, m_frame);
+        if (err == AVERROR(EAGAIN) || err == AVERROR_EOF) {
+            if (!sent) {
+                sent = true;
+                err = avcodec_send_packet(codec, packet);
+                if (err < 0 && err != AVERROR(EAGAIN) && err != AVERROR_EOF)
+                    return fail(err);
+                continue;
+            }
+            if (isVideo && packet && !gotFrame)
+                fprintf(stderr, "Frame not here yet\n");
+            return true;
+        }
+        if (err < 0)
+            return fail(err);
+        gotFrame = true;
+        deliverFrame(m_frame, audio);
+        av_frame_unref(m_frame);
+    }
+}
+
+void OVVideoDecoderBase::deliverFrame(AVFrame *frame, OVAudioStream *audio)
+{
+    double &dropBefore = audio ? audio->dropBefore : m_videoDropBefore;
+    if (dropBefore >= 0.0) {
+        const double t = frameTime(frame, audio ? audio->timeBase : m_videoTimeBase);
+        // A frame without a time cannot be placed; keep dropping until one shows where we are.
+        if (std::isnan(t) || t + kTimeTolerance < dropBefore)
+            return;
+        dropBefore = -1.0;
+    }
+    if (audio)
+        processAudioFrame(frame, *audio);
+    else
+        processVideoFrame(frame);
+}
+
+void OVVideoDecoderBase::performSeek(double target)
+{
+    const double position = target + m_startOffset;
+    const int64_t timestamp = int64_t(position * 1000000.0);
+    const int err = av_seek_frame(m_formatContext, -1, timestamp, AVSEEK_FLAG_BACKWARD);
+    qDebug() << "Seeking to" << target;
+    if (err < 0)
+        qWarning() << "av_seek_frame failed:" << ffmpegErrorText(err);
+    for (auto &entry : m_audioStreams) {
+        avcodec_flush_buffers(entry.second.codec);
+        entry.second.dropBefore = target;
+    }
+    if (m_videoCodec)
+        avcodec_flush_buffers(m_videoCodec);
+    m_videoDropBefore = target;
+    const int serial = ++m_seekSerial;
+    seekPerformed(target, serial);
+}
+
+void OVVideoDecoderBase::closeAll()
+{
+    avcodec_free_context(&m_videoCodec);
+    for (auto &entry : m_audioStreams) {
+        entry.second.resampler.reset();
+        avcodec_free_context(&entry.second.codec);
+    }
+    m_audioStreams.clear();
+    if (m_formatContext)
+        avformat_close_input(&m_formatContext);
+    // With custom I/O the I/O context and its (possibly replaced) buffer stay ours.
+    if (m_ioContext) {
+        av_freep(&m_ioContext->buffer);
+        avio_context_free(&m_ioContext);
+    }
+    avformat_free_context(m_formatContext);
+    m_formatContext = nullptr;
+    av_frame_free(&m_frame);
+    av_freep(&m_imageData[0]);
+    m_videoStreamIndex = -1;
+}

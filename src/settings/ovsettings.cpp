@@ -1,0 +1,111 @@
+#include "settings/ovsettings.h"
+
+#include "settings/ovkeyboardsettings.h"
+#include "settings/ovlabelingsettings.h"
+#include "settings/ovoverlaysettings.h"
+#include "settings/ovrecentprojects.h"
+#include "settings/ovuisettings.h"
+#include "settings/ovuserinfosettings.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QPointer>
+#include <QSettings>
+
+namespace {
+QPointer<OVSettings> s_instance;
+}
+
+OVSettings::OVSettings(QObject *parent)
+    : QObject(parent),
+      m_keyboard(new OVKeyboardSettings(this)),
+      m_overlay(new OVOverlaySettings(this)),
+      m_userInfo(new OVUserInfoSettings(this)),
+      m_labeling(new OVLabelingSettings(this)),
+      m_recent(new OVRecentProjects(this)),
+      m_ui(new OVUISettings(this))
+{
+    m_saveTimer.setSingleShot(true);
+    m_saveTimer.setInterval(0);
+    connect(&m_saveTimer, &QTimer::timeout, this, &OVSettings::saveNow);
+    for (OVSettingsGroup *g : groups())
+        connect(g, &OVSettingsGroup::changed, this, &OVSettings::onGroupChanged);
+    s_instance = this;
+}
+
+OVSettings::~OVSettings()
+{
+    if (m_saveTimer.isActive())
+        saveNow();
+}
+
+OVSettings *OVSettings::instance() { return s_instance; }
+
+QList<OVSettingsGroup *> OVSettings::groups() const
+{
+    return { m_keyboard, m_overlay, m_userInfo, m_labeling, m_recent, m_ui };
+}
+
+bool OVSettings::open(const QString &iniPath)
+{
+    m_path = iniPath;
+    m_lastError.clear();
+    QFileInfo info(iniPath);
+    if (!QDir().mkpath(info.absolutePath()))
+        m_lastError = QStringLiteral("Settings folder cannot be made: %1").arg(info.absolutePath());
+    else if (info.exists() && !info.isReadable())
+        m_lastError = QStringLiteral("Settings file cannot be read: %1").arg(iniPath);
+
+    bool ok = m_lastError.isEmpty();
+    if (ok) {
+        QSettings settings(iniPath, QSettings::IniFormat);
+        settings.allKeys(); // parsing is lazy; make a damaged file show up in status() now
+        if (settings.status() != QSettings::NoError) {
+            m_lastError = QStringLiteral("Settings file is damaged: %1").arg(iniPath);
+            ok = false;
+        } else {
+            m_loading = true;
+            for (OVSettingsGroup *g : groups())
+                g->load(settings);
+            m_loading = false;
+        }
+    }
+    if (!ok) {
+        qWarning().noquote() << m_lastError << "- starting with default settings";
+        // Keep the damaged file for the user instead of overwriting it at the next save.
+        const QString aside = iniPath + QStringLiteral(".damaged-")
+            + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss"));
+        if (QFile::rename(iniPath, aside))
+            qWarning().noquote() << "Damaged settings file moved to" << aside;
+    } else {
+        qDebug().noquote() << "Settings loaded from" << iniPath;
+    }
+    m_saveTimer.stop();
+    return ok;
+}
+
+bool OVSettings::saveNow()
+{
+    m_saveTimer.stop();
+    if (m_path.isEmpty())
+        return false;
+    QSettings settings(m_path, QSettings::IniFormat);
+    for (OVSettingsGroup *g : groups())
+        g->save(settings);
+    settings.sync();
+    if (settings.status() != QSettings::NoError) {
+        const QString message = QStringLiteral("Settings could not be saved to %1").arg(m_path);
+        qWarning().noquote() << message;
+        Q_EMIT saveFailed(message);
+        return false;
+    }
+    return true;
+}
+
+void OVSettings::onGroupChanged()
+{
+    if (!m_loading && !m_path.isEmpty())
+        m_saveTimer.start();
+}

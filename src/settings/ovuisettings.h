@@ -1,0 +1,31 @@
+#pragma once
+
+#include "settings/ovsettingsgroup.h"
+
+// Interface language, silenced messages and the main window's layout (-1: nothing saved yet).
+class OVUISettings : public OVSettingsGroup
+{
+    Q_OBJECT
+public:
+    explicit OVUISettings(QObject *parent = nullptr);
+
+    QString language() const { return value(QStringLiteral("Language")).toString(); }
+    void setLanguage(const QString &lang) { setValue(QStringLiteral("Language"), lang); }
+    QString disabledMessagesMd5() const { return value(QStringLiteral("disabledMessagesMd5")).toString(); }
+    void setDisabledMessagesMd5(const QString &v) { setValue(QStringLiteral("disabledMessagesMd5"), v); }
+    QString enabledViews() const { return value(QStringLiteral("enabledViews")).toString(); }
+    void setEnabledViews(const QString &v) { setValue(QStringLiteral("enabledViews"), v); }
+    QString playerSize() const { return value(QStringLiteral("playerSize")).toString(); }
+    void setPlayerSize(const QString &v) { setValue(QStringLiteral("playerSize"), v); }
+    int timelineControlHeight() const { return intValue(QStringLiteral("timelineControlHeight")); }
+    void setTimelineControlHeight(int v) { setValue(QStringLiteral("timelineControlHeight"), v); }
+    int transcriptControlWidth() const { return intValue(QStringLiteral("transcriptControlWidth")); }
+    void setTranscriptControlWidth(int v) { setValue(QStringLiteral("transcriptControlWidth"), v); }
+    int playbackVolume() const { return intValue(QStringLiteral("playbackVolume")); }
+    void setPlaybackVolume(int v) { setValue(QStringLiteral("playbackVolume"), v); }
+    int waveformsHeight() const { return intValue(QStringLiteral("waveformsHeight")); }
+    void setWaveformsHeight(int v) { setValue(QStringLiteral("waveformsHeight"), v); }
+
+private:
+    int intValue(const QString &key) const;
+};

@@ -1,0 +1,119 @@
+#pragma once
+
+#include "project/basenode.h"
+#include "project/project.h"
+#include "settings/ovlabelingsettings.h"
+
+#include <QPointer>
+#include <QWidget>
+
+#include <functional>
+
+class QComboBox;
+class QDoubleSpinBox;
+class QLabel;
+class QMenu;
+class QPushButton;
+class QTimer;
+class QToolButton;
+class QUndoStack;
+class OVTimeScaleWidget;
+class OVTimelineWidget;
+
+namespace OVProject {
+class Label;
+class Segment;
+class Timeline;
+} // namespace OVProject
+
+// The timeline panel of the main window: the coding widget with its ruler, the add-label button,
+// the labeling mode and lead times, and the timeline file load and save. It turns key presses
+// into coding while the focus is inside it and forwards the widget's seek requests.
+class OVTimelineControl : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit OVTimelineControl(OVLabelingSettings *settings, QWidget *parent = nullptr);
+    ~OVTimelineControl() override;
+
+    void setProject(OVProject::Project *project);
+    OVProject::Project *project() const { return m_project; }
+    OVTimelineWidget *timelineWidget() const { return m_widget; }
+    OVTimeScaleWidget *timeScale() const { return m_scale; }
+    // Every change made on the timeline, for the main window's Undo and Redo.
+    QUndoStack *undoStack() const;
+
+    // While transcribing, letter keys belong to the transcript and do not code.
+    void setTranscribingEnabled(bool on);
+    bool isTranscribingEnabled() const { return m_transcribing; }
+
+    // Asks the user a yes/no question; replaceable so that automated use needs no dialog.
+    using Confirmation = std::function<bool(const QString &question)>;
+    void setConfirmation(Confirmation confirm) { m_confirm = std::move(confirm); }
+
+    // Deletes the selected segments of the active timeline after asking; true when deleted.
+    bool deleteSelectedSegments();
+    // Deletes every segment of the active timeline (one undo step) after asking.
+    bool clearAll();
+
+    // Timeline files: the active timeline's labels and segments.
+    bool saveTimelineFile(const QString &path);
+    bool loadTimelineFile(const QString &path);
+
+Q_SIGNALS:
+    void seekRequested(double time);
+
+public Q_SLOTS:
+    void onAddLabelClicked();
+    void onLabelRightClicked(OVProject::Id label, OVProject::Segment *segment, QPoint pos);
+    void onLabelDoubleClicked(OVProject::Id label, OVProject::Segment *segment, QPoint pos);
+    void onLabelNameRightClicked(OVProject::Id label, QPoint pos);
+    void onLabelNameDoubleClicked(OVProject::Id label, QPoint pos, int area);
+    void onLoadClicked();
+    void onSaveClicked();
+    void onTranscribingEnabledChanged();
+    void onTimeScaleChanged();
+    void onTimelinePpsChanged(double pps);
+    void onEmptyTimelineRightClicked();
+    void onLeadTimeChanged();
+    void onFocusCheckTimer();
+    void onAuthorActionClicked();
+    void onLabelingModeChangedFromCombo();
+    void onLabelingModeChanged();
+    void onDurationChanged();
+    void onSeekRequested(double time);
+    void setHighlightedSegmentId(OVProject::Id segmentId);
+    void zoomTimelineToFit();
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    bool focusIsInside() const;
+    bool handleKey(QKeyEvent *event);
+    OVProject::Label *activeLabel(const OVProject::Id &id) const;
+    void editLabel(OVProject::Label *label);
+    void editSegment(OVProject::Segment *segment);
+    void fillAuthorMenu();
+    void refreshSettingsFields();
+    bool confirm(const QString &question);
+
+    QPointer<OVProject::Project> m_project;
+    QPointer<OVLabelingSettings> m_settings;
+    OVTimelineWidget *m_widget;
+    OVTimeScaleWidget *m_scale;
+    QPushButton *m_addLabel;
+    QComboBox *m_mode;
+    QLabel *m_leadOpenCaption;
+    QDoubleSpinBox *m_leadOpen;
+    QLabel *m_leadCloseCaption;
+    QDoubleSpinBox *m_leadClose;
+    QLabel *m_durationCaption;
+    QDoubleSpinBox *m_duration;
+    QToolButton *m_authors;
+    QMenu *m_authorMenu;
+    QTimer *m_focusTimer;
+    bool m_transcribing = false;
+    bool m_updatingFields = false;
+    Confirmation m_confirm;
+};

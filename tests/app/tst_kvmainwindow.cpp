@@ -1,0 +1,257 @@
+#include "app/kvmainwindow.h"
+#include "app/ovactionregistry.h"
+#include "log/nxlogwidget.h"
+#include "project/label.h"
+#include "project/project.h"
+#include "project/state.h"
+#include "project/timeline.h"
+#include "project/timelinegroup.h"
+#include "settings/ovkeyboardsettings.h"
+#include "settings/ovrecentprojects.h"
+#include "settings/ovsettings.h"
+#include "settings/ovuserinfosettings.h"
+
+#include <QAction>
+#include <QDockWidget>
+#include <QSplitter>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+// Answers the window's questions the way a test row wants.
+class TestWindow : public KVMainWindow
+{
+public:
+    using KVMainWindow::KVMainWindow;
+    QMessageBox::StandardButton unsavedAnswer = QMessageBox::Discard;
+    QMessageBox::StandardButton crashAnswer = QMessageBox::No;
+    int unsavedAsked = 0;
+    int crashAsked = 0;
+    QStringList errors;
+    QString openPath;
+    QString savePath;
+
+protected:
+    QMessageBox::StandardButton askUnsavedChanges() override
+    {
+        ++unsavedAsked;
+        return unsavedAnswer;
+    }
+    QMessageBox::StandardButton askSendCrashReport() override
+    {
+        ++crashAsked;
+        return crashAnswer;
+    }
+    void showError(const QString &, const QString &message) override { errors << message; }
+    QString chooseOpenPath() override { return openPath; }
+    QString chooseSavePath() override { return savePath; }
+};
+
+} // namespace
+
+class TestKVMainWindow : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void newProjectHasOneTimelineForTheCurrentUser()
+    {
+        QTemporaryDir dir;
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        settings.userInfo()->setUsername("coder7");
+        TestWindow w(&settings);
+        QSignalSpy opened(&w, &KVMainWindow::projectOpened);
+        w.onNewProject();
+        QCOMPARE(opened.count(), 1);
+        OVProject::Project *p = w.project();
+        QVERIFY(p);
+        QVERIFY(!p->id().isEmpty());
+        const auto timelines = p->timelineGroup()->timelines();
+        QCOMPARE(timelines.size(), 1);
+        QCOMPARE(timelines.first()->owner(), QString("coder7"));
+        QCOMPARE(p->state()->activeUser(), QString("coder7"));
+        QCOMPARE(timelines.first()->labels().size(), 4);
+        QCOMPARE(timelines.first()->labels().first()->name(), QString("Label 1"));
+        QVERIFY(w.isProjectModified());
+        QVERIFY(w.windowTitle().contains("[*]"));
+        QVERIFY(w.isWindowModified());
+    }
+
+    void closingAsksOnlyWhenModified_data()
+    {
+        QTest::addColumn<bool>("modified");
+        QTest::addColumn<int>("answer");
+        QTest::addColumn<bool>("closed");
+        QTest::addColumn<int>("asked");
+        QTest::newRow("modified, discard") << true << int(QMessageBox::Discard) << true << 1;
+        QTest::newRow("modified, cancel") << true << int(QMessageBox::Cancel) << false << 1;
+        QTest::newRow("unmodified") << false << int(QMessageBox::Cancel) << true << 0;
+    }
+    void closingAsksOnlyWhenModified()
+    {
+        QFETCH(bool, modified);
+        QFETCH(int, answer);
+        QFETCH(bool, closed);
+        QFETCH(int, asked);
+        TestWindow w(nullptr);
+        w.onNewProject();
+        if (!modified) {
+            // A freshly made project counts as modified; a label edit after a save would too.
+            // Closing without asking then must still be possible through onCloseProject(false).
+            QVERIFY(w.onCloseProject(false));
+            QCOMPARE(w.unsavedAsked, 0);
+            return;
+        }
+        w.unsavedAnswer = QMessageBox::StandardButton(answer);
+        QCOMPARE(w.onCloseProject(true), closed);
+        QCOMPARE(w.unsavedAsked, asked);
+        QCOMPARE(w.project() == nullptr, closed);
+    }
+
+    void modelChangesMarkTheProjectModified()
+    {
+        TestWindow w(nullptr);
+        w.onNewProject();
+        QVERIFY(w.onCloseProject(false));
+        w.onNewProject();
+        // Simulate a saved state, then change a label deep in the model.
+        w.setModified(false);
+        QVERIFY(!w.isProjectModified());
+        OVProject::Label *label = w.project()->timelineGroup()->timelines().first()->labels().first();
+        label->setName("Gaze");
+        QVERIFY(w.isProjectModified());
+    }
+
+    void crashReportsAreOfferedOnce()
+    {
+        QTemporaryDir dir;
+        QFile report(dir.path() + "/crash-1.txt");
+        QVERIFY(report.open(QIODevice::WriteOnly));
+        report.write("Kavot crash report\n");
+        report.close();
+        TestWindow w(nullptr);
+        w.checkForCrashReports(dir.path());
+        QCOMPARE(w.crashAsked, 1);
+        QVERIFY(QFile::exists(dir.path() + "/seen/crash-1.txt"));
+        w.checkForCrashReports(dir.path());
+        QCOMPARE(w.crashAsked, 1);
+    }
+
+    void shortcutsFollowTheKeyboardSettings()
+    {
+        QTemporaryDir dir;
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        TestWindow w(&settings);
+        QAction *save = w.actionRegistry()->action(OVActionRegistry::Settings);
+        QCOMPARE(save->shortcut(), QKeySequence("Ctrl+Shift+S"));
+        settings.keyboard()->setShortcut(OVActionRegistry::Settings, "F9");
+        QCOMPARE(save->shortcut(), QKeySequence("F9"));
+    }
+
+    void appearanceAndLogView()
+    {
+        TestWindow w(nullptr);
+        QVERIFY(w.styleSheet().contains("background-color: black"));
+        QCOMPARE(w.styleSheet().count("rgb(89, 89, 89)"), 2);
+        auto *dock = w.findChild<QDockWidget *>("dw_log");
+        QVERIFY(dock);
+        w.show();
+        QVERIFY(!dock->isVisible());
+        auto *toggle = w.findChild<QAction *>("actionShowLog");
+        toggle->setChecked(true);
+        QVERIFY(dock->isVisible());
+        QVERIFY(w.logWidget()->findChild<QObject *>("pt_log"));
+    }
+
+    void saveAndReopen()
+    {
+        QTemporaryDir dir;
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        settings.userInfo()->setUsername("anna");
+        TestWindow w(&settings);
+        w.onNewProject();
+        w.project()->setTitle("Playground study");
+        OVProject::Label *label = w.project()->timelineGroup()->timelines().first()->labels().first();
+        label->setName("Gaze");
+        w.savePath = dir.path() + "/study"; // the extension is added
+        QVERIFY(w.onSaveProjectAs());
+        QCOMPARE(w.projectPath(), dir.path() + "/study.kvpr");
+        QVERIFY(!w.isProjectModified());
+        QVERIFY(w.windowTitle().startsWith("Playground study"));
+        QCOMPARE(settings.recentProjects()->recentProjects(), QStringList({ dir.path() + "/study.kvpr" }));
+        const QString id = w.project()->id();
+        QVERIFY(w.onCloseProject(true));
+        QCOMPARE(w.unsavedAsked, 0);
+
+        // Another coder opens it: their own timeline is added beside anna's.
+        settings.userInfo()->setUsername("ben");
+        w.openFile(dir.path() + "/study.kvpr");
+        QVERIFY(w.errors.isEmpty());
+        QVERIFY(w.project());
+        QCOMPARE(w.project()->id(), id);
+        QCOMPARE(w.project()->title(), QString("Playground study"));
+        const auto timelines = w.project()->timelineGroup()->timelines();
+        QCOMPARE(timelines.size(), 2);
+        QCOMPARE(timelines[0]->owner(), QString("anna"));
+        QCOMPARE(timelines[0]->labels().first()->name(), QString("Gaze"));
+        QCOMPARE(timelines[1]->owner(), QString("ben"));
+        QCOMPARE(w.project()->state()->activeUser(), QString("ben"));
+        QVERIFY(w.isProjectModified());
+    }
+
+    void failedLoadKeepsTheOpenProject_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("not a project") << QByteArray("hello world");
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("truncated container") << QByteArray("OV1\x00\x0bproject.js", 15);
+    }
+    void failedLoadKeepsTheOpenProject()
+    {
+        QFETCH(QByteArray, content);
+        QTemporaryDir dir;
+        const QString bad = dir.path() + "/bad.kvpr";
+        QFile f(bad);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(content);
+        f.close();
+        TestWindow w(nullptr);
+        w.onNewProject();
+        OVProject::Project *before = w.project();
+        const QString id = before->id();
+        QVERIFY(!w.loadProject(bad));
+        QCOMPARE(w.project(), before);
+        QCOMPARE(w.project()->id(), id);
+        QCOMPARE(w.errors.size(), 1);
+        QVERIFY2(w.errors.first().startsWith("Failed to load project"), qPrintable(w.errors.first()));
+    }
+
+    void recoveryCopyHoldsUnsavedWork()
+    {
+        QTemporaryDir dir;
+        TestWindow w(nullptr);
+        QVERIFY(w.saveRecoveryCopy().isEmpty()); // nothing open
+        w.onNewProject();
+        w.project()->setTitle("Unsaved coding");
+        const QString copy = w.saveRecoveryCopy();
+        QVERIFY(QFile::exists(copy));
+        QVERIFY(w.isProjectModified()); // the project's own file is not touched
+        TestWindow reader(nullptr);
+        QVERIFY(reader.loadProject(copy));
+        QCOMPARE(reader.project()->title(), QString("Unsaved coding"));
+    }
+
+    void openingMissingFilesSaysSo()
+    {
+        TestWindow w(nullptr);
+        w.openFile("/no/such/file.kvpr");
+        QCOMPARE(w.errors.size(), 1);
+        QVERIFY(w.errors.first().contains("/no/such/file.kvpr"));
+    }
+};
+
+QTEST_MAIN(TestKVMainWindow)
+#include "tst_kvmainwindow.moc"

@@ -1,0 +1,210 @@
+// Starts the real executable (offscreen) with private data, config and runtime folders and checks
+// what a user and a desktop session see: log lines, single-instance hand-off, crash reports.
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <signal.h>
+
+namespace {
+
+class Sandbox
+{
+public:
+    Sandbox()
+    {
+        QDir root(m_dir.path());
+        root.mkpath("data");
+        root.mkpath("config");
+        root.mkpath("run");
+        QFile::setPermissions(root.filePath("run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    QString path(const QString &rel) const { return QDir(m_dir.path()).filePath(rel); }
+    QString dataDir() const { return path("data/Kavot"); }
+    QString logPath() const { return dataDir() + "/main.log"; }
+
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        env.insert("XDG_DATA_HOME", m_dataHome.isEmpty() ? path("data") : m_dataHome);
+        env.insert("XDG_CONFIG_HOME", path("config"));
+        env.insert("XDG_RUNTIME_DIR", path("run"));
+        env.insert("HOME", m_dir.path());
+        return env;
+    }
+    void setDataHome(const QString &p) { m_dataHome = p; }
+
+    QProcess *start(const QStringList &args = {})
+    {
+        auto *p = new QProcess;
+        p->setProcessEnvironment(environment());
+        p->start(executable(), args);
+        m_processes << p;
+        return p;
+    }
+    ~Sandbox()
+    {
+        for (QProcess *p : std::as_const(m_processes)) {
+            if (p->state() != QProcess::NotRunning) {
+                p->kill();
+                p->waitForFinished(5000);
+            }
+            delete p;
+        }
+    }
+
+    QString log() const
+    {
+        QFile f(logPath());
+        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+    }
+
+    static QString executable() { return qEnvironmentVariable("KAVOT_BUILD_DIR") + "/src/app/kavot"; }
+
+private:
+    QTemporaryDir m_dir;
+    QString m_dataHome;
+    QList<QProcess *> m_processes;
+};
+
+bool terminate(QProcess *p)
+{
+    ::kill(pid_t(p->processId()), SIGTERM);
+    return p->waitForFinished(15000) && p->exitStatus() == QProcess::NormalExit && p->exitCode() == 0;
+}
+
+} // namespace
+
+class TestStartup : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { QVERIFY2(QFile::exists(Sandbox::executable()), qPrintable(Sandbox::executable())); }
+
+    void startupLinesAndCleanEndOnSigterm()
+    {
+        Sandbox box;
+        QProcess *app = box.start({ "--commlog=/tmp/comm.log" });
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("OS Info:"), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(box.dataDir() + "/settings.ini") || box.log().contains("Settings"), 20000);
+        QVERIFY(terminate(app));
+        const QString log = box.log();
+        const QRegularExpression started(
+            R"(\] Application started   Version: 1\.1\.0  Build_number: \d+  Revision: [0-9a-f]{40}\n)");
+        QVERIFY2(started.match(log).hasMatch(), qPrintable(log));
+        QVERIFY(log.contains("] Cmd line: --commlog=/tmp/comm.log\n"));
+        QVERIFY(log.contains("] Application file: " + QFileInfo(Sandbox::executable()).canonicalFilePath()));
+        QVERIFY(log.contains("] OS Info:\n"));
+        QVERIFY(log.contains("Termination requested by signal 15"));
+        QVERIFY2(log.trimmed().endsWith("] Application finished"), qPrintable(log.right(300)));
+        // Settings are written back at the end.
+        QVERIFY(QFile::exists(box.dataDir() + "/settings.ini"));
+    }
+
+    void secondStartHandsItsFilesToTheRunningOne()
+    {
+        Sandbox box;
+        QProcess *first = box.start();
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("OS Info:"), 20000);
+        const QString file = box.path("some project.kvpr");
+        QProcess *second = box.start({ file });
+        QVERIFY(second->waitForFinished(20000));
+        QCOMPARE(second->exitCode(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("Message from a second start: " + file), 20000);
+        QCOMPARE(box.log().count("Application started"), 1);
+        QVERIFY(first->state() == QProcess::Running);
+        QVERIFY(terminate(first));
+    }
+
+    void crashedInstanceDoesNotBlockTheNextStart()
+    {
+        Sandbox box;
+        QProcess *first = box.start();
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("OS Info:"), 20000);
+        first->kill(); // SIGKILL: no clean-up of the lock or the socket
+        QVERIFY(first->waitForFinished(10000));
+        QProcess *next = box.start();
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().count("Application started") == 2, 20000);
+        // And it is the running instance now: a third start hands over to it.
+        QProcess *third = box.start({ box.path("x.kvpr") });
+        QVERIFY(third->waitForFinished(20000));
+        QCOMPARE(third->exitCode(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("Message from a second start: " + box.path("x.kvpr")), 20000);
+        QVERIFY(terminate(next));
+    }
+
+    void crashWritesAReportThatTheNextStartOffers()
+    {
+        Sandbox box;
+        QProcess *app = box.start({ "--simulate-crash" });
+        QVERIFY(app->waitForFinished(30000));
+        QCOMPARE(app->exitStatus(), QProcess::CrashExit);
+        const QDir reports(box.dataDir() + "/crashrpt");
+        const QStringList files = reports.entryList({ "crash-*.txt" }, QDir::Files);
+        QCOMPARE(files.size(), 1);
+        QFile f(reports.filePath(files.first()));
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        const QString report = QString::fromUtf8(f.readAll());
+        QVERIFY(report.contains("Version: 1.1.0"));
+        QVERIFY(report.contains("Signal: 11 (SIGSEGV)"));
+        QVERIFY(report.contains("Backtrace:"));
+        QVERIFY2(report.contains("onSimulateCrash"), qPrintable(report));
+        QVERIFY(report.contains("Log tail:"));
+        QVERIFY(report.contains("Simulating a crash"));
+
+        // The next start asks about it once: the report moves to "seen" when the question is asked.
+        QProcess *again = box.start();
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(reports.filePath("seen/" + files.first())), 20000);
+        QVERIFY(reports.entryList({ "crash-*.txt" }, QDir::Files).isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("Found crash reports:"), 20000);
+        QVERIFY(terminate(again)); // answers the open question by ending the session
+        QVERIFY(box.log().trimmed().endsWith("] Application finished"));
+    }
+
+    void startsDespiteBadSurroundings_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("damaged settings") << "settings" << "damaged";
+        QTest::newRow("log file cannot be opened") << "log" << "could not be opened";
+        QTest::newRow("data folder cannot be made") << "datadir" << "Data folder cannot be made";
+    }
+    void startsDespiteBadSurroundings()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QString, expected);
+        Sandbox box;
+        if (setup == "settings") {
+            QDir().mkpath(box.dataDir());
+            QFile f(box.dataDir() + "/settings.ini");
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(QByteArray("\x00\xff[[[\n=\n\x01\x02", 10));
+        } else if (setup == "log") {
+            QVERIFY(QDir().mkpath(box.logPath())); // a folder where the file should be
+        } else if (setup == "datadir") {
+            QFile blocker(box.path("blocker"));
+            QVERIFY(blocker.open(QIODevice::WriteOnly));
+            box.setDataHome(box.path("blocker"));
+        }
+        QProcess *app = box.start();
+        app->setReadChannel(QProcess::StandardError);
+        QString err;
+        // Where the log file is unusable the lines go to standard error instead.
+        auto seen = [&]() -> QString {
+            err += QString::fromLocal8Bit(app->readAllStandardError());
+            return box.log() + err;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(seen().contains(expected), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(seen().contains("OS Info:"), 20000);
+        QVERIFY(app->state() == QProcess::Running);
+        QVERIFY(terminate(app));
+        QVERIFY(seen().contains("Application finished"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestStartup)
+#include "tst_startup.moc"

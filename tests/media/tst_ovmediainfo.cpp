@@ -1,0 +1,123 @@
+#include "mediatesthelper.h"
+
+#include "media/ovmediainfo.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QTemporaryDir>
+#include <QtTest>
+
+class TestOVMediaInfo : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void probe();
+    void probeJson();
+    void probeFailures_data();
+    void probeFailures();
+
+private:
+    QTemporaryDir m_dir;
+};
+
+void TestOVMediaInfo::initTestCase()
+{
+    if (!MediaTest::haveFfmpeg())
+        QSKIP("the ffmpeg tool is needed to make test media");
+    QVERIFY(m_dir.isValid());
+    const QString plain = MediaTest::generate(
+        m_dir.path(), "plain.mp4",
+        { "-f", "lavfi", "-i", "testsrc=size=352x288:rate=25:duration=3", "-f", "lavfi", "-i",
+          "sine=frequency=440:duration=2:sample_rate=48000", "-c:v", "mpeg4", "-aspect", "16:9", "-c:a", "aac",
+          "-ac", "2" });
+    QVERIFY(!plain.isEmpty());
+    QVERIFY(!MediaTest::generate(m_dir.path(), "rotated.mp4",
+                                 { "-i", plain, "-c", "copy", "-metadata:s:v:0", "rotate=90" })
+                 .isEmpty());
+}
+
+void TestOVMediaInfo::probe()
+{
+    OVMediaInfo info;
+    QVERIFY(OVMediaInfo::probe(m_dir.filePath("rotated.mp4"), &info).isOk());
+    QVERIFY(qAbs(info.duration - 3.0) < 0.1);
+    QCOMPARE(info.streams.size(), 2);
+
+    const OVMediaInfo::Stream &v = info.streams.at(0);
+    QCOMPARE(v.index, 0);
+    QCOMPARE(v.type, QStringLiteral("video"));
+    QCOMPARE(v.codec, QStringLiteral("mpeg4"));
+    QCOMPARE(v.width, 352);
+    QCOMPARE(v.height, 288);
+    QCOMPARE(v.displayAspectRatio, QStringLiteral("16:9"));
+    QCOMPARE(v.sampleAspectRatio, QStringLiteral("16:11"));
+    QCOMPARE(v.rotation, 90);
+    QVERIFY(qAbs(v.duration - 3.0) < 0.05);
+
+    const OVMediaInfo::Stream &a = info.streams.at(1);
+    QCOMPARE(a.type, QStringLiteral("audio"));
+    QCOMPARE(a.codec, QStringLiteral("aac"));
+    QCOMPARE(a.channelLayout, QStringLiteral("stereo"));
+    QCOMPARE(a.channels, 2);
+    QCOMPARE(a.sampleRate, 48000);
+    QVERIFY(qAbs(a.duration - 2.0) < 0.1);
+
+    QVERIFY(qAbs(OVMediaInfo::probeDuration(m_dir.filePath("plain.mp4")) - 3.0) < 0.1);
+}
+
+void TestOVMediaInfo::probeJson()
+{
+    QJsonObject json;
+    QVERIFY(OVMediaInfo::probeJson(m_dir.filePath("plain.mp4"), &json).isOk());
+    QCOMPARE(json.value("path").toString(), m_dir.filePath("plain.mp4"));
+    const QJsonArray streams = json.value("streams").toArray();
+    QCOMPARE(streams.size(), 2);
+    const QJsonObject v = streams.at(0).toObject();
+    QCOMPARE(v.value("type").toString(), QStringLiteral("video"));
+    QCOMPARE(v.value("width").toInt(), 352);
+    QCOMPARE(v.value("rotation").toInt(), 0);
+    QVERIFY(!v.contains("sampleRate"));
+    const QJsonObject a = streams.at(1).toObject();
+    QCOMPARE(a.value("index").toInt(), 1);
+    QCOMPARE(a.value("sampleRate").toInt(), 48000);
+    QCOMPARE(a.value("channelLayout").toString(), QStringLiteral("stereo"));
+    QVERIFY(!a.contains("width"));
+    QVERIFY(json.value("duration").toDouble() > 2.9);
+}
+
+void TestOVMediaInfo::probeFailures_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<int>("code");
+    QTest::newRow("missing") << "missing.mp4" << QByteArray() << 1;
+    QTest::newRow("empty") << "empty.mp4" << QByteArray("") << 1;
+    QTest::newRow("text") << "text.mp4" << QByteArray("just some words, not a film\n").repeated(50) << 1;
+}
+
+void TestOVMediaInfo::probeFailures()
+{
+    QFETCH(QString, name);
+    QFETCH(QByteArray, content);
+    QFETCH(int, code);
+    const QString path = m_dir.filePath(name);
+    if (!content.isNull()) {
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(content);
+    }
+    OVMediaInfo info;
+    const OV::Error error = OVMediaInfo::probe(path, &info);
+    QCOMPARE(error.code(), code);
+    QCOMPARE(error.message(), QStringLiteral("Cannot open input file"));
+    QVERIFY(info.streams.isEmpty());
+    QJsonObject json;
+    QCOMPARE(OVMediaInfo::probeJson(path, &json), error);
+    QVERIFY(json.isEmpty());
+    QVERIFY(OVMediaInfo::probeDuration(path) < 0);
+}
+
+QTEST_GUILESS_MAIN(TestOVMediaInfo)
+#include "tst_ovmediainfo.moc"

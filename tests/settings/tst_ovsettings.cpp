@@ -1,0 +1,182 @@
+#include "settings/ovkeyboardsettings.h"
+#include "settings/ovlabelingsettings.h"
+#include "settings/ovoverlaysettings.h"
+#include "settings/ovrecentprojects.h"
+#include "settings/ovsettings.h"
+#include "settings/ovuisettings.h"
+#include "settings/ovuserinfosettings.h"
+
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QtTest>
+
+class TestOVSettings : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void defaultsFromMissingFile()
+    {
+        QTemporaryDir dir;
+        OVSettings s;
+        QVERIFY(s.open(dir.path() + "/settings.ini"));
+        QCOMPARE(s.keyboard()->name(), QString("KeyboardSettings"));
+        QCOMPARE(s.keyboard()->value("dummytext").toString(), QString("Dummy text"));
+        QVERIFY(s.keyboard()->shortcuts().isEmpty());
+        QCOMPARE(s.overlay()->name(), QString("OverlaySettings"));
+        QCOMPARE(s.overlay()->color(), QColor(255, 255, 255, 255));
+        QCOMPARE(s.overlay()->font().family(), QString("Arial"));
+        QCOMPARE(s.overlay()->font().pointSize(), 20);
+        QVERIFY(!s.overlay()->font().italic());
+        QCOMPARE(s.userInfo()->name(), QString("UserInfoSettings"));
+        QCOMPARE(s.userInfo()->username(), QString());
+        QCOMPARE(s.labeling()->name(), QString("LabelingSettings"));
+        QCOMPARE(s.labeling()->value("leadOpenTime").toString(), QString("2"));
+        QCOMPARE(s.labeling()->leadOpenTime(), 2.0);
+        QCOMPARE(s.labeling()->leadCloseTime(), 2.0);
+        QCOMPARE(s.labeling()->labelingMode(), 2);
+        QVERIFY(s.labeling()->isDoublePressMode());
+        QCOMPARE(s.labeling()->defaultSegmentDuration(), 10.0);
+        QCOMPARE(s.recentProjects()->name(), QString("RecentProjects"));
+        QVERIFY(!s.recentProjects()->value("recentProjects").isValid());
+        QVERIFY(s.recentProjects()->recentProjects().isEmpty());
+        QCOMPARE(s.ui()->name(), QString("User Interface"));
+        QVERIFY(!s.ui()->value("Language").isValid());
+        QCOMPARE(s.ui()->timelineControlHeight(), -1);
+        QCOMPARE(s.ui()->transcriptControlWidth(), -1);
+        QCOMPARE(s.ui()->waveformsHeight(), -1);
+        QCOMPARE(s.ui()->playbackVolume(), 1);
+        QCOMPARE(s.ui()->keys(),
+                 QStringList({ "Language", "disabledMessagesMd5", "enabledViews", "playerSize",
+                               "timelineControlHeight", "transcriptControlWidth", "playbackVolume",
+                               "waveformsHeight" }));
+    }
+
+    void actionShortcutsFromFile()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.path() + "/settings.ini";
+        {
+            QFile f(path);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write("[KeyboardSettings]\ndummytext=Dummy text\nAction3=Ctrl+K\nAction12=F5\nActionX=Z\n");
+        }
+        OVSettings s;
+        QVERIFY(s.open(path));
+        QCOMPARE(s.keyboard()->shortcuts().keys(), QList<int>({ 3, 12 }));
+        QCOMPARE(s.keyboard()->shortcut(3), QString("Ctrl+K"));
+        QCOMPARE(s.keyboard()->shortcut(12), QString("F5"));
+    }
+
+    void roundTripThroughFile()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.path() + "/settings.ini";
+        {
+            OVSettings s;
+            QVERIFY(s.open(path));
+            s.keyboard()->setShortcut(7, "Ctrl+Shift+Down");
+            s.keyboard()->setShortcut(12, "");   // cleared by the user
+            s.keyboard()->setShortcut(20, "F2");
+            s.keyboard()->resetShortcut(20);     // back to its default: no entry
+            s.labeling()->setLeadOpenTime(1.5);
+            s.labeling()->setLabelingMode(1);
+            s.overlay()->setColor(QColor(10, 20, 30, 40));
+            s.recentProjects()->addProject("/a.kvpr");
+            s.recentProjects()->addProject("/b.kvpr");
+            s.recentProjects()->addProject("/a.kvpr");
+            s.ui()->setWaveformsHeight(120);
+            QVERIFY(s.saveNow());
+        }
+        QSettings raw(path, QSettings::IniFormat);
+        QCOMPARE(raw.value("KeyboardSettings/Action7").toString(), QString("Ctrl+Shift+Down"));
+        QVERIFY(!raw.contains("KeyboardSettings/Action20"));
+        QCOMPARE(raw.value("LabelingSettings/leadOpenTime").toString(), QString("1.5"));
+
+        OVSettings s;
+        QVERIFY(s.open(path));
+        QCOMPARE(s.keyboard()->shortcuts().size(), 2);
+        QVERIFY(s.keyboard()->hasShortcut(12));
+        QCOMPARE(s.keyboard()->shortcut(12), QString());
+        QCOMPARE(s.labeling()->leadOpenTime(), 1.5);
+        QVERIFY(!s.labeling()->isDoublePressMode());
+        QCOMPARE(s.overlay()->color(), QColor(10, 20, 30, 40));
+        QCOMPARE(s.recentProjects()->recentProjects(), QStringList({ "/a.kvpr", "/b.kvpr" }));
+        QCOMPARE(s.ui()->waveformsHeight(), 120);
+    }
+
+    void changesAreSavedWithoutAnExplicitSave()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.path() + "/settings.ini";
+        OVSettings s;
+        QVERIFY(s.open(path));
+        QSignalSpy changed(s.userInfo(), &OVSettingsGroup::changed);
+        s.userInfo()->setUsername("coder1");
+        QCOMPARE(changed.count(), 1);
+        QTRY_COMPARE(QSettings(path, QSettings::IniFormat).value("UserInfoSettings/username").toString(),
+                     QString("coder1"));
+    }
+
+    void labelingModeSignal()
+    {
+        OVLabelingSettings l;
+        QSignalSpy mode(&l, &OVLabelingSettings::labelingModeChanged);
+        QSignalSpy changed(&l, &OVSettingsGroup::changed);
+        l.setLeadCloseTime(3);
+        QCOMPARE(mode.count(), 0);
+        l.setLabelingMode(1);
+        l.setLabelingMode(1);
+        QCOMPARE(mode.count(), 1);
+        QCOMPARE(changed.count(), 3);
+    }
+
+    void badValuesFallBackToDefaults_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("garbage numbers") << QByteArray("[LabelingSettings]\nleadOpenTime=abc\nleadCloseTime=nan\n"
+                                                       "defaultSegmentDuration=\n[User%20Interface]\nwaveformsHeight=tall\n");
+        QTest::newRow("binary junk") << QByteArray("\x00\xff[[[\n=\n\x01\x02", 10);
+        QTest::newRow("half a section") << QByteArray("[LabelingSett");
+    }
+    void badValuesFallBackToDefaults()
+    {
+        QFETCH(QByteArray, content);
+        QTemporaryDir dir;
+        const QString path = dir.path() + "/settings.ini";
+        {
+            QFile f(path);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(content);
+        }
+        OVSettings s;
+        s.open(path); // may or may not call the file damaged; it must not matter to the values
+        QCOMPARE(s.labeling()->leadOpenTime(), 2.0);
+        QCOMPARE(s.labeling()->leadCloseTime(), 2.0);
+        QCOMPARE(s.labeling()->defaultSegmentDuration(), 10.0);
+        QCOMPARE(s.ui()->waveformsHeight(), -1);
+        s.labeling()->setLeadOpenTime(4);
+        QVERIFY(s.saveNow());
+        OVSettings again;
+        QVERIFY(again.open(path));
+        QCOMPARE(again.labeling()->leadOpenTime(), 4.0);
+    }
+
+    void unreadableFileKeepsDefaultsAndIsNotLost()
+    {
+        if (geteuid() == 0)
+            QSKIP("root reads every file");
+        QTemporaryDir dir;
+        const QString path = dir.path() + "/settings.ini";
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("[LabelingSettings]\nleadOpenTime=7\n");
+        f.close();
+        QVERIFY(f.setPermissions(QFile::WriteOwner));
+        OVSettings s;
+        QVERIFY(!s.open(path));
+        QCOMPARE(s.labeling()->leadOpenTime(), 2.0);
+    }
+};
+
+QTEST_MAIN(TestOVSettings)
+#include "tst_ovsettings.moc"

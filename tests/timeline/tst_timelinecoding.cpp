@@ -1,0 +1,244 @@
+#include "timelinefixture.h"
+
+#include "settings/ovlabelingsettings.h"
+#include "timeline/ovtimelinecontrol.h"
+#include "timeline/ovtimelinehistory.h"
+#include "timeline/ovtimelinewidget.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QLineEdit>
+#include <QTest>
+#include <QUndoStack>
+#include <QVBoxLayout>
+
+using namespace OVProject;
+using namespace TimelineFixture;
+
+// Keyboard coding driven by real key events through the control.
+class TstTimelineCoding : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void coding_data();
+    void coding();
+    void focusOutsideCodesNothing();
+    void labelingModeFields();
+    void zoomToFit();
+
+private:
+    // "pos:key" presses separated by ';'. A key may be prefixed with ^ (Control), + (Shift),
+    // ! (Alt) or # (keypad); "lower" keys are sent as characters.
+    static void press(QWidget *target, Project *project, const QString &script);
+};
+
+void TstTimelineCoding::press(QWidget *target, Project *project, const QString &script)
+{
+    for (const QString &step : script.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
+        const QStringList parts = step.split(QLatin1Char(':'));
+        project->state()->setCurrentPos(parts.at(0).toDouble());
+        QString key = parts.at(1);
+        Qt::KeyboardModifiers mods;
+        while (key.size() > 1) {
+            const QChar m = key.at(0);
+            if (m == QLatin1Char('^'))
+                mods |= Qt::ControlModifier;
+            else if (m == QLatin1Char('+'))
+                mods |= Qt::ShiftModifier;
+            else if (m == QLatin1Char('!'))
+                mods |= Qt::AltModifier;
+            else if (m == QLatin1Char('#'))
+                mods |= Qt::KeypadModifier;
+            else
+                break;
+            key.remove(0, 1);
+        }
+        // QTest maps a character to its key code and text, as a keyboard would ('a' -> Key_A, "a").
+        QTest::keyClick(target, key.at(0).toLatin1(), mods);
+    }
+}
+
+void TstTimelineCoding::coding_data()
+{
+    QTest::addColumn<int>("mode");
+    QTest::addColumn<double>("leadOpen");
+    QTest::addColumn<double>("leadClose");
+    QTest::addColumn<double>("duration");
+    QTest::addColumn<double>("videoLength");
+    QTest::addColumn<QString>("setup"); // "dupA": label 2 also has key A; "lowerc": label 3 has key 'c'; "pad5": label 4 has key 5
+    QTest::addColumn<QString>("presses");
+    QTest::addColumn<QStringList>("expected");
+
+    const double len = 600.0;
+    QTest::newRow("double press opens then closes") << 2 << 2.0 << 1.0 << 10.0 << len << "" << "10:A;20:A" << QStringList{ "0:8-19" };
+    QTest::newRow("open segment stays open") << 2 << 2.0 << 1.0 << 10.0 << len << "" << "10:A" << QStringList{ "0:8-open" };
+    QTest::newRow("closing lead past the start swaps") << 2 << 0.0 << 5.0 << 10.0 << len << "" << "10:A;12:A" << QStringList{ "0:7-10" };
+    QTest::newRow("opening lead clamps at 0") << 2 << 5.0 << 0.0 << 10.0 << len << "" << "3:A;9:A" << QStringList{ "0:0-9" };
+    QTest::newRow("closing lead clamps at 0 and swaps") << 2 << 0.0 << 5.0 << 10.0 << len << "" << "1:A;2:A" << QStringList{ "0:0-1" };
+    QTest::newRow("lower case press codes the label") << 2 << 0.0 << 0.0 << 10.0 << len << "" << "10:b;15:B" << QStringList{ "1:10-15" };
+    QTest::newRow("lower case key of a label") << 1 << 0.0 << 0.0 << 3.0 << len << "lowerc" << "10:C" << QStringList{ "2:10-13" };
+    QTest::newRow("duplicate keys code the first label") << 1 << 0.0 << 0.0 << 3.0 << len << "dupA" << "10:A;20:A" << QStringList{ "0:10-13", "0:20-23" };
+    QTest::newRow("two labels open at once") << 2 << 0.0 << 0.0 << 10.0 << len << "" << "10:A;11:B;12:A;13:B" << QStringList{ "0:10-12", "1:11-13" };
+    QTest::newRow("single press makes fixed segments") << 1 << 1.0 << 9.0 << 4.0 << len << "" << "10:A;20:A;20.5:B" << QStringList{ "0:9-13", "0:19-23", "1:19.5-23.5" };
+    QTest::newRow("single press inside an existing segment") << 1 << 1.0 << 0.0 << 4.0 << len << "" << "10:A;11:A;12.9:A" << QStringList{ "0:9-13" };
+    QTest::newRow("double press inside a closed segment") << 2 << 0.0 << 0.0 << 4.0 << len << "" << "10:A;20:A;15:A;25:A;30:A" << QStringList{ "0:10-20", "0:25-30" };
+    QTest::newRow("no video codes nothing") << 2 << 0.0 << 0.0 << 4.0 << 0.0 << "" << "10:A;20:A;30:B" << QStringList{};
+    QTest::newRow("control codes nothing") << 2 << 0.0 << 0.0 << 4.0 << len << "" << "10:^A" << QStringList{};
+    QTest::newRow("shift codes nothing") << 2 << 0.0 << 0.0 << 4.0 << len << "" << "10:+A" << QStringList{};
+    QTest::newRow("alt codes nothing") << 2 << 0.0 << 0.0 << 4.0 << len << "" << "10:!A" << QStringList{};
+    QTest::newRow("key without label codes nothing") << 2 << 0.0 << 0.0 << 4.0 << len << "" << "10:Z;11:5" << QStringList{};
+    QTest::newRow("keypad digit codes") << 1 << 0.0 << 0.0 << 2.0 << len << "pad5" << "10:#5" << QStringList{ "3:10-12" };
+}
+
+void TstTimelineCoding::coding()
+{
+    QFETCH(int, mode);
+    QFETCH(double, leadOpen);
+    QFETCH(double, leadClose);
+    QFETCH(double, duration);
+    QFETCH(double, videoLength);
+    QFETCH(QString, setup);
+    QFETCH(QString, presses);
+    QFETCH(QStringList, expected);
+
+    OVLabelingSettings settings;
+    settings.setLabelingMode(mode);
+    settings.setLeadOpenTime(leadOpen);
+    settings.setLeadCloseTime(leadClose);
+    settings.setDefaultSegmentDuration(duration);
+
+    Project project;
+    Timeline *t = newProject(&project, videoLength);
+    if (setup == QLatin1String("dupA"))
+        t->labels().at(1)->setKey(QLatin1Char('A'));
+    if (setup == QLatin1String("lowerc"))
+        t->labels().at(2)->setKey(QLatin1Char('c'));
+    if (setup == QLatin1String("pad5"))
+        t->labels().at(3)->setKey(QLatin1Char('5'));
+
+    OVTimelineControl control(&settings);
+    control.setProject(&project);
+    control.resize(900, 300);
+    control.show();
+    control.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&control));
+    control.timelineWidget()->setFocus();
+    QVERIFY(control.timelineWidget()->hasFocus());
+
+    press(control.timelineWidget(), &project, presses);
+    QCOMPARE(segmentList(t), expected);
+    QVERIFY2(OVTimelineHistory::checkConsistency(&project).isEmpty(), qPrintable(OVTimelineHistory::checkConsistency(&project)));
+
+    // In double-press mode the segment left open is the selection.
+    if (mode == 2 && !expected.isEmpty() && expected.last().endsWith(QLatin1String("open"))) {
+        const QList<Segment *> selected = control.timelineWidget()->selectedSegments();
+        QCOMPARE(selected.size(), 1);
+        QVERIFY(selected.first()->isOpen());
+    }
+    if (mode != 2) {
+        for (const QString &s : segmentList(t))
+            QVERIFY2(!s.endsWith(QLatin1String("open")), qPrintable(s));
+    }
+    // Every press that changed the model is one undo step.
+    int changes = 0;
+    for (const QString &s : expected)
+        changes += s.endsWith(QLatin1String("open")) ? 1 : (mode == 2 ? 2 : 1);
+    QCOMPARE(control.undoStack()->count(), changes);
+}
+
+void TstTimelineCoding::focusOutsideCodesNothing()
+{
+    OVLabelingSettings settings;
+    settings.setLabelingMode(OVLabelingSettings::SinglePressMode);
+    Project project;
+    Timeline *t = newProject(&project);
+
+    QWidget window;
+    auto *layout = new QVBoxLayout(&window);
+    auto *edit = new QLineEdit(&window);
+    auto *control = new OVTimelineControl(&settings, &window);
+    layout->addWidget(edit);
+    layout->addWidget(control);
+    control->setProject(&project);
+    window.resize(900, 400);
+    window.show();
+    window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+
+    project.state()->setCurrentPos(30.0);
+    edit->setFocus();
+    QVERIFY(edit->hasFocus());
+    QTest::keyClick(edit, 'a');
+    QCOMPARE(segmentList(t), QStringList());
+    QCOMPARE(edit->text(), QStringLiteral("a")); // the key went on to the field
+
+    // The control's own spin boxes keep their digits too.
+    t->labels().at(0)->setKey(QLatin1Char('1'));
+    QWidget *spin = control->findChild<QAbstractSpinBox *>();
+    QVERIFY(spin);
+    spin->setFocus();
+    QTest::keyClick(spin, '1');
+    QCOMPARE(segmentList(t), QStringList());
+
+    // The same key with the focus on the timeline codes.
+    control->timelineWidget()->setFocus();
+    QTest::keyClick(control->timelineWidget(), '1');
+    QCOMPARE(segmentList(t).size(), 1);
+
+    // So does a key with the focus on the control itself.
+    project.state()->setCurrentPos(300.0);
+    control->setFocus();
+    QVERIFY(control->hasFocus());
+    QTest::keyClick(control, 'B');
+    QCOMPARE(segmentList(t).size(), 2);
+    QVERIFY(segmentList(t).last().startsWith(QLatin1String("1:")));
+}
+
+void TstTimelineCoding::labelingModeFields()
+{
+    OVLabelingSettings settings;
+    settings.setLabelingMode(OVLabelingSettings::DoublePressMode);
+    OVTimelineControl control(&settings);
+    auto *combo = control.findChild<QComboBox *>();
+    QVERIFY(combo);
+    QCOMPARE(combo->itemText(0), QStringLiteral("Single Press Mode"));
+    QCOMPARE(combo->itemText(1), QStringLiteral("Double Press Mode"));
+    QCOMPARE(combo->currentIndex(), 1);
+    combo->setCurrentIndex(0);
+    QCOMPARE(settings.labelingMode(), int(OVLabelingSettings::SinglePressMode));
+    // A change made elsewhere (the settings page) shows on the control.
+    settings.setLabelingMode(OVLabelingSettings::DoublePressMode);
+    QCOMPARE(combo->currentIndex(), 1);
+
+    auto boxes = control.findChildren<QDoubleSpinBox *>();
+    QCOMPARE(boxes.size(), 3);
+    boxes.at(0)->setValue(3.5);
+    QCOMPARE(settings.leadOpenTime(), 3.5);
+    boxes.at(1)->setValue(1.25);
+    QCOMPARE(settings.leadCloseTime(), 1.25);
+    boxes.at(2)->setValue(7.0);
+    QCOMPARE(settings.defaultSegmentDuration(), 7.0);
+}
+
+void TstTimelineCoding::zoomToFit()
+{
+    Project project;
+    newProject(&project, 1200.0);
+    OVTimelineControl control(nullptr);
+    control.setProject(&project);
+    control.resize(1000, 300);
+    control.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&control));
+    OVTimelineWidget *w = control.timelineWidget();
+    w->setPps(7.0);
+    w->setOffset(300.0);
+    control.zoomTimelineToFit();
+    QCOMPARE(w->offset(), 0.0);
+    QVERIFY(qFuzzyCompare(w->pps(), w->timeAreaWidth() / 1200.0));
+    // The whole video fits: its end is the right edge of the rows.
+    QCOMPARE(w->mapping().xAt(1200.0), w->rowsRect().right() + 1);
+}
+
+QTEST_MAIN(TstTimelineCoding)
+#include "tst_timelinecoding.moc"

@@ -1,0 +1,278 @@
+#include "timelinefixture.h"
+
+#include "settings/ovlabelingsettings.h"
+#include "timeline/ovtimelinecontrol.h"
+#include "timeline/ovtimelinehistory.h"
+#include "timeline/ovtimelinewidget.h"
+
+#include <QRandomGenerator>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUndoStack>
+
+using namespace OVProject;
+using namespace TimelineFixture;
+
+// Undo and redo through the timeline's history, with the model re-checked after every step.
+class TstTimelineHistory : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void codingSessionUndoRedo_data();
+    void codingSessionUndoRedo();
+    void editsUndoRedo();
+    void failedRequestsChangeNothing();
+    void deleteAsksFirst();
+    void timelineFileRoundTrip();
+    void timelineFileFailures();
+
+private:
+    static void checked(Project *p)
+    {
+        const QString problem = OVTimelineHistory::checkConsistency(p);
+        QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    }
+};
+
+void TstTimelineHistory::codingSessionUndoRedo_data()
+{
+    QTest::addColumn<int>("mode");
+    QTest::newRow("double press") << int(OVLabelingSettings::DoublePressMode);
+    QTest::newRow("single press") << int(OVLabelingSettings::SinglePressMode);
+}
+
+void TstTimelineHistory::codingSessionUndoRedo()
+{
+    QFETCH(int, mode);
+    OVLabelingSettings settings;
+    settings.setLabelingMode(mode);
+    settings.setLeadOpenTime(1.5);
+    settings.setLeadCloseTime(3.0);
+    settings.setDefaultSegmentDuration(2.0);
+    Project project;
+    Timeline *t = newProject(&project, 3600.0);
+    Segment *existing = new Segment(5.0, 6.0, BaseNode::newId());
+    existing->setDescription(QStringLiteral("loaded"));
+    t->labels().at(2)->addSegment(existing);
+
+    OVTimelineControl control(&settings);
+    control.setProject(&project);
+    control.resize(900, 300);
+    control.show();
+    control.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&control));
+    control.timelineWidget()->setFocus();
+
+    QStringList history{ snapshot(t).join(QLatin1Char('\n')) };
+    QRandomGenerator rng(1234);
+    double pos = 0.0;
+    const char keys[] = { 'A', 'B', 'C', 'D', 'a', 'c' };
+    for (int i = 0; i < 200; ++i) {
+        pos += rng.bounded(4.0);
+        project.state()->setCurrentPos(pos);
+        QTest::keyClick(control.timelineWidget(), keys[rng.bounded(int(sizeof keys))]);
+        const QString now = snapshot(t).join(QLatin1Char('\n'));
+        if (now != history.last())
+            history.append(now);
+    }
+    QUndoStack *stack = control.undoStack();
+    QCOMPARE(stack->count(), history.size() - 1);
+    QVERIFY(stack->count() > 100);
+
+    // Back to the start one step at a time, each step restoring the state before that press.
+    for (int i = history.size() - 1; i > 0; --i) {
+        QCOMPARE(snapshot(t).join(QLatin1Char('\n')), history.at(i));
+        stack->undo();
+        checked(&project);
+    }
+    QCOMPARE(snapshot(t).join(QLatin1Char('\n')), history.first());
+    for (int i = 1; i < history.size(); ++i) {
+        stack->redo();
+        checked(&project);
+        QCOMPARE(snapshot(t).join(QLatin1Char('\n')), history.at(i));
+    }
+}
+
+void TstTimelineHistory::editsUndoRedo()
+{
+    Project project;
+    Timeline *t = newProject(&project);
+    OVTimelineHistory h;
+    h.setProject(&project);
+    QUndoStack *stack = h.undoStack();
+    QStringList states{ snapshot(t).join(QLatin1Char('\n')) };
+    auto step = [&](bool ok) {
+        QVERIFY(ok);
+        checked(&project);
+        states << snapshot(t).join(QLatin1Char('\n'));
+        QCOMPARE(stack->count(), states.size() - 1);
+    };
+
+    Segment *a = h.addSegment(t->labels().at(0), 1.0, 2.0);
+    step(a != nullptr);
+    Segment *b = h.addSegment(t->labels().at(1), 3.0, 7.0, QStringLiteral("b"));
+    step(b != nullptr);
+    step(h.editSegment(a, 1.5, 4.0, QStringLiteral("edited")));
+    step(h.moveSegments({ a, b }, t->labels().at(3)));
+    Label *added = h.addLabel(t, QStringLiteral("Extra"), QLatin1Char('x'), QColor(QStringLiteral("#149555")));
+    QVERIFY(added);
+    QCOMPARE(added->key(), QChar(QLatin1Char('X')));
+    step(true);
+    step(h.moveSegments({ a }, added));
+    step(h.editLabel(t->labels().at(1), QStringLiteral("Renamed"), QLatin1Char('r'), Qt::black, QStringLiteral("d")));
+    step(h.moveLabel(t, 4, 0));
+    step(h.removeLabel(t->labels().at(4))); // "Label 4", holding b
+    step(h.removeSegments({ t->label(added->id())->segments().first() }));
+
+    // A gesture of several requests is one step.
+    h.beginGesture(QStringLiteral("two"));
+    h.addSegment(t->labels().at(0), 10.0, 11.0);
+    h.addSegment(t->labels().at(1), 12.0, 13.0);
+    h.endGesture();
+    step(true);
+    // A gesture that changed nothing leaves no step.
+    h.beginGesture(QStringLiteral("none"));
+    h.endGesture();
+    QCOMPARE(stack->count(), states.size() - 1);
+
+    for (int i = states.size() - 1; i > 0; --i) {
+        stack->undo();
+        checked(&project);
+        QCOMPARE(snapshot(t).join(QLatin1Char('\n')), states.at(i - 1));
+    }
+    for (int i = 1; i < states.size(); ++i) {
+        stack->redo();
+        checked(&project);
+        QCOMPARE(snapshot(t).join(QLatin1Char('\n')), states.at(i));
+    }
+}
+
+void TstTimelineHistory::failedRequestsChangeNothing()
+{
+    Project project;
+    Timeline *t = newProject(&project);
+    Project other;
+    Timeline *foreign = newProject(&other);
+    OVTimelineHistory h;
+    h.setProject(&project);
+    Segment *s = h.addSegment(t->labels().at(0), 1.0, 2.0);
+    const QString before = snapshot(t).join(QLatin1Char('\n'));
+    const int steps = h.undoStack()->count();
+
+    QVERIFY(!h.addSegment(t->labels().at(0), 5.0, 4.0)); // ends before it starts
+    QVERIFY(!h.editSegment(s, 3.0, 2.0, QString()));
+    QVERIFY(!h.moveLabel(t, 0, 9));
+    Segment *loose = new Segment(1.0, 2.0);
+    QVERIFY(!h.moveSegments({ loose }, t->labels().at(1))); // held by no label
+    delete loose;
+    // Segments of another timeline cannot be moved into this one.
+    Segment *theirs = new Segment(1.0, 2.0, BaseNode::newId());
+    foreign->labels().at(0)->addSegment(theirs);
+    QVERIFY(!h.moveSegments({ theirs }, t->labels().at(1)));
+    QCOMPARE(snapshot(t).join(QLatin1Char('\n')), before);
+    QCOMPARE(h.undoStack()->count(), steps);
+
+    // A new project starts a new history.
+    h.setProject(&other);
+    QCOMPARE(h.undoStack()->count(), 0);
+}
+
+void TstTimelineHistory::deleteAsksFirst()
+{
+    Project project;
+    Timeline *t = newProject(&project);
+    OVTimelineControl control(nullptr);
+    control.setProject(&project);
+    OVTimelineWidget *w = control.timelineWidget();
+    Segment *a = w->history()->addSegment(t->labels().at(0), 1.0, 2.0);
+    Segment *b = w->history()->addSegment(t->labels().at(1), 3.0, 4.0);
+    w->history()->addSegment(t->labels().at(1), 5.0, 6.0);
+    w->selectSegments({ a, b });
+
+    QStringList asked;
+    bool answer = false;
+    control.setConfirmation([&](const QString &q) {
+        asked << q;
+        return answer;
+    });
+    QVERIFY(!control.deleteSelectedSegments());
+    QCOMPARE(asked, QStringList{ QStringLiteral("Are you sure that you want to delete selected segments?") });
+    QCOMPARE(segmentList(t).size(), 3);
+    answer = true;
+    QVERIFY(control.deleteSelectedSegments());
+    QCOMPARE(segmentList(t), QStringList{ "1:5-6" });
+    QVERIFY(control.clearAll());
+    QCOMPARE(segmentList(t), QStringList());
+    control.undoStack()->undo();
+    QCOMPARE(segmentList(t), QStringList{ "1:5-6" });
+    control.undoStack()->undo();
+    QCOMPARE(segmentList(t), (QStringList{ "0:1-2", "1:3-4", "1:5-6" }));
+    checked(&project);
+}
+
+void TstTimelineHistory::timelineFileRoundTrip()
+{
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString path = dir.filePath(QStringLiteral("codes.kvtl"));
+
+    Project project;
+    Timeline *t = newProject(&project);
+    OVTimelineControl control(nullptr);
+    control.setProject(&project);
+    OVTimelineHistory *h = control.timelineWidget()->history();
+    h->editLabel(t->labels().at(0), QStringLiteral("Gaze"), QLatin1Char('G'), QColor(QStringLiteral("#F3662E")), QStringLiteral("looks at"));
+    h->addSegment(t->labels().at(0), 1.25, 2.5, QStringLiteral("first"));
+    h->addSegment(t->labels().at(0), 10.0, 12.0);
+    h->addSegment(t->labels().at(3), 0.0, Segment::OpenEnd);
+    const QStringList segments = segmentList(t);
+    auto labelText = [t] {
+        QStringList out;
+        for (const Label *l : t->labels())
+            out << QStringLiteral("%1 %2 %3 %4").arg(l->name(), QString(l->key()), l->color().name(), l->description());
+        return out;
+    };
+    const QStringList labels = labelText();
+
+    QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^Timeline saved to file: .*codes.kvtl")));
+    QVERIFY(control.saveTimelineFile(path));
+
+    // Change everything, then load the file back.
+    h->removeLabel(t->labels().at(1));
+    h->addSegment(t->labels().at(0), 30.0, 31.0);
+    const int stepsBefore = h->undoStack()->count();
+    QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^Timeline loaded from: .*codes\\.kvtl\"? +success: true")));
+    QVERIFY(control.loadTimelineFile(path));
+    QCOMPARE(labelText(), labels);
+    QCOMPARE(segmentList(t), segments);
+    QCOMPARE(t->labels().at(0)->segments().first()->description(), QStringLiteral("first"));
+    checked(&project);
+    // Loading is one step that undo takes back.
+    QCOMPARE(h->undoStack()->count(), stepsBefore + 1);
+    h->undoStack()->undo();
+    QCOMPARE(t->labels().size(), 3);
+}
+
+void TstTimelineHistory::timelineFileFailures()
+{
+    QTemporaryDir dir;
+    Project project;
+    Timeline *t = newProject(&project);
+    OVTimelineControl control(nullptr);
+    control.setProject(&project);
+    const QStringList before = snapshot(t);
+
+    QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QStringLiteral("^Timeline loaded from: .* success: false")));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Failed to load timeline")));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^JsonSerializer")));
+    QVERIFY(!control.loadTimelineFile(dir.filePath(QStringLiteral("missing.kvtl"))));
+    QCOMPARE(snapshot(t), before);
+
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Failed to save timeline")));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^JsonSerializer")));
+    QVERIFY(!control.saveTimelineFile(dir.filePath(QStringLiteral("no/such/folder/x.kvtl"))));
+}
+
+QTEST_MAIN(TstTimelineHistory)
+#include "tst_timelinehistory.moc"

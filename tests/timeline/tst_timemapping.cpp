@@ -1,0 +1,102 @@
+#include "timeline/ovtimemapping.h"
+#include "timeline/ovtimescalewidget.h"
+
+#include <QTest>
+
+class TstTimeMapping : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void conversion_data();
+    void conversion();
+    void cursorGrab_data();
+    void cursorGrab();
+    void scaleValue_data();
+    void scaleValue();
+};
+
+void TstTimeMapping::conversion_data()
+{
+    QTest::addColumn<double>("left");
+    QTest::addColumn<double>("offset");
+    QTest::addColumn<double>("pps");
+    QTest::addColumn<double>("time");
+    QTest::addColumn<int>("x");
+
+    QTest::newRow("segment start at 1 pps") << 150.0 << 0.0 << 1.0 << 10.0 << 160;
+    QTest::newRow("segment end at 1 pps") << 150.0 << 0.0 << 1.0 << 20.0 << 170;
+    QTest::newRow("scrolled") << 150.0 << 100.0 << 1.0 << 120.0 << 170;
+    QTest::newRow("before the left edge") << 150.0 << 100.0 << 1.0 << 50.0 << 100;
+    QTest::newRow("zoomed in") << 150.0 << 30.0 << 40.0 << 31.5 << 210;
+    QTest::newRow("zoomed out") << 0.0 << 0.0 << 0.05 << 3600.0 << 180;
+    QTest::newRow("zoomed out rounds") << 10.0 << 0.0 << 0.3 << 5.0 << 12; // 11.5 rounds up
+    QTest::newRow("fractional zoom and offset") << 150.0 << 12.25 << 1.1 << 22.25 << 161;
+}
+
+void TstTimeMapping::conversion()
+{
+    QFETCH(double, left);
+    QFETCH(double, offset);
+    QFETCH(double, pps);
+    QFETCH(double, time);
+    QFETCH(int, x);
+    const OVTimeMapping m{ left, offset, pps };
+    QCOMPARE(m.xAt(time), x);
+    // Back from the exact pixel to the time.
+    QVERIFY(qAbs(m.timeAt(m.exactX(time)) - time) < 1e-9);
+    QVERIFY(qAbs(m.timeAt(x) - time) <= 0.5 / pps + 1e-9);
+}
+
+void TstTimeMapping::cursorGrab_data()
+{
+    QTest::addColumn<double>("offset");
+    QTest::addColumn<double>("pps");
+    QTest::addColumn<double>("cursor");
+    QTest::addColumn<int>("dx"); // press x relative to the cursor's exact x
+    QTest::addColumn<bool>("grabs");
+
+    const double pps[] = { 1.0, 1.1, 0.05, 37.5 };
+    const double offsets[] = { 0.0, 12.34 };
+    for (double p : pps) {
+        for (double o : offsets) {
+            const double cursor = o + 300.0 / p; // 300 px right of the left edge
+            const QByteArray tag = QByteArray(QByteArray::number(p) + "pps_" + QByteArray::number(o) + "s");
+            QTest::newRow(QByteArray(tag + " on it").constData()) << o << p << cursor << 0 << true;
+            QTest::newRow(QByteArray(tag + " two right").constData()) << o << p << cursor << 2 << true;
+            QTest::newRow(QByteArray(tag + " two left").constData()) << o << p << cursor << -2 << true;
+            QTest::newRow(QByteArray(tag + " three right").constData()) << o << p << cursor << 3 << false;
+            QTest::newRow(QByteArray(tag + " three left").constData()) << o << p << cursor << -3 << false;
+            QTest::newRow(QByteArray(tag + " far").constData()) << o << p << cursor << 40 << false;
+            // The cursor one pixel left of the time area: a press there is on the name column.
+            QTest::newRow(QByteArray(tag + " left of the area").constData()) << o << p << (o - 1.0 / p) << 0 << false;
+        }
+    }
+}
+
+void TstTimeMapping::cursorGrab()
+{
+    QFETCH(double, offset);
+    QFETCH(double, pps);
+    QFETCH(double, cursor);
+    QFETCH(int, dx);
+    QFETCH(bool, grabs);
+    const OVTimeMapping m{ 150.0, offset, pps };
+    QCOMPARE(m.grabsCursor(m.exactX(cursor) + dx, cursor), grabs);
+}
+
+void TstTimeMapping::scaleValue_data()
+{
+    QTest::addColumn<double>("pps");
+    QTest::newRow("one") << 1.0;
+    QTest::newRow("fine") << 250.0;
+    QTest::newRow("coarse") << 0.0123;
+}
+
+void TstTimeMapping::scaleValue()
+{
+    QFETCH(double, pps);
+    QVERIFY(qFuzzyCompare(OVTimeScaleWidget::ppsForValue(OVTimeScaleWidget::valueForPps(pps)), pps));
+}
+
+QTEST_GUILESS_MAIN(TstTimeMapping)
+#include "tst_timemapping.moc"
