@@ -1,5 +1,9 @@
 #include "project/basenode.h"
 
+#include "project/label.h"
+#include "project/segment.h"
+#include "project/timeline.h"
+
 #include <QCryptographicHash>
 #include <QMetaType>
 #include <QUuid>
@@ -12,6 +16,10 @@ void registerMetaTypes()
         // A typedef registration: queued connections look the type up by the name written in the
         // signal's signature, which is "OVProject::Id", not "QString".
         qRegisterMetaType<QString>("OVProject::Id");
+        // Node pointers travel in the views' signals (labelDoubleClicked(OVProject::Id,OVProject::Segment*,QPoint)).
+        qRegisterMetaType<OVProject::Segment *>("OVProject::Segment*");
+        qRegisterMetaType<OVProject::Label *>("OVProject::Label*");
+        qRegisterMetaType<OVProject::Timeline *>("OVProject::Timeline*");
         return true;
     }();
     Q_UNUSED(done);

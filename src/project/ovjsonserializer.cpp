@@ -123,10 +123,7 @@ int integer32(const Json::Value *v, int fallback)
     return int(std::clamp<qint64>(i, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
-double time(const Json::Value &object, const char *key)
-{
-    return number(member(object, key), 0.0);
-}
+double time(const Json::Value &object, const char *key) { return number(member(object, key), 0.0); }
 
 QStringList textList(const Json::Value *v)
 {
@@ -164,10 +161,7 @@ bool parse(const QByteArray &document, Json::Value *root)
 
 // ---- writing helpers ----
 
-Json::Value str(const QString &s)
-{
-    return Json::Value(s.toStdString());
-}
+Json::Value str(const QString &s) { return Json::Value(s.toStdString()); }
 
 Json::Value strList(const QStringList &list)
 {
@@ -231,15 +225,12 @@ Label *readLabel(const Json::Value &o, bool withSortOrder, int position)
 
 } // namespace
 
-QString OVJsonSerializer::formatTime(double seconds)
-{
-    return QString::number(seconds, 'f', 3);
-}
+QString OVJsonSerializer::formatTime(double seconds) { return QString::number(seconds, 'f', 3); }
 
 QByteArray OVJsonSerializer::finish(const std::string &json) const
 {
     const QByteArray bytes = QByteArray(json.data(), qsizetype(json.size())).trimmed();
-    return m_compress ? wrap(bytes) : bytes;
+    return m_compress ? wrap(bytes, m_level) : bytes;
 }
 
 static std::string compactJson(const Json::Value &root)
@@ -467,15 +458,12 @@ OV::Error OVJsonSerializer::loadLabelSetFile(const QString &path, QList<Label *>
     return OV::Error::success();
 }
 
-bool OVJsonSerializer::isWrapped(const QByteArray &document)
-{
-    return document.startsWith(EnvelopeMagic);
-}
+bool OVJsonSerializer::isWrapped(const QByteArray &document) { return document.startsWith(EnvelopeMagic); }
 
-QByteArray OVJsonSerializer::wrap(const QByteArray &json)
+QByteArray OVJsonSerializer::wrap(const QByteArray &json, int level)
 {
-    z_stream zs{};
-    if (deflateInit2(&zs, 9, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+    z_stream zs {};
+    if (deflateInit2(&zs, std::clamp(level, 1, 9), Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY) != Z_OK)
         return QByteArray();
     QByteArray out;
     out.resize(EnvelopeHeaderSize + qsizetype(deflateBound(&zs, uLong(json.size()))));
@@ -504,12 +492,13 @@ bool OVJsonSerializer::unwrap(const QByteArray &document, QByteArray *json)
     }
     if (document.size() < EnvelopeHeaderSize)
         return false;
-    const QByteArrayView body(document.constData() + EnvelopeHeaderSize, document.size() - EnvelopeHeaderSize);
+    const QByteArrayView body(
+        document.constData() + EnvelopeHeaderSize, document.size() - EnvelopeHeaderSize);
     const QByteArray digest = QCryptographicHash::hash(body, QCryptographicHash::Md5);
     if (std::memcmp(digest.constData(), document.constData() + 4, 16) != 0)
         return false;
 
-    z_stream zs{};
+    z_stream zs {};
     if (inflateInit2(&zs, 47) != Z_OK)
         return false;
     QByteArray out;

@@ -12,10 +12,19 @@
 class OVJsonSerializer : public OVProject::Serializer
 {
 public:
-    explicit OVJsonSerializer(bool compress = true) : m_compress(compress) {}
+    static constexpr int DefaultCompressionLevel = 9;
+
+    explicit OVJsonSerializer(bool compress = true, int level = DefaultCompressionLevel)
+        : m_compress(compress)
+        , m_level(level)
+    {
+    }
 
     bool compression() const { return m_compress; }
     void setCompression(bool on) { m_compress = on; }
+    // zlib level of the envelope (1-9); readers do not depend on it.
+    int compressionLevel() const { return m_level; }
+    void setCompressionLevel(int level) { m_level = level; }
 
     QByteArray writeProject(const OVProject::Project *project) const override;
     bool readProject(const QByteArray &data, OVProject::Project *project) const override;
@@ -33,7 +42,7 @@ public:
     // wrapped one whose digest does not match, whose body does not inflate completely, that
     // inflates to nothing or to more than MaxInflatedSize.
     static constexpr qint64 MaxInflatedSize = qint64(1) << 30;
-    static QByteArray wrap(const QByteArray &json);
+    static QByteArray wrap(const QByteArray &json, int level = DefaultCompressionLevel);
     static bool unwrap(const QByteArray &document, QByteArray *json);
     static bool isWrapped(const QByteArray &document);
 
@@ -44,4 +53,5 @@ private:
     QByteArray finish(const std::string &json) const;
 
     bool m_compress;
+    int m_level;
 };

@@ -13,13 +13,18 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
+#include <QThread>
 
 #ifdef Q_OS_UNIX
 #include <fcntl.h>
 #include <unistd.h>
 #endif
 
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <thread>
+#include <vector>
 
 using namespace OVProject;
 
@@ -34,7 +39,11 @@ const QString JsonSuffix = QStringLiteral(".json");
 class WriteLimiter : public QIODevice
 {
 public:
-    WriteLimiter(QIODevice *target, qint64 limit) : m_target(target), m_limit(limit) {}
+    WriteLimiter(QIODevice *target, qint64 limit)
+        : m_target(target)
+        , m_limit(limit)
+    {
+    }
 
 protected:
     qint64 readData(char *, qint64) override { return -1; }
@@ -73,15 +82,32 @@ void syncFolder(const QString &folder)
 #endif
 }
 
-QString timelineEntry(const Id &id)
+// Runs job(0)..job(count - 1) on the calling thread and a few threads of its own, and returns
+// when all are done. Own threads, so that a save never waits behind long work of other parts in
+// a shared pool.
+void runParallel(int count, const std::function<void(int)> &job)
 {
-    return TimelineFolder + id + JsonSuffix;
+    const int helpers = std::min<int>(count, int(std::max(1u, std::thread::hardware_concurrency()))) - 1;
+    std::atomic<int> next { 0 };
+    auto work = [&] {
+        for (int i = next++; i < count; i = next++)
+            job(i);
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < helpers; ++i)
+        threads.emplace_back(work);
+    work();
+    for (std::thread &t : threads)
+        t.join();
 }
+
+QString timelineEntry(const Id &id) { return TimelineFolder + id + JsonSuffix; }
 
 } // namespace
 
 OVLocalFileStorage::OVLocalFileStorage(const QString &path, QObject *parent)
-    : OVProject::StorageInterface(parent), m_path(path)
+    : OVProject::StorageInterface(parent)
+    , m_path(path)
 {
 }
 
@@ -93,7 +119,7 @@ bool OVLocalFileStorage::isDocumentEntry(const QString &name)
 bool OVLocalFileStorage::isVideoEntry(const QString &name)
 {
     return name.startsWith(QLatin1String("embvideo_")) || name == QLatin1String("video.bin")
-           || name == QLatin1String("video.mp4");
+        || name == QLatin1String("video.mp4");
 }
 
 OV::Error OVLocalFileStorage::loadError(const QString &path)
@@ -101,15 +127,9 @@ OV::Error OVLocalFileStorage::loadError(const QString &path)
     return OV::Error(FileUnreadable, QStringLiteral("Failed to load project from:\n") + path);
 }
 
-OV::Error OVLocalFileStorage::saveProject(Project *project)
-{
-    return save(m_path, project);
-}
+OV::Error OVLocalFileStorage::saveProject(Project *project) { return save(m_path, project); }
 
-OV::Error OVLocalFileStorage::loadProject(Project *target)
-{
-    return load(m_path, target);
-}
+OV::Error OVLocalFileStorage::loadProject(Project *target) { return load(m_path, target); }
 
 void OVLocalFileStorage::setEmbeddedVideo(const QString &videoFile)
 {
@@ -135,20 +155,27 @@ OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
     for (const Timeline *t : timelines)
         ids.append(t->id());
     header.setTimelineIds(ids);
-    if (header.useRelativePath() && !header.videoPath().isEmpty() && !QDir::isRelativePath(header.videoPath()))
+    if (header.useRelativePath() && !header.videoPath().isEmpty()
+        && !QDir::isRelativePath(header.videoPath()))
         header.setVideoPath(QDir(folder).relativeFilePath(header.videoPath()));
 
-    const OVJsonSerializer serializer(m_compress);
+    const OVJsonSerializer serializer(m_compress, m_level);
     QList<OVProjectContainer::WriteEntry> entries;
-    entries.append({ProjectEntry, serializer.writeProject(&header)});
-    for (const Timeline *t : timelines)
-        entries.append({timelineEntry(t->id()), serializer.writeTimeline(t)});
+    entries.append({ ProjectEntry, serializer.writeProject(&header) });
+    // Timeline documents are made (and compressed) side by side; the model is only read, and the
+    // caller waits here, so nothing changes it meanwhile.
+    std::vector<QByteArray> documents(std::size_t(timelines.size()));
+    runParallel(int(timelines.size()),
+        [&](int i) { documents[std::size_t(i)] = serializer.writeTimeline(timelines[i]); });
+    for (qsizetype i = 0; i < timelines.size(); ++i)
+        entries.append({ timelineEntry(timelines[i]->id()), std::move(documents[std::size_t(i)]) });
 
     QFile source(m_sourcePath);
     const bool haveSource = !m_sourcePath.isEmpty() && !m_carried.isEmpty();
-    if (haveSource && m_sourceForm == OVProjectContainer::ContainerForm && !source.open(QIODevice::ReadOnly)) {
-        qWarning() << "LocalFileStorage: cannot reopen" << m_sourcePath << "to carry its entries:"
-                   << source.errorString();
+    if (haveSource && m_sourceForm == OVProjectContainer::ContainerForm
+        && !source.open(QIODevice::ReadOnly)) {
+        qWarning() << "LocalFileStorage: cannot reopen" << m_sourcePath
+                   << "to carry its entries:" << source.errorString();
         return failed;
     }
     QStringList carriedNames;
@@ -158,19 +185,20 @@ OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
                 continue;
             carriedNames.append(it.key());
             if (it->inMemory)
-                entries.append({it.key(), it->data});
+                entries.append({ it.key(), it->data });
             else
-                entries.append({it.key(), QByteArray(), &source, it->offset, it->size});
+                entries.append({ it.key(), QByteArray(), &source, it->offset, it->size });
         }
     }
     QFile video(m_embedFile);
     if (m_embedChanged && !m_embedFile.isEmpty()) {
         if (!video.open(QIODevice::ReadOnly)) {
-            qWarning() << "LocalFileStorage: cannot open video to embed" << m_embedFile << video.errorString();
+            qWarning() << "LocalFileStorage: cannot open video to embed" << m_embedFile
+                       << video.errorString();
             return failed;
         }
         const QString name = QStringLiteral("embvideo_") + QFileInfo(m_embedFile).fileName();
-        entries.append({name, QByteArray(), &video, 0, video.size()});
+        entries.append({ name, QByteArray(), &video, 0, video.size() });
         carriedNames.append(name);
     }
 
@@ -251,24 +279,44 @@ OV::Error OVLocalFileStorage::load(const QString &path, Project *target)
         qWarning() << "LocalFileStorage: no readable project document in" << path;
         return loadError(path);
     }
+    // Timelines are read side by side, each into a tree of its own made on a worker and then
+    // handed to this thread; they join the project only when all of them were read.
     const OVJsonSerializer serializer;
-    for (const Id &id : fresh.timelineIds()) {
-        const auto entry = entries.constFind(timelineEntry(id));
-        if (entry == entries.cend()) {
-            qWarning() << "LocalFileStorage: timeline" << id << "missing in" << path;
-            return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
-        }
-        auto timeline = std::make_unique<Timeline>(id);
+    const QList<Id> ids = fresh.timelineIds();
+    const OVProjectContainer::Entries &documents = entries;
+    enum Status { Missing, Damaged, Read };
+    std::vector<Status> status(std::size_t(ids.size()), Missing);
+    std::vector<Timeline *> loaded(std::size_t(ids.size()), nullptr);
+    QThread *home = QThread::currentThread();
+    runParallel(int(ids.size()), [&](int i) {
+        const auto entry = documents.constFind(timelineEntry(ids[i]));
+        if (entry == documents.cend())
+            return;
+        auto timeline = std::make_unique<Timeline>(ids[i]);
         if (!serializer.readTimeline(entry->data, timeline.get())) {
-            qWarning() << "LocalFileStorage: timeline" << id << "damaged in" << path;
-            return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+            status[std::size_t(i)] = Damaged;
+            return;
         }
         // The project document's list names the timeline; that is the id the project refers to.
-        timeline->setId(id);
-        if (fresh.timelineGroup()->addTimeline(timeline.get()))
-            timeline.release();
-        else
-            qWarning() << "LocalFileStorage: timeline" << id << "listed twice in" << path;
+        timeline->setId(ids[i]);
+        timeline->moveToThread(home);
+        loaded[std::size_t(i)] = timeline.release();
+        status[std::size_t(i)] = Read;
+    });
+    for (std::size_t i = 0; i < status.size(); ++i) {
+        if (status[i] == Read)
+            continue;
+        qWarning() << "LocalFileStorage: timeline" << ids[qsizetype(i)]
+                   << (status[i] == Missing ? "missing in" : "damaged in") << path;
+        for (Timeline *t : loaded)
+            delete t;
+        return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+    }
+    for (std::size_t i = 0; i < loaded.size(); ++i) {
+        if (!fresh.timelineGroup()->addTimeline(loaded[i])) {
+            qWarning() << "LocalFileStorage: timeline" << ids[qsizetype(i)] << "listed twice in" << path;
+            delete loaded[i];
+        }
     }
     const QString folder = QFileInfo(path).absolutePath();
     if (fresh.useRelativePath() && !fresh.videoPath().isEmpty() && QDir::isRelativePath(fresh.videoPath()))
@@ -288,13 +336,15 @@ OV::Error OVLocalFileStorage::load(const QString &path, Project *target)
     m_embedChanged = false;
     m_embedFile.clear();
     m_path = path;
-    qDebug() << "LocalFileStorage: loaded" << path << "with" << target->timelineGroup()->count() << "timelines";
+    qDebug() << "LocalFileStorage: loaded" << path << "with" << target->timelineGroup()->count()
+             << "timelines";
     return OV::Error::success();
 }
 
 OV::Error OVLocalFileStorage::extractEmbeddedVideo(const QString &destination) const
 {
-    const OV::Error failed(SaveFailed, QStringLiteral("Failed to extract the embedded video to:\n") + destination);
+    const OV::Error failed(
+        SaveFailed, QStringLiteral("Failed to extract the embedded video to:\n") + destination);
     auto it = m_carried.cbegin();
     for (; it != m_carried.cend(); ++it) {
         if (isVideoEntry(it.key()))
@@ -334,7 +384,8 @@ QString OVLocalFileStorage::backupFolder(const QString &projectPath)
     const QFileInfo info(projectPath);
     const QByteArray hash
         = QCryptographicHash::hash(info.absoluteFilePath().toUtf8(), QCryptographicHash::Md5).toHex().left(8);
-    return backupFolder() + QLatin1Char('/') + info.completeBaseName() + QLatin1Char('-') + QString::fromLatin1(hash);
+    return backupFolder() + QLatin1Char('/') + info.completeBaseName() + QLatin1Char('-')
+        + QString::fromLatin1(hash);
 }
 
 void OVLocalFileStorage::backupExisting(const QString &path) const
@@ -345,7 +396,8 @@ void OVLocalFileStorage::backupExisting(const QString &path) const
         return;
     }
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz"));
-    const QString base = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName() + QLatin1Char('-') + stamp;
+    const QString base
+        = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName() + QLatin1Char('-') + stamp;
     QString name = base + QStringLiteral(".kvpr");
     for (int n = 1; QFileInfo::exists(name); ++n)
         name = base + QStringLiteral("_%1.kvpr").arg(n);
@@ -354,7 +406,7 @@ void OVLocalFileStorage::backupExisting(const QString &path) const
         return;
     }
     QDir dir(folder);
-    QStringList kept = dir.entryList({QStringLiteral("*.kvpr")}, QDir::Files, QDir::Name);
+    QStringList kept = dir.entryList({ QStringLiteral("*.kvpr") }, QDir::Files, QDir::Name);
     while (kept.size() > BackupsKept)
         dir.remove(kept.takeFirst());
 }

@@ -34,6 +34,9 @@ public:
     // Documents are written in the compressed envelope unless switched off (on by default).
     bool compression() const { return m_compress; }
     void setCompression(bool on) { m_compress = on; }
+    // zlib level of the envelope, 9 unless changed.
+    int compressionLevel() const { return m_level; }
+    void setCompressionLevel(int level) { m_level = level; }
 
     // StorageInterface, on path().
     OV::Error saveProject(OVProject::Project *project) override;
@@ -72,6 +75,7 @@ private:
 
     QString m_path;
     bool m_compress = true;
+    int m_level = 9;
     qint64 m_failAfter = -1;
     // Non-document entries of the file at m_sourcePath, located but not read.
     QString m_sourcePath;

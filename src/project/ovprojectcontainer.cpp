@@ -76,7 +76,8 @@ OVProjectContainer::Form OVProjectContainer::detectForm(QIODevice *in)
     return UnknownForm;
 }
 
-bool OVProjectContainer::read(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error)
+bool OVProjectContainer::read(
+    QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error)
 {
     if (!in || !in->isOpen() || in->isSequential())
         return fail(error, QStringLiteral("not a readable file"));
@@ -132,8 +133,8 @@ bool OVProjectContainer::read(QIODevice *in, Entries *entries, const KeepInMemor
     return true;
 }
 
-bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory,
-                                 QString *error, qint64 maxMemberSize)
+bool OVProjectContainer::readZip(
+    QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error, qint64 maxMemberSize)
 {
     QuaZip zip(in);
     if (!zip.open(QuaZip::mdUnzip))
@@ -195,11 +196,11 @@ bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMe
     return true;
 }
 
-bool OVProjectContainer::write(QIODevice *out, QList<WriteEntry> entries, QMap<QString, qint64> *dataOffsets,
-                               QString *error)
+bool OVProjectContainer::write(
+    QIODevice *out, QList<WriteEntry> entries, QMap<QString, qint64> *dataOffsets, QString *error)
 {
     std::stable_sort(entries.begin(), entries.end(),
-                     [](const WriteEntry &a, const WriteEntry &b) { return a.name < b.name; });
+        [](const WriteEntry &a, const WriteEntry &b) { return a.name < b.name; });
     for (qsizetype i = 1; i < entries.size(); ++i) {
         if (entries[i].name == entries[i - 1].name)
             return fail(error, QStringLiteral("duplicate entry %1").arg(entries[i].name));
@@ -218,7 +219,8 @@ bool OVProjectContainer::write(QIODevice *out, QList<WriteEntry> entries, QMap<Q
             return fail(error, QStringLiteral("entry %1 too large").arg(e.name));
         uchar header[4];
         qToBigEndian<quint16>(quint16(name.size()), header);
-        if (!writeAll(out, reinterpret_cast<const char *>(header), 2) || !writeAll(out, name.constData(), name.size()))
+        if (!writeAll(out, reinterpret_cast<const char *>(header), 2)
+            || !writeAll(out, name.constData(), name.size()))
             return fail(error, QStringLiteral("write error"));
         qToBigEndian<quint32>(quint32(size), header);
         if (!writeAll(out, reinterpret_cast<const char *>(header), 4))

@@ -51,15 +51,15 @@ public:
 
     // Reads the "OV1" layout from the start of `in`. False on a bad magic, a length beyond the end,
     // a missing end marker or digest, or a digest mismatch; `error` then says what was wrong.
-    static bool read(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory = {},
-                     QString *error = nullptr);
+    static bool read(
+        QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory = {}, QString *error = nullptr);
     // Reads the members of a ZIP archive (entries left in the file keep only their size).
     // `maxMemberSize` bounds each member read into memory.
     static bool readZip(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory = {},
-                        QString *error = nullptr, qint64 maxMemberSize = qint64(1) << 30);
+        QString *error = nullptr, qint64 maxMemberSize = qint64(1) << 30);
 
     // Writes every entry in the order of their names. On success `dataOffsets` (if given) holds
     // where each entry's data starts in `out`.
     static bool write(QIODevice *out, QList<WriteEntry> entries, QMap<QString, qint64> *dataOffsets = nullptr,
-                      QString *error = nullptr);
+        QString *error = nullptr);
 };

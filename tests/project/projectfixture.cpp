@@ -56,7 +56,7 @@ void fillProject(Project *p)
     t1->addUtterance(u2);
     auto *g = new SegmentGroup(QStringLiteral("grp-1"));
     g->setName(QStringLiteral("Openings"));
-    g->setSegmentIds({QStringLiteral("seg-1"), QStringLiteral("seg-3")});
+    g->setSegmentIds({ QStringLiteral("seg-1"), QStringLiteral("seg-3") });
     t1->addSegmentGroup(g);
     t1->addSegmentGroup(new SegmentGroup(QStringLiteral("grp-empty")));
     t1->setSegmentHidden(QStringLiteral("seg-3"), true);
@@ -74,18 +74,18 @@ void fillProject(Project *p)
 static QString times(double a, double b)
 {
     return std::llround(a * 1000) == std::llround(b * 1000) ? QString()
-                                                             : QStringLiteral("%1 != %2").arg(a).arg(b);
+                                                            : QStringLiteral("%1 != %2").arg(a).arg(b);
 }
 
-#define DIFF(what, x, y)                                                                                          \
-    do {                                                                                                          \
-        if ((x) != (y))                                                                                           \
-            return QStringLiteral(what " differs");                                                              \
+#define DIFF(what, x, y)                                                                                     \
+    do {                                                                                                     \
+        if ((x) != (y))                                                                                      \
+            return QStringLiteral(what " differs");                                                          \
     } while (0)
-#define DIFF_TIME(what, x, y)                                                                                     \
-    do {                                                                                                          \
-        if (const QString d = times((x), (y)); !d.isEmpty())                                                      \
-            return QStringLiteral(what ": ") + d;                                                                 \
+#define DIFF_TIME(what, x, y)                                                                                \
+    do {                                                                                                     \
+        if (const QString d = times((x), (y)); !d.isEmpty())                                                 \
+            return QStringLiteral(what ": ") + d;                                                            \
     } while (0)
 
 QString difference(const Timeline *a, const Timeline *b)

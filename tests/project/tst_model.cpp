@@ -514,6 +514,7 @@ void TestModel::idTravelsInQueuedSignals()
 {
     Segment s; // registers the meta-types
     QVERIFY(QMetaType::fromName("OVProject::Id").isValid());
+    QVERIFY(QMetaType::fromName("OVProject::Segment*").isValid());
     IdEmitter emitter;
     IdReceiver receiver;
     QVERIFY(connect(&emitter, SIGNAL(hovered(OVProject::Id)), &receiver, SLOT(onHovered(OVProject::Id)),

@@ -5,9 +5,9 @@
 #include "project/project.h"
 #include "project/segment.h"
 #include "project/segmentgroup.h"
-#include "project/utterance.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
+#include "project/utterance.h"
 
 #include <QCryptographicHash>
 #include <QTemporaryDir>
@@ -29,8 +29,8 @@ QByteArray wrapZlib(const QByteArray &json)
 {
     uLongf size = compressBound(uLong(json.size()));
     QByteArray body(qsizetype(size), Qt::Uninitialized);
-    compress2(reinterpret_cast<Bytef *>(body.data()), &size, reinterpret_cast<const Bytef *>(json.constData()),
-              uLong(json.size()), 9);
+    compress2(reinterpret_cast<Bytef *>(body.data()), &size,
+        reinterpret_cast<const Bytef *>(json.constData()), uLong(json.size()), 9);
     body.resize(qsizetype(size));
     return QByteArray("CMP0") + QCryptographicHash::hash(body, QCryptographicHash::Md5) + body;
 }
@@ -85,17 +85,14 @@ void TestSerializer::projectRoundTrip()
     QCOMPARE(other.contentHash(), p.contentHash());
     // Every key, with the types of the file format.
     const QByteArray json = plainJson(doc);
-    for (const char *key : {"\"title\":\"", "\"desc\":\"", "\"id\":\"", "\"timeline_ids\":[", "\"video_id\":\"77\"",
-                            "\"video_path\":\"", "\"userelpath\":\"0\"", "\"online_id\":1234567890123",
-                            "\"project_type\":1", "\"max_text_lw\":64", "\"owner\":\"anna\"",
-                            "\"offlineUser\":\"anna.offline\""})
+    for (const char *key :
+        { "\"title\":\"", "\"desc\":\"", "\"id\":\"", "\"timeline_ids\":[", "\"video_id\":\"77\"",
+            "\"video_path\":\"", "\"userelpath\":\"0\"", "\"online_id\":1234567890123", "\"project_type\":1",
+            "\"max_text_lw\":64", "\"owner\":\"anna\"", "\"offlineUser\":\"anna.offline\"" })
         QVERIFY2(json.contains(key), key);
 }
 
-void TestSerializer::timelineRoundTrip_data()
-{
-    projectRoundTrip_data();
-}
+void TestSerializer::timelineRoundTrip_data() { projectRoundTrip_data(); }
 
 void TestSerializer::timelineRoundTrip()
 {
@@ -109,11 +106,13 @@ void TestSerializer::timelineRoundTrip()
         QCOMPARE(Fixture::difference(t, &back), QString());
     }
     const QByteArray json = plainJson(s.writeTimeline(p.timelineGroup()->timelines().first()));
-    for (const char *key : {"\"isBlind\":\"1\"", "\"sortOrder\":\"7\"", "\"color\":\"2164228096\"", "\"key\":\"65\"",
-                            "\"key\":\"228\"", "\"segids\":[\"seg-1\",\"seg-3\"]", "\"hidden_uttusers\":[\"Pupil\"]",
-                            "\"startTime\":\"1.250\"", "\"end\":\"2147483647.000\"", "\"key\":\"drawings\""})
+    for (const char *key :
+        { "\"isBlind\":\"1\"", "\"sortOrder\":\"7\"", "\"color\":\"2164228096\"", "\"key\":\"65\"",
+            "\"key\":\"228\"", "\"segids\":[\"seg-1\",\"seg-3\"]", "\"hidden_uttusers\":[\"Pupil\"]",
+            "\"startTime\":\"1.250\"", "\"end\":\"2147483647.000\"", "\"key\":\"drawings\"" })
         QVERIFY2(json.contains(key), key);
-    QVERIFY(json.contains(QByteArray(QByteArray("\"data\":\"") + QByteArray("\x00\x01\x02\xff binary", 12).toBase64())));
+    QVERIFY(json.contains(
+        QByteArray(QByteArray("\"data\":\"") + QByteArray("\x00\x01\x02\xff binary", 12).toBase64())));
     QVERIFY(!json.startsWith(' ') && !json.endsWith('\n'));
 }
 
@@ -153,8 +152,8 @@ void TestSerializer::damagedEnvelopes_data()
     const QByteArray empty = OVJsonSerializer::wrap(QByteArray());
     QTest::newRow("inflates to nothing") << empty;
     const QByteArray garbage("not deflate at all");
-    QTest::newRow("not deflate") << QByteArray("CMP0") + QCryptographicHash::hash(garbage, QCryptographicHash::Md5)
-                                        + garbage;
+    QTest::newRow("not deflate") << QByteArray("CMP0")
+            + QCryptographicHash::hash(garbage, QCryptographicHash::Md5) + garbage;
     QTest::newRow("plain, not JSON") << QByteArray("{\"title\": ");
     QTest::newRow("plain, empty") << QByteArray();
     QTest::newRow("plain, array") << QByteArray("[1,2]");
@@ -192,8 +191,9 @@ void TestSerializer::numbersAsTextOrNumbers_data()
                                         "\"video_id\":\"7\",\"userelpath\":\"0\"}");
     QTest::newRow("numbers") << QByteArray("{\"online_id\":42,\"project_type\":1,\"max_text_lw\":70,"
                                            "\"video_id\":7,\"userelpath\":0}");
-    QTest::newRow("padded text") << QByteArray("{\"online_id\":\" 42 \",\"project_type\":\"1\",\"max_text_lw\":"
-                                               "70.0,\"video_id\":\"7\",\"userelpath\":false}");
+    QTest::newRow("padded text") << QByteArray(
+        "{\"online_id\":\" 42 \",\"project_type\":\"1\",\"max_text_lw\":"
+        "70.0,\"video_id\":\"7\",\"userelpath\":false}");
 }
 
 void TestSerializer::numbersAsTextOrNumbers()
@@ -251,7 +251,8 @@ void TestSerializer::wrongTypesAreTolerated()
     QVERIFY(t.utterances().isEmpty());
     QCOMPARE(t.segmentGroups().size(), 2);
     QVERIFY(t.segmentGroup(QStringLiteral("g"))->segmentIds().isEmpty());
-    QCOMPARE(t.segmentGroup(QStringLiteral("h"))->segmentIds(), (QList<Id>{QStringLiteral("1"), QStringLiteral("s"), QString()}));
+    QCOMPARE(t.segmentGroup(QStringLiteral("h"))->segmentIds(),
+        (QList<Id> { QStringLiteral("1"), QStringLiteral("s"), QString() }));
     QVERIFY(t.hiddenSegments().isEmpty());
     QVERIFY(t.binaryData().contains(QStringLiteral("k")));
 }
@@ -275,11 +276,13 @@ void TestSerializer::labelSets_data()
     QTest::addColumn<bool>("ok");
     QTest::addColumn<int>("labels");
     QTest::addColumn<int>("segments");
-    QTest::newRow("no segments") << QByteArray("{\"labels\":[{\"id\":\"a\",\"name\":\"A\",\"key\":\"65\",\"color\":"
-                                               "\"4278190335\"},{\"id\":\"b\",\"name\":\"B\"}]}")
+    QTest::newRow("no segments") << QByteArray(
+        "{\"labels\":[{\"id\":\"a\",\"name\":\"A\",\"key\":\"65\",\"color\":"
+        "\"4278190335\"},{\"id\":\"b\",\"name\":\"B\"}]}")
                                  << true << 2 << 0;
-    QTest::newRow("with segments") << QByteArray("{\"labels\":[{\"id\":\"a\",\"segments\":[{\"id\":\"s\",\"start\":"
-                                                 "\"1.000\",\"end\":\"2.000\"}]}]}")
+    QTest::newRow("with segments") << QByteArray(
+        "{\"labels\":[{\"id\":\"a\",\"segments\":[{\"id\":\"s\",\"start\":"
+        "\"1.000\",\"end\":\"2.000\"}]}]}")
                                    << true << 1 << 1;
     QTest::newRow("empty list") << QByteArray("{\"labels\":[]}") << true << 0 << 0;
     QTest::newRow("no labels member") << QByteArray("{\"title\":\"x\"}") << false << 0 << 0;
@@ -293,7 +296,7 @@ void TestSerializer::labelSets()
     QFETCH(bool, ok);
     QFETCH(int, labels);
     QFETCH(int, segments);
-    for (const QByteArray &doc : {json, OVJsonSerializer::wrap(json)}) {
+    for (const QByteArray &doc : { json, OVJsonSerializer::wrap(json) }) {
         QList<Label *> out;
         QCOMPARE(OVJsonSerializer().readLabelSet(doc, &out), ok);
         QCOMPARE(out.size(), labels);
@@ -335,7 +338,8 @@ void TestSerializer::labelSetFile()
     }
     qDeleteAll(back);
     back.clear();
-    const OV::Error missing = OVJsonSerializer::loadLabelSetFile(dir.filePath(QStringLiteral("none.kvtl")), &back);
+    const OV::Error missing
+        = OVJsonSerializer::loadLabelSetFile(dir.filePath(QStringLiteral("none.kvtl")), &back);
     QVERIFY(!missing.isOk());
     QVERIFY(missing.message().startsWith(QStringLiteral("Failed to load labels from:\n")));
     QVERIFY(OVJsonSerializer(true).saveLabelSetFile(path, labels).isOk());

@@ -1,0 +1,21 @@
+#include "ovcliregistry.h"
+
+#include "ovclicheck.h"
+#include "ovclidump.h"
+
+std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
+{
+    std::vector<std::unique_ptr<OVCliCommand>> all;
+    all.push_back(std::make_unique<OVCliDump>());
+    all.push_back(std::make_unique<OVCliCheck>());
+    return all;
+}
+
+std::unique_ptr<OVCliCommand> OVCliRegistry::find(const QString &name)
+{
+    for (auto &c : commands()) {
+        if (c->name() == name)
+            return std::move(c);
+    }
+    return nullptr;
+}

@@ -1,0 +1,205 @@
+#include "project/label.h"
+#include "project/ovjsonserializer.h"
+#include "project/ovlocalfilestorage.h"
+#include "project/project.h"
+#include "project/segment.h"
+#include "project/segmentgroup.h"
+#include "project/timeline.h"
+#include "project/timelinegroup.h"
+#include "project/utterance.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace OVProject;
+
+namespace {
+struct Run
+{
+    int code = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+Run runCli(const QStringList &args)
+{
+    QProcess p;
+    p.start(qEnvironmentVariable("KAVOT_BUILD_DIR") + QStringLiteral("/src/cli/kavot-cli"), args);
+    Run r;
+    if (!p.waitForFinished(60000))
+        return r;
+    r.code = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -2;
+    r.out = p.readAllStandardOutput();
+    r.err = p.readAllStandardError();
+    return r;
+}
+
+void makeProject(Project *p)
+{
+    Timeline *t = p->startNew(QStringLiteral("anna"));
+    p->setTitle(QStringLiteral("Dump me \u00e9"));
+    Label *l = t->labels().first();
+    l->addSegment(new Segment(12.3456, Segment::OpenEnd, QStringLiteral("s1")));
+    auto *u = new Utterance(QStringLiteral("u1"));
+    u->setText(QStringLiteral("hi"));
+    u->setStartTime(1.5);
+    u->setEndTime(2);
+    t->addUtterance(u);
+    auto *g = new SegmentGroup(QStringLiteral("g1"));
+    g->setSegmentIds({ QStringLiteral("s1") });
+    t->addSegmentGroup(g);
+    t->setSegmentHidden(QStringLiteral("s1"), true);
+    t->setBinaryData(QStringLiteral("drawings"), QByteArray(1000, 'd'));
+    p->createTimeline(QStringLiteral("bert"));
+}
+} // namespace
+
+class TestCli : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void dumpProject_data();
+    void dumpProject();
+    void dumpLabelSet();
+    void checkReports_data();
+    void checkReports();
+    void usageErrors();
+
+private:
+    QTemporaryDir m_dir;
+};
+
+void TestCli::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    QVERIFY2(QFile::exists(qEnvironmentVariable("KAVOT_BUILD_DIR") + QStringLiteral("/src/cli/kavot-cli")),
+        "kavot-cli not built");
+}
+
+void TestCli::dumpProject_data()
+{
+    QTest::addColumn<bool>("compress");
+    QTest::newRow("compressed") << true;
+    QTest::newRow("plain") << false;
+}
+
+void TestCli::dumpProject()
+{
+    QFETCH(bool, compress);
+    Project p;
+    makeProject(&p);
+    const QString path = m_dir.filePath(QStringLiteral("dump.kvpr"));
+    OVLocalFileStorage storage;
+    storage.setCompression(compress);
+    QVERIFY(storage.save(path, &p).isOk());
+
+    const Run r = runCli({ QStringLiteral("dump"), path });
+    QCOMPARE(r.code, 0);
+    QJsonParseError error;
+    const QJsonObject root = QJsonDocument::fromJson(r.out, &error).object();
+    QCOMPARE(error.error, QJsonParseError::NoError);
+    QCOMPARE(root.keys(), (QStringList { QStringLiteral("project"), QStringLiteral("timelines") }));
+    const QJsonObject project = root.value(QLatin1String("project")).toObject();
+    QCOMPARE(project.value(QLatin1String("title")).toString(), p.title());
+    QCOMPARE(project.value(QLatin1String("max_text_lw")).toInt(), 2147483647);
+    const QJsonArray timelines = root.value(QLatin1String("timelines")).toArray();
+    QCOMPARE(timelines.size(), 2);
+    const QJsonObject first = timelines.at(0).toObject();
+    QCOMPARE(first.value(QLatin1String("id")).toString(), p.timelineIds().first());
+    QCOMPARE(timelines.at(1).toObject().value(QLatin1String("owner")).toString(), QStringLiteral("bert"));
+    const QJsonObject segment
+        = first["labels"].toArray().at(0).toObject()["segments"].toArray().at(0).toObject();
+    QCOMPARE(segment.value(QLatin1String("start")).toString(), QStringLiteral("12.346"));
+    QCOMPARE(segment.value(QLatin1String("end")).toString(), QStringLiteral("2147483647.000"));
+    QCOMPARE(first["utterances"].toArray().at(0).toObject()["startTime"].toString(), QStringLiteral("1.500"));
+    QCOMPARE(first["segment_groups"].toArray().at(0).toObject()["segids"].toArray().at(0).toString(),
+        QStringLiteral("s1"));
+    QCOMPARE(first["hidden_segments"].toArray().at(0).toString(), QStringLiteral("s1"));
+    const QJsonObject binary = first["binary_data"].toArray().at(0).toObject();
+    QCOMPARE(binary["key"].toString(), QStringLiteral("drawings"));
+    QCOMPARE(binary["size"].toInt(), 1000);
+    QVERIFY(!binary.contains(QLatin1String("data")));
+}
+
+void TestCli::dumpLabelSet()
+{
+    Project p;
+    makeProject(&p);
+    const QString path = m_dir.filePath(QStringLiteral("scheme.kvtl"));
+    QVERIFY(OVJsonSerializer(true)
+                .saveLabelSetFile(path, p.timelineGroup()->timelines().first()->labels())
+                .isOk());
+    const Run r = runCli({ QStringLiteral("dump"), path });
+    QCOMPARE(r.code, 0);
+    const QJsonArray labels
+        = QJsonDocument::fromJson(r.out).object().value(QLatin1String("labels")).toArray();
+    QCOMPARE(labels.size(), 4);
+    QCOMPARE(labels.at(0).toObject()["name"].toString(), QStringLiteral("Label 1"));
+    QCOMPARE(labels.at(0).toObject()["segments"].toArray().at(0).toObject()["start"].toString(),
+        QStringLiteral("12.346"));
+}
+
+void TestCli::checkReports_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("bytes"); // empty: a sound file saved by the storage
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("message"); // %1: the path
+    QTest::newRow("sound project") << "ok.kvpr" << QByteArray() << 0 << "ok";
+    QTest::newRow("sound label set") << "ok.kvtl" << QByteArray() << 0 << "ok";
+    QTest::newRow("garbage project") << "bad.kvpr" << QByteArray("hello world") << 1
+                                     << "Failed to load project from:\n%1";
+    QTest::newRow("empty project") << "empty.kvpr" << QByteArray("") << 1
+                                   << "Failed to load project from:\n%1";
+    QTest::newRow("missing project") << "missing.kvpr" << QByteArray("-") << 1
+                                     << "Failed to load project from:\n%1";
+    QTest::newRow("label set without labels")
+        << "bad.kvtl" << QByteArray("{\"x\":1}") << 1 << "Failed to load labels from:\n%1";
+}
+
+void TestCli::checkReports()
+{
+    QFETCH(QString, name);
+    QFETCH(QByteArray, bytes);
+    QFETCH(int, code);
+    QFETCH(QString, message);
+    const QString path = m_dir.filePath(name);
+    QFile::remove(path);
+    if (bytes.isEmpty() && code == 0) {
+        Project p;
+        makeProject(&p);
+        if (name.endsWith(QLatin1String(".kvtl")))
+            QVERIFY(OVJsonSerializer()
+                        .saveLabelSetFile(path, p.timelineGroup()->timelines().first()->labels())
+                        .isOk());
+        else
+            QVERIFY(OVLocalFileStorage().save(path, &p).isOk());
+    } else if (bytes != "-") {
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+    }
+    const Run r = runCli({ QStringLiteral("check"), path });
+    QCOMPARE(r.code, code);
+    QCOMPARE(QString::fromUtf8(r.out).trimmed(), message.arg(path));
+}
+
+void TestCli::usageErrors()
+{
+    QCOMPARE(runCli({}).code, 2);
+    QCOMPARE(runCli({ QStringLiteral("frobnicate") }).code, 2);
+    QCOMPARE(runCli({ QStringLiteral("dump") }).code, 2);
+    QCOMPARE(runCli({ QStringLiteral("check"), QStringLiteral("a"), QStringLiteral("b") }).code, 2);
+    const Run help = runCli({ QStringLiteral("--help") });
+    QCOMPARE(help.code, 0);
+    QVERIFY(help.err.contains("dump") && help.err.contains("check"));
+}
+
+QTEST_GUILESS_MAIN(TestCli)
+#include "tst_cli.moc"
