@@ -257,6 +257,9 @@ QByteArray OVJsonSerializer::writeProject(const Project *p) const
     root["max_text_lw"] = Json::Value(p->maxTextWidth());
     root["owner"] = str(p->owner());
     root["offlineUser"] = str(p->offlineUser());
+    // Not one of the original members: readers that do not know it ignore it, and a file without
+    // it reads as "no video length known yet".
+    root["video_length"] = str(formatTime(p->videoLength()));
     return finish(compactJson(root));
 }
 
@@ -277,6 +280,8 @@ bool OVJsonSerializer::readProject(const QByteArray &data, Project *p) const
     p->setMaxTextWidth(integer32(member(root, "max_text_lw"), 80));
     p->setOwner(text(root, "owner"));
     p->setOfflineUser(text(root, "offlineUser"));
+    const double length = time(root, "video_length");
+    p->setVideoLength(std::isfinite(length) && length > 0 ? length : 0.0);
     return true;
 }
 

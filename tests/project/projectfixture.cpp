@@ -21,6 +21,7 @@ void fillProject(Project *p)
     p->setDescription(QStringLiteral("two cameras\nand \"quotes\""));
     p->setVideoId(77);
     p->setVideoPath(QStringLiteral("/data/videos/lesson.mp4"));
+    p->setVideoLength(754.1256);
     p->setUseRelativePath(false);
     p->setOnlineId(1234567890123LL);
     p->setProjectType(1);

@@ -79,6 +79,7 @@ void TestSerializer::projectRoundTrip()
     QCOMPARE(back.id(), p.id());
     QCOMPARE(back.onlineId(), 1234567890123LL);
     QCOMPARE(back.timelineIds(), p.timelineIds());
+    QCOMPARE(back.videoLength(), 754.126);
     // Either reader setting reads either form.
     Project other;
     QVERIFY(OVJsonSerializer(!compress).readProject(doc, &other));
@@ -88,7 +89,8 @@ void TestSerializer::projectRoundTrip()
     for (const char *key :
         { "\"title\":\"", "\"desc\":\"", "\"id\":\"", "\"timeline_ids\":[", "\"video_id\":\"77\"",
             "\"video_path\":\"", "\"userelpath\":\"0\"", "\"online_id\":1234567890123", "\"project_type\":1",
-            "\"max_text_lw\":64", "\"owner\":\"anna\"", "\"offlineUser\":\"anna.offline\"" })
+            "\"max_text_lw\":64", "\"owner\":\"anna\"", "\"offlineUser\":\"anna.offline\"",
+            "\"video_length\":\"754.126\"" })
         QVERIFY2(json.contains(key), key);
 }
 
