@@ -1,6 +1,8 @@
 #include "ovcliregistry.h"
 
 #include "ovclicheck.h"
+#include "ovclinew.h"
+#include "ovcliprobe.h"
 #include "ovclidump.h"
 
 std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
@@ -8,6 +10,8 @@ std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
     std::vector<std::unique_ptr<OVCliCommand>> all;
     all.push_back(std::make_unique<OVCliDump>());
     all.push_back(std::make_unique<OVCliCheck>());
+    all.push_back(std::make_unique<OVCliProbe>());
+    all.push_back(std::make_unique<OVCliNew>());
     return all;
 }
 

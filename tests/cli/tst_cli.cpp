@@ -19,25 +19,6 @@
 using namespace OVProject;
 
 namespace {
-struct Run
-{
-    int code = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-Run runCli(const QStringList &args)
-{
-    QProcess p;
-    p.start(qEnvironmentVariable("KAVOT_BUILD_DIR") + QStringLiteral("/src/cli/kavot-cli"), args);
-    Run r;
-    if (!p.waitForFinished(60000))
-        return r;
-    r.code = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -2;
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    return r;
-}
 
 void makeProject(Project *p)
 {
@@ -99,7 +80,7 @@ void TestCli::dumpProject()
     storage.setCompression(compress);
     QVERIFY(storage.save(path, &p).isOk());
 
-    const Run r = runCli({ QStringLiteral("dump"), path });
+    const CliRun r = runCli({ QStringLiteral("dump"), path });
     QCOMPARE(r.code, 0);
     QJsonParseError error;
     const QJsonObject root = QJsonDocument::fromJson(r.out, &error).object();
@@ -135,7 +116,7 @@ void TestCli::dumpLabelSet()
     QVERIFY(OVJsonSerializer(true)
                 .saveLabelSetFile(path, p.timelineGroup()->timelines().first()->labels())
                 .isOk());
-    const Run r = runCli({ QStringLiteral("dump"), path });
+    const CliRun r = runCli({ QStringLiteral("dump"), path });
     QCOMPARE(r.code, 0);
     const QJsonArray labels
         = QJsonDocument::fromJson(r.out).object().value(QLatin1String("labels")).toArray();
@@ -185,7 +166,7 @@ void TestCli::checkReports()
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write(bytes);
     }
-    const Run r = runCli({ QStringLiteral("check"), path });
+    const CliRun r = runCli({ QStringLiteral("check"), path });
     QCOMPARE(r.code, code);
     QCOMPARE(QString::fromUtf8(r.out).trimmed(), message.arg(path));
 }
@@ -196,7 +177,7 @@ void TestCli::usageErrors()
     QCOMPARE(runCli({ QStringLiteral("frobnicate") }).code, 2);
     QCOMPARE(runCli({ QStringLiteral("dump") }).code, 2);
     QCOMPARE(runCli({ QStringLiteral("check"), QStringLiteral("a"), QStringLiteral("b") }).code, 2);
-    const Run help = runCli({ QStringLiteral("--help") });
+    const CliRun help = runCli({ QStringLiteral("--help") });
     QCOMPARE(help.code, 0);
     QVERIFY(help.err.contains("dump") && help.err.contains("check"));
 }
