@@ -13,6 +13,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+
+#include "clirun.h"
 #include <QTemporaryDir>
 #include <QTest>
 
