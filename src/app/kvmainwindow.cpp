@@ -34,6 +34,7 @@
 #include <QMenuBar>
 #include <QSplitter>
 #include <QStandardPaths>
+#include <QTimer>
 #include <QUndoStack>
 #include <QUrl>
 
@@ -61,6 +62,8 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_timeline = new OVTimelineControl(m_settings ? m_settings->labeling() : nullptr, m_mainSplitter);
     m_timeline->setObjectName(QStringLiteral("timelineControl"));
     m_timeline->setMinimumHeight(160);
+    // The window is black; the control's own captions need their usual background to be read.
+    m_timeline->setAutoFillBackground(true);
     connect(m_timeline, &OVTimelineControl::seekRequested, this, &KVMainWindow::onSeekRequested);
     connect(m_timeline->undoStack(), &QUndoStack::indexChanged, this, &KVMainWindow::onProjectHistoryChanged);
     m_mainSplitter->addWidget(m_playerArea);
@@ -200,6 +203,8 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
     m_projectPath = path;
     // The timeline starts a new undo history with every project.
     m_timeline->setProject(m_project);
+    // Once laid out, show the whole recording.
+    QTimer::singleShot(0, m_timeline, &OVTimelineControl::zoomTimelineToFit);
     if (m_project) {
         m_project->setParent(nullptr);
         connect(m_project, &OVProject::Project::changed, this, &KVMainWindow::onProjectDataChanged);
