@@ -14,4 +14,10 @@ function(kv_add_qtest name)
     TIMEOUT ${ARG_TIMEOUT}
     LABELS "${ARG_LABELS}"
     ENVIRONMENT "QT_QPA_PLATFORM=offscreen;XDG_DATA_HOME=${CMAKE_BINARY_DIR}/testdata/${name}/data;XDG_CONFIG_HOME=${CMAKE_BINARY_DIR}/testdata/${name}/config;XDG_RUNTIME_DIR=${CMAKE_BINARY_DIR}/testdata/${name}/run;KAVOT_BUILD_DIR=${CMAKE_BINARY_DIR};KAVOT_SOURCE_DIR=${CMAKE_SOURCE_DIR}")
+  if("thread" IN_LIST KAVOT_SANITIZE)
+    # Debian's Qt and libc are not instrumented: their internal locking (QWaitCondition teardown,
+    # tzset) reads as races. Reports raised inside them are ignored; ours are still reported.
+    set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
+      "TSAN_OPTIONS=die_after_fork=0 ignore_noninstrumented_modules=1")
+  endif()
 endfunction()
