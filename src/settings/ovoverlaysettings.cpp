@@ -11,22 +11,27 @@ QFont defaultFont()
 
 OVOverlaySettings::OVOverlaySettings(QObject *parent) : OVSettingsGroup(QStringLiteral("OverlaySettings"), parent)
 {
-    addKey(QStringLiteral("color"), QColor(255, 255, 255, 255));
-    addKey(QStringLiteral("font"), defaultFont());
+    // Kept as text ("#AARRGGBB", QFont::toString()) rather than as serialised variants: the file is
+    // then readable, and a damaged one cannot feed a binary decoder.
+    addKey(QStringLiteral("color"), QColor(255, 255, 255, 255).name(QColor::HexArgb));
+    addKey(QStringLiteral("font"), defaultFont().toString());
 }
 
 QColor OVOverlaySettings::color() const
 {
-    const QColor c = value(QStringLiteral("color")).value<QColor>();
+    const QColor c = QColor::fromString(value(QStringLiteral("color")).toString());
     return c.isValid() ? c : QColor(255, 255, 255, 255);
 }
 
-void OVOverlaySettings::setColor(const QColor &color) { setValue(QStringLiteral("color"), color); }
+void OVOverlaySettings::setColor(const QColor &color)
+{
+    setValue(QStringLiteral("color"), color.name(QColor::HexArgb));
+}
 
 QFont OVOverlaySettings::font() const
 {
-    const QVariant v = value(QStringLiteral("font"));
-    return v.canConvert<QFont>() ? v.value<QFont>() : defaultFont();
+    QFont font;
+    return font.fromString(value(QStringLiteral("font")).toString()) ? font : defaultFont();
 }
 
-void OVOverlaySettings::setFont(const QFont &font) { setValue(QStringLiteral("font"), font); }
+void OVOverlaySettings::setFont(const QFont &font) { setValue(QStringLiteral("font"), font.toString()); }

@@ -13,6 +13,7 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QSettings>
+#include <QTemporaryFile>
 
 namespace {
 QPointer<OVSettings> s_instance;
@@ -58,9 +59,41 @@ bool OVSettings::open(const QString &iniPath)
     else if (info.exists() && !info.isReadable())
         m_lastError = QStringLiteral("Settings file cannot be read: %1").arg(iniPath);
 
+    // QSettings decodes "@Variant(...)" values with QDataStream, which trusts the lengths inside;
+    // a damaged file could make it allocate without bound. We never write such values, so lines
+    // holding one are dropped before QSettings sees the file.
+    QString readPath = iniPath;
+    QTemporaryFile filtered;
+    if (m_lastError.isEmpty() && info.exists()) {
+        QFile in(iniPath);
+        if (info.size() > MaxFileSize) {
+            m_lastError = QStringLiteral("Settings file is too large to be a settings file: %1").arg(iniPath);
+        } else if (!in.open(QIODevice::ReadOnly)) {
+            m_lastError = QStringLiteral("Settings file cannot be read: %1").arg(iniPath);
+        } else {
+            const QByteArray content = in.readAll();
+            if (content.contains("@Variant(")) {
+                QByteArray kept;
+                int dropped = 0;
+                for (const QByteArray &line : content.split('\n')) {
+                    if (line.contains("@Variant(")) {
+                        ++dropped;
+                        continue;
+                    }
+                    kept += line + '\n';
+                }
+                qWarning().noquote() << "Settings:" << dropped << "unusable line(s) of" << iniPath << "ignored";
+                if (filtered.open() && filtered.write(kept) == kept.size() && filtered.flush())
+                    readPath = filtered.fileName();
+                else
+                    m_lastError = QStringLiteral("Settings file cannot be read: %1").arg(iniPath);
+            }
+        }
+    }
+
     bool ok = m_lastError.isEmpty();
     if (ok) {
-        QSettings settings(iniPath, QSettings::IniFormat);
+        QSettings settings(readPath, QSettings::IniFormat);
         settings.allKeys(); // parsing is lazy; make a damaged file show up in status() now
         if (settings.status() != QSettings::NoError) {
             m_lastError = QStringLiteral("Settings file is damaged: %1").arg(iniPath);

@@ -18,6 +18,9 @@ class OVSettings : public QObject
 {
     Q_OBJECT
 public:
+    // A settings file is a few kilobytes; anything far larger is not one.
+    static constexpr qint64 MaxFileSize = 1024 * 1024;
+
     explicit OVSettings(QObject *parent = nullptr);
     ~OVSettings() override;
 

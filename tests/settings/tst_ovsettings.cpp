@@ -137,6 +137,9 @@ private Q_SLOTS:
                                                        "defaultSegmentDuration=\n[User%20Interface]\nwaveformsHeight=tall\n");
         QTest::newRow("binary junk") << QByteArray("\x00\xff[[[\n=\n\x01\x02", 10);
         QTest::newRow("half a section") << QByteArray("[LabelingSett");
+        // A serialised variant whose inner length asks for gigabytes (found by fuzzing).
+        QTest::newRow("hostile variant") << QByteArray::fromHex(
+            "5b4c6162656c696e6753657474696e67735d0a6c6561644f70656e54696d653d320a6c656164436c6f736554696d653d320a6c6162ff6c696e674d6f64653d320a64656661756c74536567656e6d6d79746578743d44756d6d7920746578740a416374696f6e31323d4374726c2b500a5b4f7665726c617953657474696e67735d0a636f6c6f723d4056617269616e74285c305c305c305c7839325c78cfa3879999a387a1665c7866665c7866665c7866665c7866665c7866665c7866665c305c30290a5b526563656e7450726f6a656374735d0a726563656e7450726f6a656374733d2f612e6b7670722c202f622e6b76656374735d0a726563656e7450726f6a656374733d2f612e6b7670722c202f622e6b7670720a");
     }
     void badValuesFallBackToDefaults()
     {
@@ -159,6 +162,30 @@ private Q_SLOTS:
         OVSettings again;
         QVERIFY(again.open(path));
         QCOMPARE(again.labeling()->leadOpenTime(), 4.0);
+    }
+
+    void variantLinesAreDroppedOthersKept()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.path() + "/settings.ini";
+        {
+            QFile f(path);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write("[OverlaySettings]\ncolor=@Variant(\\0\\0\\0\\x43\\x1\\xff\\xff)\nfont=\"Sans,12,-1,5,400,0,0,0,0,0,0,0,0,0,0,1\"\n"
+                    "[LabelingSettings]\nleadOpenTime=3.5\n");
+        }
+        OVSettings s;
+        QVERIFY(s.open(path));
+        QCOMPARE(s.overlay()->color(), QColor(255, 255, 255, 255));
+        QCOMPARE(s.overlay()->font().family(), QString("Sans"));
+        QCOMPARE(s.labeling()->leadOpenTime(), 3.5);
+        s.overlay()->setColor(QColor(1, 2, 3, 4));
+        QVERIFY(s.saveNow());
+        QFile saved(path);
+        QVERIFY(saved.open(QIODevice::ReadOnly));
+        const QByteArray text = saved.readAll();
+        QVERIFY(!text.contains("@Variant("));
+        QVERIFY(text.contains("color=#04010203"));
     }
 
     void unreadableFileKeepsDefaultsAndIsNotLost()
