@@ -1,8 +1,8 @@
 #include "widgets/ovspeedcontrol.h"
 
+#include "widgets/ovpopupplacement.h"
 #include "widgets/ovspeedpopup.h"
 
-#include <QScreen>
 
 OVSpeedControl::OVSpeedControl(QWidget *parent) : QToolButton(parent)
 {
@@ -28,14 +28,7 @@ void OVSpeedControl::setSpeed(double speed)
 void OVSpeedControl::showPopup()
 {
     m_popup->resize(m_popup->sizeHint());
-    QPoint at = mapToGlobal(QPoint(0, height()));
-    // Open upwards when the bar would leave the screen (the controls sit at the bottom).
-    if (const QScreen *s = screen()) {
-        if (at.y() + m_popup->height() > s->availableGeometry().bottom())
-            at = mapToGlobal(QPoint(0, -m_popup->height()));
-    }
-    m_popup->move(at);
-    m_popup->show();
+    OVPopupPlacement::showBesides(this, m_popup);
 }
 
 void OVSpeedControl::onPopupSpeedChanged(double speed)

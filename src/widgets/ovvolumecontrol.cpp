@@ -1,8 +1,8 @@
 #include "widgets/ovvolumecontrol.h"
 
+#include "widgets/ovpopupplacement.h"
 #include "widgets/ovvolumepopup.h"
 
-#include <QScreen>
 
 #include <cmath>
 
@@ -40,13 +40,7 @@ void OVVolumeControl::setMuted(bool muted)
 void OVVolumeControl::showPopup()
 {
     m_popup->resize(m_popup->sizeHint().expandedTo(QSize(60, 150)));
-    QPoint at = mapToGlobal(QPoint(0, height()));
-    if (const QScreen *s = screen()) {
-        if (at.y() + m_popup->height() > s->availableGeometry().bottom())
-            at = mapToGlobal(QPoint(0, -m_popup->height()));
-    }
-    m_popup->move(at);
-    m_popup->show();
+    OVPopupPlacement::showBesides(this, m_popup);
 }
 
 void OVVolumeControl::onPopupVolumeChanged()
