@@ -47,6 +47,7 @@ int OVPlaybackQueues::pushVideoFrame(VideoFrame frame, quint64 serial)
     if (serial != m_serial)
         return -1;
     m_video.push_back(std::move(item));
+    ++m_queuedCount;
     return ++m_framesSinceSeek;
 }
 
@@ -71,6 +72,7 @@ bool OVPlaybackQueues::pushAudioBuffer(AudioBuffer buffer, quint64 serial, bool 
     if (hasVideo && m_framesSinceSeek < VideoFramesBeforeSound)
         return false;
     m_audio.push_back(QueuedAudio{std::move(buffer), 0, 0});
+    ++m_audioQueuedCount;
     return true;
 }
 
@@ -191,12 +193,15 @@ OVPlaybackQueues::VideoFramePtr OVPlaybackQueues::takeDueFrame(double dueClockTi
         if (due == 0)
             return nullptr;
         for (std::size_t i = 0; i + 1 < due; ++i) {
+            if (!m_video.front()->shown)
+                ++m_skippedCount;
             discarded.push_back(std::move(m_video.front()));
             m_video.pop_front();
         }
         const std::shared_ptr<VideoFrame> &newest = m_video.front();
         if (!newest->shown) {
             newest->shown = true;
+            ++m_takenCount;
             result = newest;
         }
     }
@@ -213,4 +218,28 @@ int OVPlaybackQueues::audioBufferCount() const
 {
     std::lock_guard lock(m_mutex);
     return int(m_audio.size());
+}
+
+quint64 OVPlaybackQueues::videoFramesQueued() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_queuedCount;
+}
+
+quint64 OVPlaybackQueues::videoFramesTaken() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_takenCount;
+}
+
+quint64 OVPlaybackQueues::videoFramesSkipped() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_skippedCount;
+}
+
+quint64 OVPlaybackQueues::audioBuffersQueued() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_audioQueuedCount;
 }

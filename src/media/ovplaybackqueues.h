@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QImage>
 #include <QtGlobal>
 
 #include <deque>
@@ -51,6 +52,9 @@ public:
         double pixelAspect = 1.0;
         double rotation = 0.0;
         QByteArray pixels;
+        // When not null, the picture itself (RGB888, same size and stride): the converter's
+        // image is shared instead of copied into pixels.
+        QImage image;
         quint64 serial = 0;   // set by pushVideoFrame()
         bool shown = false;
     };
@@ -128,6 +132,14 @@ public:
     Span audioSpan() const;
     int videoFrameCount() const;
     int audioBufferCount() const;
+    // Pictures queued and pictures handed out by takeDueFrame(), and the pictures that were
+    // due but passed over for a newer one (never shown). Pictures emptied by a seek count in
+    // none but the first.
+    quint64 videoFramesQueued() const;
+    quint64 videoFramesTaken() const;
+    quint64 videoFramesSkipped() const;
+    // Sound buffers accepted by pushAudioBuffer().
+    quint64 audioBuffersQueued() const;
 
 private:
     struct QueuedAudio
@@ -147,4 +159,8 @@ private:
     std::deque<std::shared_ptr<VideoFrame>> m_video;
     std::deque<QueuedAudio> m_audio;
     OVAudioRing *m_ring = nullptr;
+    quint64 m_queuedCount = 0;
+    quint64 m_takenCount = 0;
+    quint64 m_skippedCount = 0;
+    quint64 m_audioQueuedCount = 0;
 };
