@@ -71,6 +71,7 @@ void OVVideoPlayer::close()
     m_fileSource = nullptr;
     m_path.clear();
     m_engine.queues().newSerial();
+    m_lastShownTime = -1.0;
 }
 
 void OVVideoPlayer::onSourceChanged()
@@ -210,8 +211,9 @@ void OVVideoPlayer::seek(double secsFromStart, bool autoStart)
 
 void OVVideoPlayer::setTimeFactor(double factor)
 {
-    if (!(factor > 0.0) || factor == m_engine.timeFactor())
+    if (!(factor > 0.0) || factor == m_requestedFactor)
         return;
+    m_requestedFactor = factor;
     qDebug() << "OVVideoPlayer::timeFactor set to:" << factor;
     m_engine.setTimeFactor(factor);
 }
@@ -353,6 +355,8 @@ QImage OVVideoPlayer::placeholderImage(const QSize &size)
 OVPlaybackQueues::VideoFramePtr OVVideoPlayer::takeDueFrame()
 {
     OVPlaybackQueues::VideoFramePtr frame = m_engine.takeDueFrame(m_presentationOffset);
+    if (frame)
+        m_lastShownTime = frame->time / timeFactor();
     if (frame || m_runState.load() != RunRunning || m_hasVideo.load())
         return frame;
     // Sound only: the placeholder, once per run (it does not change).

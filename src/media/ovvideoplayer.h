@@ -68,7 +68,9 @@ public:
 
     // The reciprocal of the playback speed; applied on the decoding thread at the next frame.
     void setTimeFactor(double factor);
+    // The factor in effect on the decoding thread, and the one last asked for.
     double timeFactor() const { return m_engine.timeFactor(); }
+    double requestedTimeFactor() const { return m_requestedFactor; }
     double speed() const { return 1.0 / timeFactor(); }
 
     void setVolume(double volume);
@@ -100,6 +102,8 @@ public:
     // The frame the canvas should show now, or null when it shows what it has. For a source
     // without pictures, the placeholder picture when nothing newer is due.
     OVPlaybackQueues::VideoFramePtr takeDueFrame();
+    // The time (media seconds) of the last picture takeDueFrame() handed out; -1 when none.
+    double lastShownTime() const { return m_lastShownTime; }
     OVPlaybackEngine &engine() { return m_engine; }
     const OVPlaybackEngine &engine() const { return m_engine; }
 
@@ -166,6 +170,8 @@ private:
     // A run that ended while a seek waited starts again there.
     bool m_restartOnFinish = false;
     quint64 m_placeholderShownSerial = 0;
+    double m_lastShownTime = -1.0;
+    double m_requestedFactor = 1.0;
 
     // -- Shared.
     OVPlaybackEngine m_engine;
