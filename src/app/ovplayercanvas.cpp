@@ -8,6 +8,7 @@
 #include <QMimeData>
 #include <QOffscreenSurface>
 #include <QOpenGLContext>
+#include <QOpenGLFunctions>
 #include <QOpenGLWidget>
 #include <QPainter>
 #include <QUrl>
@@ -89,7 +90,17 @@ bool OVPlayerCanvas::openGLAvailable()
         surface.create();
         if (!surface.isValid() || !context.makeCurrent(&surface))
             return false;
+        // A renderer in software (Mesa's llvmpipe under Xvfb or in a virtual machine) uploads
+        // and scales each picture slower than Qt's own raster engine does.
+        const auto *renderer = reinterpret_cast<const char *>(context.functions()->glGetString(GL_RENDERER));
+        const QString name = renderer ? QString::fromLatin1(renderer) : QString();
         context.doneCurrent();
+        const bool software = name.contains(QLatin1String("llvmpipe"), Qt::CaseInsensitive)
+                              || name.contains(QLatin1String("softpipe"), Qt::CaseInsensitive)
+                              || name.contains(QLatin1String("swrast"), Qt::CaseInsensitive);
+        qDebug() << "OVPlayerCanvas: OpenGL renderer" << name;
+        if (software && qEnvironmentVariableIntValue("KAVOT_OPENGL_CANVAS") != 1)
+            return false;
         return true;
     }();
     return available;

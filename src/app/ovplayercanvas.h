@@ -15,7 +15,8 @@
 // The drawing surface is an OpenGL widget where OpenGL works, and a plain raster widget where
 // it does not: on the offscreen platform, when no OpenGL context can be made, or when the
 // environment variable KAVOT_RASTER_CANVAS is 1. Both draw with QPainter, so they show the
-// same picture.
+// same picture. A software OpenGL renderer (Mesa's llvmpipe) counts as no OpenGL, since the
+// raster engine is faster than it; KAVOT_OPENGL_CANVAS=1 insists on OpenGL anyway.
 //
 // The canvas pulls frames itself, on a precise timer, with OVVideoPlayer::takeDueFrame(); a
 // frame is repainted only when a new one is due.

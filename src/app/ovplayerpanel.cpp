@@ -42,7 +42,9 @@ bool OVPlayerPanel::openMedia(const QString &path)
 {
     m_canvas->clear();
     m_controls->setDuration(0.0);
+    m_awaitingInit = true;
     if (!m_player->open(path)) {
+        m_awaitingInit = false;
         const OV::Error error = m_player->openError();
         qWarning() << "OVPlayerPanel: cannot open" << path << error.message();
         Q_EMIT initFinished(error.code() ? error.code() : 1, error.message());
@@ -53,6 +55,7 @@ bool OVPlayerPanel::openMedia(const QString &path)
 
 void OVPlayerPanel::closeMedia()
 {
+    m_awaitingInit = false;
     m_player->close();
     m_canvas->clear();
     m_controls->setDuration(0.0);
@@ -71,6 +74,11 @@ void OVPlayerPanel::setState(OVProject::State *state)
 
 void OVPlayerPanel::onPlayerInitFinished(int code)
 {
+    // The player restarts by itself (a seek after the end, another audio stream); only the
+    // first start of a file, or a failure, is news for the main window.
+    if (code == 0 && !m_awaitingInit)
+        return;
+    m_awaitingInit = false;
     if (code != 0) {
         const OV::Error error = m_player->lastError();
         Q_EMIT initFinished(code, error.message());

@@ -69,4 +69,5 @@ private:
     OVVideoPlayer *m_player = nullptr;
     OVPlayerCanvas *m_canvas = nullptr;
     OVPlayerControls *m_controls = nullptr;
+    bool m_awaitingInit = false;
 };

@@ -90,7 +90,9 @@ void OVVideoPlayer::startRun()
     m_restartOnFinish = false;
     m_hasVideo = false;
     m_audioStreamIndex = -1;
-    m_engine.queues().setAudioRing(m_audioOutEnabled ? m_audioOut->ring() : nullptr);
+    m_runMaxFrameSize = m_maxFrameSize;
+    // Sound goes into the device's ring only once the device runs (see onInitFinishedInternal).
+    m_engine.queues().setAudioRing(nullptr);
     // A pause belongs to the run that ended (a seek that is to stay paused is not paused yet).
     if (m_engine.isPaused())
         m_engine.resume();
@@ -383,7 +385,7 @@ int OVVideoPlayer::initDecoding(AVFormatContext *, AVStream *videoStream, AVCode
     m_awaitingSeek = false;
     if (videoCodec && videoStream) {
         const OV::Error err = m_converter.init(QSize(videoCodec->width, videoCodec->height), videoCodec->pix_fmt,
-                                               m_maxFrameSize, videoStream);
+                                               m_runMaxFrameSize, videoStream);
         if (err) {
             setError(ConverterError, err.message());
             return ConverterError;
@@ -422,8 +424,7 @@ int OVVideoPlayer::initDecoding(AVFormatContext *, AVStream *videoStream, AVCode
     }
     m_audioStreamIndex = chosen;
     m_hasVideo = videoCodec != nullptr;
-    m_engine.begin(videoCodec != nullptr, startOffset(),
-                   m_audioOutEnabled ? m_audioOut->ring() : nullptr);
+    m_engine.begin(videoCodec != nullptr, startOffset(), nullptr);
     return NoError;
 }
 
@@ -548,11 +549,15 @@ void OVVideoPlayer::onInitFinishedInternal(int code)
         setRunState(RunStopped);
         return;
     }
-    // No device: the queues retire sound by the clock instead of waiting for a card.
-    if (!m_audioOut->isOpen())
-        m_engine.queues().setAudioRing(nullptr);
-    else
+    // Until now the queues retired sound by the clock. Opening and starting a device takes a
+    // while (a sound server can take a second): had the sound gone into the ring meanwhile,
+    // the device would start with what was due back then and stay that far behind the picture
+    // for the whole run. From now on the ring takes the sound that is due from here on.
+    // Without a device the queues go on retiring sound by the clock.
+    if (m_audioOutEnabled && m_audioOut->isOpen()) {
         m_audioOut->setMuted(m_muted.load());
+        m_engine.queues().setAudioRing(m_audioOut->ring());
+    }
     if (m_runState.load() == RunStarting)
         setRunState(RunRunning);
 }

@@ -158,7 +158,6 @@ private:
 
     // -- Owner's thread.
     std::unique_ptr<OVAudioOut> m_audioOut;
-    bool m_audioOutEnabled = true;
     OVFileMediaSource *m_fileSource = nullptr;
     QString m_path;
     OV::Error m_openError;
@@ -181,6 +180,10 @@ private:
     std::atomic<int> m_preferredAudioStream{0};
     std::atomic<int> m_audioStreamIndex{-1}; // the stream played, -1 when none
     std::atomic<bool> m_muted{false};
+    std::atomic<bool> m_audioOutEnabled{true};
+
+    // -- Written by the owner before start(), read by the decoding thread.
+    QSize m_runMaxFrameSize;
 
     // -- Decoding thread only.
     OVVideoConverter m_converter;
