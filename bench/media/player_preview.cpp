@@ -1,8 +1,10 @@
 // Shows the player panel playing a file, for looking at the canvas by eye or in a screenshot:
 //   player_preview <media file> [seconds to run, default 10] [speed, default 1]
 #include "app/ovplayercanvas.h"
+#include "app/ovplayercontrols.h"
 #include "app/ovplayerpanel.h"
 #include "media/ovvideoplayer.h"
+#include "widgets/ovspeedcontrol.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -28,7 +30,7 @@ int main(int argc, char **argv)
         fflush(stdout);
     });
     if (speed > 0.0)
-        panel.player()->setTimeFactor(1.0 / speed);
+        panel.controls()->speedControl()->setSpeed(speed);
     panel.openMedia(QString::fromLocal8Bit(argv[1]));
     QTimer::singleShot(int(seconds * 1000), &app, [&] {
         const OVVideoPlayer *p = panel.player();
