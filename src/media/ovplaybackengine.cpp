@@ -144,8 +144,10 @@ bool OVPlaybackEngine::applyPendingSeek(const std::function<void(double)> &seekT
     if (!m_clock.takeSeekRequest(&request))
         return false;
     // A speed change comes without a serial of its own: the queues were filled at the old
-    // rate and must go.
-    m_serial = request.serial ? request.serial : m_queues.newSerial();
+    // rate and must go. So must they when the queues moved on since the request (a seek asked
+    // for before a start, whose begin() made a newer serial): its serial would drop every frame.
+    m_serial = (request.serial && request.serial == m_queues.serial()) ? request.serial
+                                                                        : m_queues.newSerial();
     m_soundSinceSeek = 0;
     if (seekTo)
         seekTo(request.target);

@@ -10,6 +10,10 @@ OVPlaybackQueues::~OVPlaybackQueues() = default;
 void OVPlaybackQueues::setAudioRing(OVAudioRing *ring)
 {
     std::lock_guard lock(m_mutex);
+    // Whatever a ring still holds from an earlier use is not due now. pumpAudio() writes
+    // under this lock, so the flush cannot cut into a write.
+    if (ring && ring != m_ring)
+        ring->requestFlush();
     m_ring = ring;
 }
 
@@ -47,6 +51,7 @@ int OVPlaybackQueues::pushVideoFrame(VideoFrame frame, quint64 serial)
     if (serial != m_serial)
         return -1;
     m_video.push_back(std::move(item));
+    ++m_queuedCount;
     return ++m_framesSinceSeek;
 }
 
@@ -71,6 +76,7 @@ bool OVPlaybackQueues::pushAudioBuffer(AudioBuffer buffer, quint64 serial, bool 
     if (hasVideo && m_framesSinceSeek < VideoFramesBeforeSound)
         return false;
     m_audio.push_back(QueuedAudio{std::move(buffer), 0, 0});
+    ++m_audioQueuedCount;
     return true;
 }
 
@@ -87,6 +93,10 @@ void OVPlaybackQueues::pumpAudio(double gain, double clockPosition)
             }
         } else {
             const quint64 played = m_ring->readCount();
+            if (played != m_lastPlayed) {
+                m_lastPlayed = played;
+                resyncIfBehindLocked(played, clockPosition, retired);
+            }
             while (!m_audio.empty()) {
                 const QueuedAudio &front = m_audio.front();
                 const bool inRingAndPlayed = front.handedOver == front.buffer.samples.size()
@@ -110,6 +120,49 @@ void OVPlaybackQueues::pumpAudio(double gain, double clockPosition)
             }
         }
     }
+}
+
+void OVPlaybackQueues::resyncIfBehindLocked(quint64 played, double clockPosition,
+                                            std::deque<QueuedAudio> &retired)
+{
+    if (m_audio.empty())
+        return;
+    const QueuedAudio &front = m_audio.front();
+    const AudioBuffer &b = front.buffer;
+    if (front.handedOver == 0 || b.sampleRate <= 0 || b.channels <= 0)
+        return;
+    // The front buffer's samples lie contiguously in the ring, ending at ringEnd.
+    const quint64 start = front.ringEnd - front.handedOver;
+    if (played < start)
+        return;
+    const double playing = b.time + double(played - start) / b.channels / b.sampleRate;
+    if (clockPosition - playing <= ResyncSeconds)
+        return;
+    // The device plays sound that was due a while ago: it started late (a sound server can
+    // take a second to begin taking samples) or stalled. Left alone it would stay that far
+    // behind the picture; instead what it holds is skipped and it goes on with what is due.
+    m_ring->requestFlush();
+    auto endTime = [](const QueuedAudio &q) {
+        const AudioBuffer &a = q.buffer;
+        if (a.sampleRate <= 0 || a.channels <= 0)
+            return a.time;
+        return a.time + double(a.samples.size()) / a.channels / a.sampleRate;
+    };
+    while (!m_audio.empty() && endTime(m_audio.front()) <= clockPosition) {
+        retired.push_back(std::move(m_audio.front()));
+        m_audio.pop_front();
+    }
+    for (QueuedAudio &q : m_audio) {
+        q.handedOver = 0;
+        q.ringEnd = 0;
+    }
+    ++m_resyncCount;
+}
+
+quint64 OVPlaybackQueues::audioResyncs() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_resyncCount;
 }
 
 OVPlaybackQueues::Span OVPlaybackQueues::videoSpanLocked() const
@@ -191,12 +244,15 @@ OVPlaybackQueues::VideoFramePtr OVPlaybackQueues::takeDueFrame(double dueClockTi
         if (due == 0)
             return nullptr;
         for (std::size_t i = 0; i + 1 < due; ++i) {
+            if (!m_video.front()->shown)
+                ++m_skippedCount;
             discarded.push_back(std::move(m_video.front()));
             m_video.pop_front();
         }
         const std::shared_ptr<VideoFrame> &newest = m_video.front();
         if (!newest->shown) {
             newest->shown = true;
+            ++m_takenCount;
             result = newest;
         }
     }
@@ -213,4 +269,28 @@ int OVPlaybackQueues::audioBufferCount() const
 {
     std::lock_guard lock(m_mutex);
     return int(m_audio.size());
+}
+
+quint64 OVPlaybackQueues::videoFramesQueued() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_queuedCount;
+}
+
+quint64 OVPlaybackQueues::videoFramesTaken() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_takenCount;
+}
+
+quint64 OVPlaybackQueues::videoFramesSkipped() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_skippedCount;
+}
+
+quint64 OVPlaybackQueues::audioBuffersQueued() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_audioQueuedCount;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QImage>
 #include <QtGlobal>
 
 #include <deque>
@@ -39,6 +40,9 @@ public:
     // Sound this far (clock seconds) behind the clock is dropped even if the device has not
     // played it.
     static constexpr double StaleAudioSeconds = 2.0;
+    // When the device is found playing sound this far (clock seconds) behind the clock, what
+    // the ring holds is skipped and the due sound is written again.
+    static constexpr double ResyncSeconds = 0.3;
 
     // One converted picture: 24-bit RGB rows padded to 4 bytes.
     struct VideoFrame
@@ -51,6 +55,9 @@ public:
         double pixelAspect = 1.0;
         double rotation = 0.0;
         QByteArray pixels;
+        // When not null, the picture itself (RGB888, same size and stride): the converter's
+        // image is shared instead of copied into pixels.
+        QImage image;
         quint64 serial = 0;   // set by pushVideoFrame()
         bool shown = false;
     };
@@ -72,7 +79,7 @@ public:
     OVPlaybackQueues &operator=(const OVPlaybackQueues &) = delete;
 
     // The ring that pumpAudio() feeds, or null when there is no sound output: buffers are then
-    // retired when the clock passes them. Any thread.
+    // retired when the clock passes them. Any thread. A ring that is newly set is flushed.
     void setAudioRing(OVAudioRing *ring);
 
     // -- Serials (any thread)
@@ -94,7 +101,10 @@ public:
     bool pushAudioBuffer(AudioBuffer buffer, quint64 serial, bool hasVideo);
     // Moves queued samples into the ring as far as it has room, applying the entry gain, and
     // retires the buffers the callback has played (or that lie StaleAudioSeconds behind the
-    // clock). Without a ring, retires the buffers whose time the clock has passed. Call after
+    // clock). Without a ring, retires the buffers whose time the clock has passed. When the
+    // device is seen taking samples (the ring's read count moved) that lie more than
+    // ResyncSeconds behind the clock, the ring is flushed and the sound still due is written
+    // again, so a device that started late or stalled catches up with the picture. Call after
     // each push and while waiting.
     void pumpAudio(double gain, double clockPosition);
 
@@ -128,6 +138,16 @@ public:
     Span audioSpan() const;
     int videoFrameCount() const;
     int audioBufferCount() const;
+    // Pictures queued and pictures handed out by takeDueFrame(), and the pictures that were
+    // due but passed over for a newer one (never shown). Pictures emptied by a seek count in
+    // none but the first.
+    quint64 videoFramesQueued() const;
+    quint64 videoFramesTaken() const;
+    quint64 videoFramesSkipped() const;
+    // Sound buffers accepted by pushAudioBuffer().
+    quint64 audioBuffersQueued() const;
+    // Times the ring was skipped ahead because the device lagged behind the clock.
+    quint64 audioResyncs() const;
 
 private:
     struct QueuedAudio
@@ -138,6 +158,7 @@ private:
     };
 
     Span videoSpanLocked() const;
+    void resyncIfBehindLocked(quint64 played, double clockPosition, std::deque<QueuedAudio> &retired);
     Span audioSpanLocked() const;
 
     mutable std::mutex m_mutex;
@@ -147,4 +168,10 @@ private:
     std::deque<std::shared_ptr<VideoFrame>> m_video;
     std::deque<QueuedAudio> m_audio;
     OVAudioRing *m_ring = nullptr;
+    quint64 m_queuedCount = 0;
+    quint64 m_takenCount = 0;
+    quint64 m_skippedCount = 0;
+    quint64 m_audioQueuedCount = 0;
+    quint64 m_resyncCount = 0;
+    quint64 m_lastPlayed = 0; // the ring's read count at the last pump
 };

@@ -268,6 +268,37 @@ private Q_SLOTS:
         QCOMPARE(q.audioSpan().oldest, 1.5);
     }
 
+    // A device that starts taking samples late plays on from what is due, not from what was.
+    void aLateDeviceCatchesUpWithTheClock()
+    {
+        OVAudioRing ring(1 << 20);
+        OVPlaybackQueues q;
+        q.setAudioRing(&ring);
+        const quint64 s = q.newSerial();
+        // Ten buffers of 0.1 s of stereo at 48 kHz; buffer k holds the value k + 1.
+        for (int k = 0; k < 10; ++k)
+            QVERIFY(q.pushAudioBuffer(soundAt(k * 0.1, std::vector<qint16>(9600, qint16(k + 1))), s, false));
+        q.pumpAudio(1.0, 0.0);
+        QCOMPARE(ring.readAvailable(), std::size_t(96000));
+        std::vector<qint16> out(480);
+        // On time: no resync while the device keeps up.
+        QVERIFY(ring.read(out.data(), out.size()));
+        q.pumpAudio(1.0, 0.1);
+        QCOMPARE(q.audioResyncs(), quint64(0));
+        // The clock ran on to 0.55 s while the device took only 5 ms: it is half a second behind.
+        QVERIFY(ring.read(out.data(), out.size()));
+        q.pumpAudio(1.0, 0.55);
+        QCOMPARE(q.audioResyncs(), quint64(1));
+        // Buffers over by 0.55 s are gone; the one playing at 0.55 s is the next heard.
+        QCOMPARE(q.audioSpan().oldest, 0.5);
+        ring.applyFlush();
+        QVERIFY(ring.read(out.data(), out.size()));
+        QCOMPARE(out.front(), qint16(6));
+        // No second resync until the device has reached the rewritten sound.
+        q.pumpAudio(1.0, 0.6);
+        QCOMPARE(q.audioResyncs(), quint64(1));
+    }
+
     void withoutARingTheClockRetiresSound()
     {
         OVPlaybackQueues q;

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <QPointer>
+#include <QTimer>
+#include <QWidget>
+
+class OVSpeedControl;
+#include "media/ovvideoplayer.h"
+class OVVolumeControl;
+class QLabel;
+class QSlider;
+class QToolButton;
+
+// The seek bar and buttons under the picture: play/pause, one frame back and forward (while
+// paused), the position and the duration, a slider that seeks while it is dragged, and the
+// speed and volume controls. It drives the player directly and follows its position on a
+// timer.
+class OVPlayerControls : public QWidget
+{
+    Q_OBJECT
+
+public:
+    // The slider counts milliseconds.
+    static constexpr int SliderUnitsPerSecond = 1000;
+    static constexpr int RefreshIntervalMs = 50;
+
+    explicit OVPlayerControls(QWidget *parent = nullptr);
+
+    void setPlayer(OVVideoPlayer *player);
+    void setDuration(double seconds);
+    double duration() const { return m_duration; }
+
+    QToolButton *playButton() const { return m_play; }
+    QToolButton *stepBackButton() const { return m_stepBack; }
+    QToolButton *stepForwardButton() const { return m_stepForward; }
+    QSlider *slider() const { return m_slider; }
+    QLabel *positionLabel() const { return m_positionLabel; }
+    QLabel *durationLabel() const { return m_durationLabel; }
+    OVSpeedControl *speedControl() const { return m_speed; }
+    OVVolumeControl *volumeControl() const { return m_volume; }
+
+public Q_SLOTS:
+    void togglePlayback();
+    void stepForward();
+    void stepBackward();
+    // Shows the player's position and state now.
+    void refresh();
+
+Q_SIGNALS:
+    // The user moved the slider to this position (seconds).
+    void seekRequested(double seconds);
+
+private:
+    void onSliderPressed();
+    void onSliderMoved(int value);
+    void onSliderReleased();
+    void onSpeedChanged(double speed);
+    void onVolumeChanged();
+    void updateButtons();
+    double frameDuration() const;
+    // The time of the picture on screen, which frame steps count from.
+    double shownTime() const;
+
+    QPointer<OVVideoPlayer> m_player;
+    QToolButton *m_play = nullptr;
+    QToolButton *m_stepBack = nullptr;
+    QToolButton *m_stepForward = nullptr;
+    QSlider *m_slider = nullptr;
+    QLabel *m_positionLabel = nullptr;
+    QLabel *m_durationLabel = nullptr;
+    OVSpeedControl *m_speed = nullptr;
+    OVVolumeControl *m_volume = nullptr;
+    QTimer m_refresh;
+    double m_duration = 0.0;
+    bool m_dragging = false;
+    bool m_playAfterDrag = false;
+    int m_lastDragValue = -1;
+};

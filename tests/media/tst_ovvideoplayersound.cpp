@@ -1,0 +1,125 @@
+#include "mediatesthelper.h"
+
+#include "media/ovaudioout.h"
+#include "media/ovvideoplayer.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cmath>
+
+// The player with a real sound device: a private PulseAudio server with a null sink, which
+// plays at the system clock's pace and makes no noise (scripts/null-audio.sh).
+class TestOVVideoPlayerSound : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString m_clip;
+    QString m_serverDir;
+    QString m_serverError;
+
+    static QString script()
+    {
+        QString root = qEnvironmentVariable("KAVOT_SOURCE_DIR");
+        if (root.isEmpty())
+            root = QFileInfo(QStringLiteral(__FILE__)).absolutePath() + QStringLiteral("/../..");
+        return root + QStringLiteral("/scripts/null-audio.sh");
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!MediaTest::haveFfmpeg())
+            QSKIP("the ffmpeg tool is not installed");
+        if (QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty())
+            QSKIP("PulseAudio is not installed");
+        // The environment must be in place before PortAudio first looks at ALSA.
+        m_serverDir = QDir::tempPath() + QStringLiteral("/kvnp-") + QString::number(QCoreApplication::applicationPid());
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"), QString::number(QCoreApplication::applicationPid()));
+        p.setProcessEnvironment(env);
+        p.start(QStringLiteral("bash"), {script(), QStringLiteral("start"), m_serverDir});
+        QVERIFY2(p.waitForFinished(20000) && p.exitCode() == 0, p.readAllStandardError().constData());
+        const QStringList lines = QString::fromLocal8Bit(p.readAllStandardOutput()).split(u'\n');
+        for (const QString &line : lines) {
+            if (!line.startsWith(QStringLiteral("export ")))
+                continue;
+            const QString assignment = line.mid(7);
+            const qsizetype eq = assignment.indexOf(u'=');
+            qputenv(assignment.left(eq).toLocal8Bit().constData(), assignment.mid(eq + 1).toLocal8Bit());
+        }
+        m_clip = MediaTest::generate(m_dir.path(), QStringLiteral("clip.mp4"),
+            {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+             QStringLiteral("testsrc=size=320x240:rate=25:duration=8"), QStringLiteral("-f"), QStringLiteral("lavfi"),
+             QStringLiteral("-i"), QStringLiteral("sine=frequency=440:sample_rate=48000:duration=8"),
+             QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
+             QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"), QStringLiteral("-c:a"), QStringLiteral("aac"),
+             QStringLiteral("-shortest")});
+        QVERIFY(!m_clip.isEmpty());
+    }
+
+    void cleanupTestCase()
+    {
+        if (!m_serverDir.isEmpty())
+            QProcess::execute(QStringLiteral("bash"), {script(), QStringLiteral("stop"), m_serverDir});
+    }
+
+    // The output opens at the stream's rate when the player starts, plays while it plays, stops
+    // while it is paused, and the picture's clock is untouched by all of it.
+    void soundFollowsThePlayer()
+    {
+        OVVideoPlayer player;
+        player.setVolume(0.5);
+        QVERIFY(player.open(m_clip));
+        QTRY_VERIFY_WITH_TIMEOUT(player.state() == OVVideoPlayer::Playing && player.engine().clock().hasOrigin(),
+                                 20000);
+        OVAudioOut *out = player.audioOut();
+        QTRY_VERIFY_WITH_TIMEOUT(out->isOpen(), 10000);
+        QCOMPARE(out->sampleRate(), 48000);
+        QCOMPARE(out->gain(), 0.5);
+        QTRY_VERIFY_WITH_TIMEOUT(out->isRunning(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(out->framesPlayed() > 24000, 20000);
+
+        const double p0 = player.position();
+        QElapsedTimer wall;
+        wall.start();
+        QTest::qWait(1000);
+        QVERIFY(std::abs((player.position() - p0) - wall.elapsed() / 1000.0) < 0.05);
+
+        player.pause();
+        QTRY_VERIFY_WITH_TIMEOUT(!out->isRunning(), 10000);
+        const quint64 played = out->framesPlayed();
+        QTest::qWait(300);
+        QCOMPARE(out->framesPlayed(), played);
+
+        player.resume();
+        QTRY_VERIFY_WITH_TIMEOUT(out->isRunning(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(out->framesPlayed() > played + 24000, 20000);
+
+        // The device plays what is due now, however late it began to take samples: the oldest
+        // sound still queued is the buffer it is playing, and it lies at the clock. (A device
+        // that stalls on a loaded machine lags for a moment; a lasting lag is the fault.)
+        auto inStep = [&] {
+            const OVPlaybackQueues::Span sound = player.engine().queues().audioSpan();
+            const double clock = player.engine().clock().clockPosition();
+            return !sound.empty && std::abs(sound.oldest - clock) < OVPlaybackQueues::ResyncSeconds + 0.1;
+        };
+        for (int i = 0; i < 3; ++i) {
+            QTRY_VERIFY_WITH_TIMEOUT(inStep(), 10000);
+            QTest::qWait(300);
+        }
+        player.close();
+        QVERIFY(!out->isRunning());
+    }
+};
+
+QTEST_MAIN(TestOVVideoPlayerSound)
+#include "tst_ovvideoplayersound.moc"
