@@ -2,6 +2,7 @@
 
 #include "app/nxcrashreporter.h"
 #include "app/ovactionregistry.h"
+#include "app/ovplayerpanel.h"
 #include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
 #include "app/ovsettingsdlg.h"
@@ -20,6 +21,7 @@
 #include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
+#include "settings/ovuisettings.h"
 
 #include <QAction>
 #include <QApplication>
@@ -33,6 +35,7 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QSplitter>
+#include <QStackedWidget>
 #include <QStandardPaths>
 #include <QTimer>
 #include <QUndoStack>
@@ -54,11 +57,29 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_mainSplitter = new QSplitter(Qt::Vertical, this);
     m_mainSplitter->setObjectName(QStringLiteral("sp_main"));
     m_mainSplitter->setHandleWidth(4);
-    m_playerArea = new QLabel(m_mainSplitter);
+    m_playerStack = new QStackedWidget(m_mainSplitter);
+    m_playerStack->setMinimumHeight(200);
+    m_playerArea = new QLabel(m_playerStack);
     m_playerArea->setObjectName(QStringLiteral("lb_player"));
     m_playerArea->setAlignment(Qt::AlignCenter);
     m_playerArea->setStyleSheet(QStringLiteral("background-color: black; color: rgb(160, 160, 160);"));
-    m_playerArea->setMinimumHeight(200);
+    m_player = new OVPlayerPanel(m_playerStack);
+    m_player->setObjectName(QStringLiteral("playerPanel"));
+    m_playerStack->addWidget(m_playerArea);
+    m_playerStack->addWidget(m_player);
+    connect(m_player, &OVPlayerPanel::initFinished, this, [this](int code, const QString &message) {
+        m_playerMessage = message;
+        onPlayerInitFinished(code);
+    });
+    connect(m_player, &OVPlayerPanel::durationKnown, this, [this](double seconds) {
+        if (m_project && seconds > 0 && qAbs(m_project->videoLength() - seconds) > 0.0005)
+            m_project->setVideoLength(seconds);
+    });
+    connect(m_player, &OVPlayerPanel::fileDropped, this, &KVMainWindow::onFileDroppedToPlayer);
+    if (m_settings) {
+        m_player->setVolume(m_settings->ui()->playbackVolume());
+        connect(m_player, &OVPlayerPanel::volumeChanged, m_settings->ui(), &OVUISettings::setPlaybackVolume);
+    }
     m_timeline = new OVTimelineControl(m_settings ? m_settings->labeling() : nullptr, m_mainSplitter);
     m_timeline->setObjectName(QStringLiteral("timelineControl"));
     m_timeline->setMinimumHeight(160);
@@ -66,7 +87,7 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_timeline->setAutoFillBackground(true);
     connect(m_timeline, &OVTimelineControl::seekRequested, this, &KVMainWindow::onSeekRequested);
     connect(m_timeline->undoStack(), &QUndoStack::indexChanged, this, &KVMainWindow::onProjectHistoryChanged);
-    m_mainSplitter->addWidget(m_playerArea);
+    m_mainSplitter->addWidget(m_playerStack);
     m_mainSplitter->addWidget(m_timeline);
     m_mainSplitter->setStretchFactor(0, 3);
     m_mainSplitter->setStretchFactor(1, 2);
@@ -125,6 +146,15 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::Undo), &QAction::triggered, this, &KVMainWindow::undo);
     connect(m_actions->action(R::Redo), &QAction::triggered, this, &KVMainWindow::redo);
     connect(m_actions->action(R::Settings), &QAction::triggered, this, &KVMainWindow::showSettings);
+    connect(m_actions->action(R::OpenVideo), &QAction::triggered, this, &KVMainWindow::onOpenVideoTriggered);
+    connect(m_actions->action(R::RemoveVideo), &QAction::triggered, this, &KVMainWindow::onRemoveVideo);
+    connect(m_actions->action(R::TogglePlayback), &QAction::triggered, m_player, &OVPlayerPanel::togglePlayback);
+    connect(m_actions->action(R::SeekForward), &QAction::triggered, m_player, &OVPlayerPanel::seekForward);
+    connect(m_actions->action(R::SeekBackward), &QAction::triggered, m_player, &OVPlayerPanel::seekBackward);
+    connect(m_actions->action(R::SpeedUp), &QAction::triggered, m_player, &OVPlayerPanel::speedUp);
+    connect(m_actions->action(R::SpeedDown), &QAction::triggered, m_player, &OVPlayerPanel::speedDown);
+    connect(m_actions->action(R::VolumeUp), &QAction::triggered, m_player, &OVPlayerPanel::volumeUp);
+    connect(m_actions->action(R::VolumeDown), &QAction::triggered, m_player, &OVPlayerPanel::volumeDown);
     connect(m_actions->action(R::AddLabel), &QAction::triggered, m_timeline, &OVTimelineControl::onAddLabelClicked);
     connect(m_actions->action(R::ImportLabels), &QAction::triggered, m_timeline, &OVTimelineControl::onLoadClicked);
     connect(m_actions->action(R::ExportLabels), &QAction::triggered, m_timeline, &OVTimelineControl::onSaveClicked);
@@ -171,6 +201,14 @@ void KVMainWindow::createMenus()
     edit->addAction(m_actions->action(R::Undo));
     edit->addAction(m_actions->action(R::Redo));
 
+    QMenu *playback = menuBar()->addMenu(tr("&Playback"));
+    playback->addAction(m_actions->action(R::OpenVideo));
+    playback->addAction(m_actions->action(R::RemoveVideo));
+    playback->addSeparator();
+    for (int id : { R::TogglePlayback, R::SeekForward, R::SeekBackward, R::SpeedUp, R::SpeedDown, R::VolumeUp,
+                    R::VolumeDown })
+        playback->addAction(m_actions->action(id));
+
     QMenu *timeline = menuBar()->addMenu(tr("&Timeline"));
     timeline->addAction(m_actions->action(R::AddLabel));
     timeline->addAction(m_actions->action(R::ImportLabels));
@@ -194,6 +232,9 @@ void KVMainWindow::createMenus()
 void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
 {
     if (m_project) {
+        m_player->closeMedia();
+        m_player->setState(nullptr);
+        m_playerStack->setCurrentWidget(m_playerArea);
         m_timeline->setProject(nullptr);
         delete m_project;
         m_project = nullptr;
@@ -210,6 +251,7 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
         connect(m_project, &OVProject::Project::changed, this, &KVMainWindow::onProjectDataChanged);
         connect(m_project, &OVProject::Project::projectTypeChanged, this, &KVMainWindow::onProjectTypeChanged);
         connect(m_project->timelineGroup(), &OVProject::TimelineGroup::changed, this, &KVMainWindow::onChangeDetected);
+        m_player->setState(m_project->state());
         Q_EMIT projectOpened();
     }
     setModified(false);
@@ -282,6 +324,14 @@ bool KVMainWindow::loadProject(const QString &path)
     ensureUserTimeline();
     if (m_settings)
         m_settings->recentProjects()->addProject(m_projectPath);
+    const QString video = m_project->videoPath();
+    if (!video.isEmpty()) {
+        if (QFileInfo::exists(video)) {
+            m_playerStack->setCurrentWidget(m_player);
+            m_player->openMedia(video);
+        } else
+            showError(tr("Open Project"), tr("The project's video or audio file was not found:\n%1").arg(video));
+    }
     return true;
 }
 
@@ -456,6 +506,7 @@ void KVMainWindow::updateProjectActions()
     m_actions->action(R::SaveProjectAs)->setEnabled(open);
     for (int id : { R::AddLabel, R::ImportLabels, R::ExportLabels, R::ClearTimeline })
         m_actions->action(id)->setEnabled(open);
+    m_actions->action(R::RemoveVideo)->setEnabled(open && !m_project->videoPath().isEmpty());
     onProjectHistoryChanged();
 }
 
@@ -464,7 +515,7 @@ void KVMainWindow::updateProjectSummary()
     if (!m_project)
         m_playerArea->setText(tr("No project is open.\nFile > New Project starts one."));
     else
-        m_playerArea->setText(tr("No video or audio in this project yet."));
+        m_playerArea->setText(tr("No video or audio in this project yet.\nPlayback > Open Video or Audio adds one."));
 }
 
 void KVMainWindow::updateRecentProjectsMenu()
@@ -502,8 +553,79 @@ void KVMainWindow::onProjectHistoryChanged()
 
 void KVMainWindow::onSeekRequested(double position)
 {
-    if (m_project)
-        m_project->state()->setSeekPos(position);
+    if (!m_project)
+        return;
+    m_project->state()->setSeekPos(position);
+    if (!m_player->mediaPath().isEmpty())
+        m_player->onSeekRequested(position);
+    else
+        m_project->state()->setCurrentPos(position); // nothing plays: the cursor is the position
+}
+
+// ---- video and audio -------------------------------------------------------------------------
+
+void KVMainWindow::onOpenVideoTriggered()
+{
+    const QString path = chooseMediaPath();
+    if (!path.isEmpty())
+        openVideo(path);
+}
+
+bool KVMainWindow::openVideo(const QString &path)
+{
+    if (!m_project)
+        onNewProject();
+    if (!m_project)
+        return false;
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    qDebug().noquote() << "Opening video or audio" << absolute;
+    m_playerStack->setCurrentWidget(m_player);
+    m_playerMessage.clear();
+    if (!m_player->openMedia(absolute))
+        return false; // onPlayerInitFinished() has said why
+    if (m_project->videoPath() != absolute) {
+        m_videoChangePending = true;
+        m_previousVideoPath = m_project->videoPath();
+        m_previousVideoLength = m_project->videoLength();
+        m_project->setVideoPath(absolute);
+        // The length is known once the player has started; until then coding stays off.
+        m_project->setVideoLength(0.0);
+    }
+    return true;
+}
+
+void KVMainWindow::onRemoveVideo()
+{
+    if (!m_project)
+        return;
+    m_player->closeMedia();
+    m_playerStack->setCurrentWidget(m_playerArea);
+    m_project->setVideoPath(QString());
+    m_project->setVideoLength(0.0);
+    updateProjectSummary();
+}
+
+void KVMainWindow::onFileDroppedToPlayer(const QString &path)
+{
+    openFile(path);
+}
+
+void KVMainWindow::onPlayerInitFinished(int errorCode)
+{
+    using R = OVActionRegistry;
+    const bool restore = m_videoChangePending && errorCode != 0;
+    m_videoChangePending = false;
+    if (restore && m_project) {
+        m_project->setVideoPath(m_previousVideoPath);
+        m_project->setVideoLength(m_previousVideoLength);
+    }
+    m_actions->action(R::RemoveVideo)->setEnabled(m_project && !m_project->videoPath().isEmpty());
+    if (errorCode == 0)
+        return;
+    m_playerStack->setCurrentWidget(m_playerArea);
+    const QString message = m_playerMessage.isEmpty() ? tr("The video or audio file cannot be played.") : m_playerMessage;
+    qWarning().noquote() << "Player start failed with code" << errorCode;
+    showError(tr("Open Video or Audio"), message);
 }
 
 // ---- application -----------------------------------------------------------------------------
@@ -582,7 +704,8 @@ void KVMainWindow::openFile(const QString &path)
         loadProject(info.absoluteFilePath());
         return;
     }
-    showError(tr("Open"), tr("Kavot cannot open this kind of file yet:\n%1").arg(path));
+    // Anything else is taken for a recording: the decoder says whether it can play it.
+    openVideo(info.absoluteFilePath());
 }
 
 void KVMainWindow::onSimulateCrash()
@@ -622,6 +745,13 @@ QString KVMainWindow::chooseOpenPath()
     return QFileDialog::getOpenFileName(this, tr("Open Project"),
                                         recent.isEmpty() ? QDir::homePath() : QFileInfo(recent.first()).absolutePath(),
                                         tr("Kavot Project (*.kvpr)"));
+}
+
+QString KVMainWindow::chooseMediaPath()
+{
+    return QFileDialog::getOpenFileName(this, tr("Open Video or Audio"), QDir::homePath(),
+                                        tr("Video and audio (*.mp4 *.mov *.avi *.mkv *.m4v *.mpg *.mpeg *.wmv *.webm "
+                                           "*.mts *.m2ts *.3gp *.wav *.mp3 *.m4a *.aac *.flac *.ogg *.wma);;All files (*)"));
 }
 
 QString KVMainWindow::chooseSavePath()

@@ -9,6 +9,8 @@ class OVActionRegistry;
 class OVLocalFileStorage;
 class OVSettings;
 class OVTimelineControl;
+class OVPlayerPanel;
+class QStackedWidget;
 class NXLogWidget;
 class QDockWidget;
 class QLabel;
@@ -34,6 +36,7 @@ public:
     OVActionRegistry *actionRegistry() const { return m_actions; }
     OVSettings *settings() const { return m_settings; }
     OVTimelineControl *timelineControl() const { return m_timeline; }
+    OVPlayerPanel *playerPanel() const { return m_player; }
     NXLogWidget *logWidget() const { return m_logWidget; }
     // The user who codes in this session: the remembered login, else the system user.
     QString currentUser() const;
@@ -67,6 +70,12 @@ public Q_SLOTS:
     void undo();
     void redo();
     void onProjectHistoryChanged();
+    // video and audio
+    void onOpenVideoTriggered();
+    bool openVideo(const QString &path);
+    void onRemoveVideo();
+    void onFileDroppedToPlayer(const QString &path);
+    void onPlayerInitFinished(int errorCode);
     void onSeekRequested(double position);
     // application
     void showAbout();
@@ -89,6 +98,7 @@ protected:
     virtual void showError(const QString &title, const QString &message);
     virtual QString chooseOpenPath();
     virtual QString chooseSavePath();
+    virtual QString chooseMediaPath();
 
 private:
     void createActions();
@@ -109,7 +119,14 @@ private:
     OVLocalFileStorage *m_storage = nullptr;
     bool m_modified = false;
     QSplitter *m_mainSplitter = nullptr;
+    QStackedWidget *m_playerStack = nullptr;
     QLabel *m_playerArea = nullptr;
+    OVPlayerPanel *m_player = nullptr;
+    QString m_playerMessage;
+    // The project's video before openVideo() changed it, restored when the new file fails to play.
+    bool m_videoChangePending = false;
+    QString m_previousVideoPath;
+    double m_previousVideoLength = 0.0;
     OVTimelineControl *m_timeline = nullptr;
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;

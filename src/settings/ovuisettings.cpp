@@ -18,3 +18,10 @@ int OVUISettings::intValue(const QString &key) const
     const int v = value(key).toInt(&ok);
     return ok ? v : defaultValue(key).toInt();
 }
+
+double OVUISettings::playbackVolume() const
+{
+    bool ok = false;
+    const double v = value(QStringLiteral("playbackVolume")).toDouble(&ok);
+    return ok && v >= 0 && v <= 4 ? v : 1.0;
+}

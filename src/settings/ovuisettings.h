@@ -21,8 +21,9 @@ public:
     void setTimelineControlHeight(int v) { setValue(QStringLiteral("timelineControlHeight"), v); }
     int transcriptControlWidth() const { return intValue(QStringLiteral("transcriptControlWidth")); }
     void setTranscriptControlWidth(int v) { setValue(QStringLiteral("transcriptControlWidth"), v); }
-    int playbackVolume() const { return intValue(QStringLiteral("playbackVolume")); }
-    void setPlaybackVolume(int v) { setValue(QStringLiteral("playbackVolume"), v); }
+    // The player's volume, 1 = as recorded.
+    double playbackVolume() const;
+    void setPlaybackVolume(double v) { setValue(QStringLiteral("playbackVolume"), v); }
     int waveformsHeight() const { return intValue(QStringLiteral("waveformsHeight")); }
     void setWaveformsHeight(int v) { setValue(QStringLiteral("waveformsHeight"), v); }
 

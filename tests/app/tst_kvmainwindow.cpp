@@ -1,5 +1,6 @@
 #include "app/kvmainwindow.h"
 #include "app/ovactionregistry.h"
+#include "app/ovplayerpanel.h"
 #include "log/nxlogwidget.h"
 #include "project/label.h"
 #include "project/project.h"
@@ -17,6 +18,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QDockWidget>
+#include <QProcess>
 #include <QSplitter>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -286,6 +288,41 @@ private Q_SLOTS:
         redo->trigger();
         QCOMPARE(a->segments().first()->end(), 15.0);
         QVERIFY(w.isProjectModified());
+    }
+
+    void openingARecordingSetsItsPathAndLength()
+    {
+        QTemporaryDir dir;
+        const QString clip = dir.path() + "/clip.mp4";
+        QProcess ff;
+        ff.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                             "testsrc2=size=320x240:rate=25:duration=3", "-f", "lavfi", "-i",
+                             "sine=frequency=440:duration=3", "-c:v", "libx264", "-pix_fmt", "yuv420p",
+                             "-c:a", "aac", "-shortest", clip });
+        QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
+        qputenv("KAVOT_NO_AUDIO_OUTPUT", "1");
+        TestWindow w(nullptr);
+        QSignalSpy init(w.playerPanel(), &OVPlayerPanel::initFinished);
+        w.openFile(clip); // no project yet: one is made for the recording
+        QVERIFY(w.project());
+        QVERIFY(init.wait(20000));
+        QCOMPARE(init.first().at(0).toInt(), 0);
+        QCOMPARE(w.project()->videoPath(), clip);
+        QTRY_VERIFY_WITH_TIMEOUT(qAbs(w.project()->videoLength() - 3.0) < 0.1, 10000);
+        QVERIFY(w.errors.isEmpty());
+
+        // A file the decoder cannot read is refused and the project keeps its recording.
+        const QString bad = dir.path() + "/notes.mp4";
+        QFile f(bad);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("these are notes, not a video\n");
+        f.close();
+        init.clear();
+        w.openVideo(bad);
+        QTRY_VERIFY_WITH_TIMEOUT(!w.errors.isEmpty(), 20000);
+        QVERIFY2(w.errors.last().contains("Failed to open input"), qPrintable(w.errors.last()));
+        QCOMPARE(w.project()->videoPath(), clip);
+        QVERIFY(qAbs(w.project()->videoLength() - 3.0) < 0.1);
     }
 
     void openingMissingFilesSaysSo()
