@@ -15,7 +15,7 @@ PACKAGES=(
   # file formats
   libjsoncpp-dev zlib1g-dev libquazip1-qt6-dev libxlsxwriter-dev
   # looking at the app headless, and a sound device without a sound card
-  xvfb xauth imagemagick pulseaudio pulseaudio-utils libasound2-plugins alsa-utils
+  xvfb xauth imagemagick xdotool pulseaudio pulseaudio-utils libasound2-plugins alsa-utils
   # demo speech
   espeak-ng
   # fuzzing and sanitizers; binutils for symbolising crash reports

@@ -7,6 +7,7 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPalette>
 #include <QSlider>
 #include <QStyle>
 #include <QToolButton>
@@ -31,6 +32,16 @@ OVPlayerControls::OVPlayerControls(QWidget *parent) : QWidget(parent)
     m_slider->setTracking(true);
     m_speed = new OVSpeedControl(this);
     m_volume = new OVVolumeControl(this);
+
+    // The controls sit on the black of the player; give them a dark bar of their own so the
+    // times are readable.
+    setAutoFillBackground(true);
+    QPalette bar = palette();
+    bar.setColor(QPalette::Window, QColor(40, 40, 40));
+    bar.setColor(QPalette::WindowText, QColor(225, 225, 225));
+    setPalette(bar);
+    m_positionLabel->setObjectName(QStringLiteral("lb_position"));
+    m_durationLabel->setObjectName(QStringLiteral("lb_duration"));
 
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(4, 2, 4, 2);
