@@ -72,7 +72,10 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
         onPlayerInitFinished(code);
     });
     connect(m_player, &OVPlayerPanel::durationKnown, this, [this](double seconds) {
-        if (m_project && seconds > 0 && qAbs(m_project->videoLength() - seconds) > 0.0005)
+        // The container's length and the player's differ by a few milliseconds; only a new or
+        // replaced recording changes the project (and its modified mark).
+        if (m_project && seconds > 0
+            && (m_project->videoLength() <= 0 || qAbs(m_project->videoLength() - seconds) > 0.5))
             m_project->setVideoLength(seconds);
     });
     connect(m_player, &OVPlayerPanel::fileDropped, this, &KVMainWindow::onFileDroppedToPlayer);

@@ -78,7 +78,10 @@ int main(int argc, char *argv[])
                 modal->close();
             modal->hide();
         }
-        app.quit();
+        // exit(), not quit(): Qt 6's quit() first asks every window to close, which would ask
+        // about unsaved changes and repaint the player mid-teardown. The window is torn down
+        // after exec() returns instead.
+        app.exit(0);
     });
 
     // 4. The crash reporter.

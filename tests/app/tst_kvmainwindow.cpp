@@ -323,6 +323,23 @@ private Q_SLOTS:
         QVERIFY2(w.errors.last().contains("Failed to open input"), qPrintable(w.errors.last()));
         QCOMPARE(w.project()->videoPath(), clip);
         QVERIFY(qAbs(w.project()->videoLength() - 3.0) < 0.1);
+
+        // Saved, reopened and played again: opening alone must not mark the project modified.
+        w.savePath = dir.path() + "/clip.kvpr";
+        QVERIFY(w.onSaveProjectAs());
+        QVERIFY(w.onCloseProject(true));
+        init.clear();
+        QVERIFY(w.loadProject(dir.path() + "/clip.kvpr"));
+        QVERIFY(init.wait(20000));
+        QTest::qWait(300);
+        QVERIFY(!w.isProjectModified());
+
+        // Closing the window while the recording plays ends without hanging.
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        QTest::qWait(500);
+        QVERIFY(w.close());
+        QVERIFY(!w.project());
     }
 
     void openingMissingFilesSaysSo()
