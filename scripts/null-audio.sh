@@ -125,13 +125,17 @@ EOF
       </dev/null >"$logfile" 2>&1 &
   echo $! >"$pidfile"
 
+  local started
+  started=$(cat "$pidfile")
   for _ in $(seq 1 100); do
     if server_answers; then
       watch_owner
       print_env
       return 0
     fi
-    our_pid >/dev/null || break
+    # Only whether it still runs: until the forked shell has exec'd pulseaudio, its command
+    # line is not yet the server's, and that is no failure.
+    kill -0 "$started" 2>/dev/null || break
     sleep 0.1
   done
   echo "null-audio: the server did not come up; its log:" >&2
