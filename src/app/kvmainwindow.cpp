@@ -459,6 +459,8 @@ void KVMainWindow::onRecentProjectClicked()
 void KVMainWindow::onProjectDataChanged()
 {
     onChangeDetected();
+    // The header's title shows in the window title.
+    updateWindowTitle();
 }
 
 void KVMainWindow::onProjectTypeChanged()
@@ -468,8 +470,9 @@ void KVMainWindow::onProjectTypeChanged()
 
 void KVMainWindow::onChangeDetected()
 {
-    setModified(true);
-    updateProjectSummary();
+    // Called on every coded key press: only the first change since a save has anything to update.
+    if (!m_modified)
+        setModified(true);
 }
 
 void KVMainWindow::openBackupFolder()

@@ -12,48 +12,31 @@ private Q_SLOTS:
     void defaults_data()
     {
         QTest::addColumn<int>("id");
-        QTest::addColumn<QString>("category");
         QTest::addColumn<QString>("title");
         QTest::addColumn<QString>("shortcut");
-        QTest::newRow("23") << 23 << "Transcription" << "Enable Transcribing" << "CTRL+SHIFT+E";
-        QTest::newRow("1") << 1 << "Transcription" << "Enable Looping" << "CTRL+SHIFT+L";
-        QTest::newRow("2") << 2 << "Transcription" << "Advance Loop Forward" << "CTRL+SHIFT+.";
-        QTest::newRow("3") << 3 << "Transcription" << "Advance Loop Backward" << "CTRL+SHIFT+,";
-        QTest::newRow("4") << 4 << "Transcription" << "Start New Utterance" << "CTRL+SHIFT+RETURN";
-        QTest::newRow("5") << 5 << "Transcription" << "Finish Utterance" << "CTRL+SHIFT+RETURN";
-        QTest::newRow("19") << 19 << "Transcription" << "Show Transcripts On Video" << "CTRL+SHIFT+U";
-        QTest::newRow("6") << 6 << "Playback" << "Volume Up" << "CTRL+SHIFT+UP";
-        QTest::newRow("7") << 7 << "Playback" << "Volume Down" << "CTRL+SHIFT+DOWN";
-        QTest::newRow("8") << 8 << "Playback" << "Speed Up" << "CTRL+SHIFT+]";
-        QTest::newRow("9") << 9 << "Playback" << "Speed Down" << "CTRL+SHIFT+[";
-        QTest::newRow("10") << 10 << "Playback" << "Seek Forward" << "CTRL+SHIFT+'";
-        QTest::newRow("11") << 11 << "Playback" << "Seek Backward" << "CTRL+SHIFT+;";
-        QTest::newRow("12") << 12 << "Playback" << "Toggle Playback" << "CTRL+SHIFT+SPACE";
-        QTest::newRow("20") << 20 << "Timeline" << "Add Label" << "CTRL+SHIFT+N";
-        QTest::newRow("24") << 24 << "File" << "Settings" << "CTRL+SHIFT+S";
-        QTest::newRow("61") << 61 << "Edit" << "Undo" << "CTRL+Z";
-        QTest::newRow("62") << 62 << "Edit" << "Redo" << "CTRL+SHIFT+Z";
-        QTest::newRow("13 no default") << 13 << "File" << "Open Video or Audio" << "";
-        QTest::newRow("38 no default") << 38 << "File" << "Save Project As..." << "";
-        QTest::newRow("70 no default") << 70 << "Transcription" << "Export Transcript (Excel)" << "";
+        // The two actions that share a default on purpose, one with punctuation, one without any.
+        QTest::newRow("4") << 4 << "Start New Utterance" << "CTRL+SHIFT+RETURN";
+        QTest::newRow("5") << 5 << "Finish Utterance" << "CTRL+SHIFT+RETURN";
+        QTest::newRow("10") << 10 << "Seek Forward" << "CTRL+SHIFT+'";
+        QTest::newRow("38 no default") << 38 << "Save Project As..." << "";
     }
     void defaults()
     {
         QFETCH(int, id);
-        QFETCH(QString, category);
         QFETCH(QString, title);
         QFETCH(QString, shortcut);
-        const OVActionInfo *info = OVActionRegistry::info(id);
-        QVERIFY(info);
-        QCOMPARE(info->category, category);
-        QCOMPARE(info->title, title);
-        QCOMPARE(info->defaultShortcut, shortcut);
-        // Every default must parse: a typo would silently leave the action without a key.
-        if (!shortcut.isEmpty())
-            QVERIFY(!QKeySequence(shortcut, QKeySequence::PortableText).isEmpty());
         OVActionRegistry registry;
         QCOMPARE(registry.action(id)->text(), title);
         QCOMPARE(registry.action(id)->shortcut(), QKeySequence(shortcut, QKeySequence::PortableText));
+    }
+
+    void everyDefaultParses()
+    {
+        // A typo in a default would silently leave its action without a key.
+        for (const OVActionInfo &i : OVActionRegistry::table()) {
+            if (!i.defaultShortcut.isEmpty())
+                QVERIFY2(!QKeySequence(i.defaultShortcut, QKeySequence::PortableText).isEmpty(), qPrintable(i.title));
+        }
     }
 
     void tableIsCompleteAndUnique()
