@@ -90,7 +90,6 @@ void RecordingDecoder::processAudioFrame(AVFrame *frame, OVAudioStream &stream)
     }
     const double t = frameTime(frame, stream.timeBase);
     QMutexLocker lock(&mutex);
-    audioFrames[stream.stream->index] += 1;
     audioSamples[stream.stream->index] += samples;
     if (m_afterSeek)
         audioTimesAfterSeek.append(t);

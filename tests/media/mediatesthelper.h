@@ -45,7 +45,6 @@ public:
     mutable QMutex mutex;
     // -- guarded by mutex
     QList<double> videoTimes;
-    std::map<int, int> audioFrames; // stream index -> frames
     std::map<int, qint64> audioSamples; // stream index -> converted samples per channel
     QList<double> audioTimesAfterSeek;
     QList<double> videoTimesAfterSeek;

@@ -225,11 +225,8 @@ void TestNXFFmpegWrapper::missingTool()
     QVERIFY(!NXFFmpegWrapper::checkTool(m_dir.filePath("no-such-ffmpeg")));
 
     // A file that is there but cannot be run is missing too.
-    const QString notExecutable = m_dir.filePath("ffmpeg-not-executable");
-    QFile f(notExecutable);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("not a program");
-    f.close();
+    const QString notExecutable = fakeTool("not-executable", "", 0);
+    QVERIFY(QFile::setPermissions(notExecutable, QFile::ReadOwner | QFile::WriteOwner));
     NXFFmpegWrapper second;
     second.setToolPath(notExecutable);
     QSignalSpy finished2(&second, &NXFFmpegWrapper::finished);

@@ -26,8 +26,8 @@ private Q_SLOTS:
     void streams();
     void nthAudioStream_data();
     void nthAudioStream();
-    void scalingWithinMaximum();
-    void rotation();
+    void convertedPictures_data();
+    void convertedPictures();
     void seekDropsFramesBeforeTarget_data();
     void seekDropsFramesBeforeTarget();
     void stopWakesBlockedRead_data();
@@ -36,7 +36,6 @@ private Q_SLOTS:
     void seekBeforeStart();
     void badInput_data();
     void badInput();
-    void fuzzerFindings_data();
     void fuzzerFindings();
 
 private:
@@ -54,6 +53,14 @@ QByteArray readAll(const QString &path)
 
 const QStringList kVideo2s { "-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=2" };
 
+// A decoder reading a file; the source is declared first so it outlives the decoding thread.
+struct FileRun
+{
+    explicit FileRun(const QString &path) : source(path) { decoder.setSource(&source); }
+    OVFileMediaSource source;
+    RecordingDecoder decoder;
+};
+
 } // namespace
 
 void TestOVVideoDecoderBase::initTestCase()
@@ -61,64 +68,51 @@ void TestOVVideoDecoderBase::initTestCase()
     if (!MediaTest::haveFfmpeg())
         QSKIP("the ffmpeg tool is needed to make test media");
     QVERIFY(m_dir.isValid());
-    const QString d = m_dir.path();
-    using MediaTest::generate;
-    QVERIFY(!generate(d, "audio.m4a", { "-f", "lavfi", "-i", "sine=frequency=440:duration=2", "-c:a", "aac" })
-                 .isEmpty());
-    QVERIFY(!generate(d, "video.mp4", kVideo2s + QStringList { "-c:v", "mpeg4", "-g", "25" }).isEmpty());
-    QVERIFY(!generate(d, "three.mkv",
-                      kVideo2s
-                          + QStringList { "-f", "lavfi", "-i", "sine=frequency=440:duration=2", "-f", "lavfi", "-i",
-                                          "sine=frequency=880:duration=2:sample_rate=48000", "-f", "lavfi", "-i",
-                                          "sine=frequency=220:duration=2", "-map", "0", "-map", "1", "-map", "2",
-                                          "-map", "3", "-c:v", "mpeg4", "-c:a", "aac", "-ac:a:1", "1" })
-                 .isEmpty());
-    QVERIFY(!generate(d, "two.mkv",
-                      QStringList { "-f", "lavfi", "-i", "sine=frequency=440:duration=1", "-f", "lavfi", "-i",
-                                    "sine=frequency=880:duration=1", "-map", "0", "-map", "1", "-c:a", "flac" })
-                 .isEmpty());
-    // Keyframes every second, so a seek to 2.5 s must start decoding at 2 s.
-    QVERIFY(!generate(d, "av4s.mp4",
-                      { "-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=4", "-f", "lavfi", "-i",
-                        "sine=frequency=440:duration=4", "-c:v", "mpeg4", "-g", "25", "-c:a", "aac",
-                        "-movflags", "+faststart" })
-                 .isEmpty());
-    QVERIFY(!generate(d, "hd.mp4",
-                      { "-f", "lavfi", "-i", "testsrc=size=1920x1080:rate=5:duration=1", "-c:v", "mpeg4" })
-                 .isEmpty());
-    QVERIFY(!generate(d, "plain.mp4", kVideo2s + QStringList { "-c:v", "mpeg4" }).isEmpty());
-    QVERIFY(!generate(d, "rotated.mp4", { "-i", file("plain.mp4"), "-c", "copy", "-metadata:s:v:0", "rotate=90" })
-                 .isEmpty());
-    QVERIFY(!generate(d, "va.mkv",
-                      kVideo2s
-                          + QStringList { "-f", "lavfi", "-i", "sine=duration=2", "-c:v", "mpeg4", "-c:a", "flac" })
-                 .isEmpty());
-    // The noise filter garbles the audio packets only; their headers then fail to parse.
-    QVERIFY(!generate(d, "damaged-audio.mkv", { "-i", file("va.mkv"), "-c", "copy", "-bsf:a", "noise=amount=2" })
-                 .isEmpty());
+    const QString sine = "sine=frequency=440:duration=2";
+    const std::pair<const char *, QStringList> media[] = {
+        { "audio.m4a", { "-f", "lavfi", "-i", sine, "-c:a", "aac" } },
+        { "video.mp4", kVideo2s + QStringList { "-c:v", "mpeg4", "-g", "25" } },
+        { "three.mkv", kVideo2s + QStringList { "-f", "lavfi", "-i", sine, "-f", "lavfi", "-i",
+                                                "sine=frequency=880:duration=2:sample_rate=48000", "-f", "lavfi",
+                                                "-i", "sine=frequency=220:duration=2", "-map", "0", "-map", "1",
+                                                "-map", "2", "-map", "3", "-c:v", "mpeg4", "-c:a", "aac",
+                                                "-ac:a:1", "1" } },
+        { "two.mkv", { "-f", "lavfi", "-i", "sine=frequency=440:duration=1", "-f", "lavfi", "-i",
+                       "sine=frequency=880:duration=1", "-map", "0", "-map", "1", "-c:a", "flac" } },
+        // Keyframes every second, so a seek to 2.5 s must start decoding at 2 s.
+        { "av4s.mp4", { "-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=4", "-f", "lavfi", "-i",
+                        "sine=frequency=440:duration=4", "-c:v", "mpeg4", "-g", "25", "-c:a", "aac", "-movflags",
+                        "+faststart" } },
+        { "hd.mp4", { "-f", "lavfi", "-i", "testsrc=size=1920x1080:rate=5:duration=1", "-c:v", "mpeg4" } },
+        { "plain.mp4", kVideo2s + QStringList { "-c:v", "mpeg4" } },
+        { "rotated.mp4", { "-i", file("plain.mp4"), "-c", "copy", "-metadata:s:v:0", "rotate=90" } },
+        { "va.mkv", kVideo2s + QStringList { "-f", "lavfi", "-i", "sine=duration=2", "-c:v", "mpeg4", "-c:a", "flac" } },
+        // The noise filter garbles the audio packets only; their headers then fail to parse.
+        { "damaged-audio.mkv", { "-i", file("va.mkv"), "-c", "copy", "-bsf:a", "noise=amount=2" } },
+    };
+    for (const auto &[name, args] : media)
+        QVERIFY2(!MediaTest::generate(m_dir.path(), name, args).isEmpty(), name);
 }
 
 void TestOVVideoDecoderBase::streams_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("inMemory");
-    QTest::addColumn<bool>("video");
     QTest::addColumn<int>("videoFrames");
     QTest::addColumn<int>("audioCount");
     QTest::addColumn<QList<int>>("sampleRates");
 
-    QTest::newRow("audio only") << "audio.m4a" << false << false << 0 << 1 << QList<int> { 44100 };
-    QTest::newRow("video only") << "video.mp4" << false << true << 50 << 0 << QList<int> {};
+    QTest::newRow("audio only") << "audio.m4a" << false << 0 << 1 << QList<int> { 44100 };
+    QTest::newRow("video only") << "video.mp4" << false << 50 << 0 << QList<int> {};
     QTest::newRow("three audio streams")
-        << "three.mkv" << false << true << 50 << 3 << QList<int> { 44100, 48000, 44100 };
-    QTest::newRow("from memory") << "three.mkv" << true << true << 50 << 3 << QList<int> { 44100, 48000, 44100 };
+        << "three.mkv" << false << 50 << 3 << QList<int> { 44100, 48000, 44100 };
+    QTest::newRow("from memory") << "three.mkv" << true << 50 << 3 << QList<int> { 44100, 48000, 44100 };
 }
 
 void TestOVVideoDecoderBase::streams()
 {
     QFETCH(QString, name);
     QFETCH(bool, inMemory);
-    QFETCH(bool, video);
     QFETCH(int, videoFrames);
     QFETCH(int, audioCount);
     QFETCH(QList<int>, sampleRates);
@@ -147,7 +141,6 @@ void TestOVVideoDecoderBase::streams()
     QCOMPARE(decoder.lastError(), OV::Error());
     QCOMPARE(decoder.audioStreamCount(), audioCount);
     const QMap<int, int> rates = decoder.audioSampleRates();
-    QCOMPARE(rates.size(), audioCount);
     QCOMPARE(rates.values(), sampleRates);
     QVERIFY(qAbs(decoder.duration() - 2.0) < 0.1);
 
@@ -158,12 +151,12 @@ void TestOVVideoDecoderBase::streams()
     QCOMPARE(decoder.audioCountAtInit, audioCount);
     // Every picture arrives, the ones the decoder threads hold back at the end included.
     QCOMPARE(decoder.videoTimes.size(), videoFrames);
-    if (video) {
+    if (videoFrames > 0) {
         // Containers may shift the start slightly (encoder delay of the audio).
         QVERIFY(decoder.videoTimes.first() >= 0.0 && decoder.videoTimes.first() < 0.05);
         QVERIFY(qAbs(decoder.videoTimes.last() - decoder.videoTimes.first() - 1.96) < 1e-6);
     }
-    QCOMPARE(int(decoder.audioFrames.size()), audioCount);
+    QCOMPARE(int(decoder.audioSamples.size()), audioCount);
     int i = 0;
     for (const auto &[index, samples] : decoder.audioSamples) {
         // Two seconds of sound at the stream's own rate, converted to stereo.
@@ -209,24 +202,40 @@ void TestOVVideoDecoderBase::nthAudioStream()
     QCOMPARE(count, expectedCount);
 }
 
-void TestOVVideoDecoderBase::scalingWithinMaximum()
+void TestOVVideoDecoderBase::convertedPictures_data()
 {
-    OVFileMediaSource source(file("hd.mp4"));
-    QVERIFY(source.open());
-    RecordingDecoder decoder;
-    decoder.setSource(&source);
-    decoder.setMaximumSize(QSize(854, 480));
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QSize>("maximum");
+    QTest::addColumn<int>("frames");
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<int>("rotation");
+    // 1920 × 1080 into 854 × 480 gives 853.33 wide, rounded down to 852 and the height following.
+    QTest::newRow("scaled within maximum") << "hd.mp4" << QSize(854, 480) << 5 << QSize(852, 479) << 0;
+    // The picture itself is not turned; the canvas does that.
+    QTest::newRow("rotated") << "rotated.mp4" << QSize(1000, 1000) << 50 << QSize(320, 240) << 90;
+}
+
+void TestOVVideoDecoderBase::convertedPictures()
+{
+    QFETCH(QString, name);
+    QFETCH(QSize, maximum);
+    QFETCH(int, frames);
+    QFETCH(QSize, size);
+    QFETCH(int, rotation);
+    FileRun run(file(name));
+    QVERIFY(run.source.open());
+    RecordingDecoder &decoder = run.decoder;
+    decoder.setMaximumSize(maximum);
     QVERIFY(MediaTest::runToEnd(&decoder));
     QCOMPARE(decoder.errorCode(), 0);
 
     QMutexLocker lock(&decoder.mutex);
     QVERIFY(decoder.converterOk);
-    QCOMPARE(decoder.videoTimes.size(), 5);
+    QCOMPARE(decoder.videoTimes.size(), frames);
+    QCOMPARE(decoder.lastFrame.rotation, rotation);
     const QImage &img = decoder.lastFrame.image;
     QCOMPARE(img.format(), QImage::Format_RGB888);
-    // 1920 × 1080 into 854 × 480 gives 853.33 wide, rounded down to 852 and the height following.
-    QCOMPARE(img.size(), QSize(852, 479));
-    QCOMPARE(img.width() % 4, 0);
+    QCOMPARE(img.size(), size);
     QCOMPARE(int(img.bytesPerLine()), (img.width() * 3 + 3) / 4 * 4);
     QCOMPARE(decoder.lastFrame.pixelAspect, 1.0);
     // testsrc draws a coloured picture; an all-black image would mean the scaler wrote nothing.
@@ -235,21 +244,6 @@ void TestOVVideoDecoderBase::scalingWithinMaximum()
         for (int x = 0; x < img.width() && !anyColour; x += 16)
             anyColour = img.pixel(x, y) != qRgb(0, 0, 0);
     QVERIFY(anyColour);
-}
-
-void TestOVVideoDecoderBase::rotation()
-{
-    OVFileMediaSource source(file("rotated.mp4"));
-    QVERIFY(source.open());
-    RecordingDecoder decoder;
-    decoder.setSource(&source);
-    decoder.setMaximumSize(QSize(1000, 1000));
-    QVERIFY(MediaTest::runToEnd(&decoder));
-    QCOMPARE(decoder.errorCode(), 0);
-    QMutexLocker lock(&decoder.mutex);
-    QCOMPARE(decoder.lastFrame.rotation, 90);
-    // The picture itself is not turned; the canvas does that.
-    QCOMPARE(decoder.lastFrame.image.size(), QSize(320, 240));
 }
 
 void TestOVVideoDecoderBase::seekDropsFramesBeforeTarget_data()
@@ -263,10 +257,9 @@ void TestOVVideoDecoderBase::seekDropsFramesBeforeTarget_data()
 void TestOVVideoDecoderBase::seekDropsFramesBeforeTarget()
 {
     QFETCH(double, target);
-    OVFileMediaSource source(file("av4s.mp4"));
-    QVERIFY(source.open());
-    RecordingDecoder decoder;
-    decoder.setSource(&source);
+    FileRun run(file("av4s.mp4"));
+    QVERIFY(run.source.open());
+    RecordingDecoder &decoder = run.decoder;
     decoder.setSeekAfterFirstFrame(target);
     QVERIFY(MediaTest::runToEnd(&decoder));
     QCOMPARE(decoder.errorCode(), 0);
@@ -332,10 +325,9 @@ void TestOVVideoDecoderBase::stopWakesBlockedRead()
 
 void TestOVVideoDecoderBase::restartAfterStop()
 {
-    OVFileMediaSource source(file("video.mp4"));
-    QVERIFY(source.open());
-    RecordingDecoder decoder;
-    decoder.setSource(&source);
+    FileRun run(file("video.mp4"));
+    QVERIFY(run.source.open());
+    RecordingDecoder &decoder = run.decoder;
     decoder.stop(); // before the start: the run ends at once without reaching the end
     QVERIFY(MediaTest::runToEnd(&decoder));
     {
@@ -353,10 +345,9 @@ void TestOVVideoDecoderBase::restartAfterStop()
 
 void TestOVVideoDecoderBase::seekBeforeStart()
 {
-    OVFileMediaSource source(file("av4s.mp4"));
-    QVERIFY(source.open());
-    RecordingDecoder decoder;
-    decoder.setSource(&source);
+    FileRun run(file("av4s.mp4"));
+    QVERIFY(run.source.open());
+    RecordingDecoder &decoder = run.decoder;
     decoder.requestSeek(3.0);
     QVERIFY(decoder.isSeekPending());
     QVERIFY(MediaTest::runToEnd(&decoder));
@@ -391,9 +382,7 @@ void TestOVVideoDecoderBase::badInput_data()
         c = char(gen.bounded(256));
     QTest::newRow("random bytes") << "noise.bin" << noise << 3 << 3 << openFailed;
 
-    QByteArray text;
-    for (int i = 0; i < 200; ++i)
-        text += "This is a plain text file that only pretends to be a video.\n";
+    const QByteArray text = QByteArray("This is a plain text file that only pretends to be a video.\n").repeated(200);
     QTest::newRow("text named mp4") << "text.mp4" << text << 3 << 3 << openFailed;
 
     QTest::newRow("damaged audio stream") << "damaged-audio.mkv" << QByteArray() << 0 << 6
@@ -413,10 +402,9 @@ void TestOVVideoDecoderBase::badInput()
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write(content);
     }
-    OVFileMediaSource source(file(name));
-    source.open(); // a missing file stays closed; the decoder must cope
-    RecordingDecoder decoder;
-    decoder.setSource(&source);
+    FileRun run(file(name));
+    run.source.open(); // a missing file stays closed; the decoder must cope
+    RecordingDecoder &decoder = run.decoder;
     QSignalSpy init(&decoder, &OVVideoDecoderBase::initFinished);
     QSignalSpy errors(&decoder, &OVVideoDecoderBase::errorRaised);
     QSignalSpy ended(&decoder, &OVVideoDecoderBase::videoFinished);
@@ -436,19 +424,10 @@ void TestOVVideoDecoderBase::badInput()
     QVERIFY(!decoder.endOfStream);
 }
 
-void TestOVVideoDecoderBase::fuzzerFindings_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<int>("code");
-    // Probed as a picture too large to allocate: a failed image allocation used to be freed twice.
-    QTest::newRow("image allocation fails") << (QByteArray(257, '\0') + QByteArray("\x13\xe0", 2)) << 0;
-}
-
 void TestOVVideoDecoderBase::fuzzerFindings()
 {
-    QFETCH(QByteArray, content);
-    QFETCH(int, code);
-    OVMemoryMediaSource source(content);
+    // Probed as a picture too large to allocate: a failed image allocation used to be freed twice.
+    OVMemoryMediaSource source(QByteArray(257, '\0') + QByteArray("\x13\xe0", 2));
     RecordingDecoder decoder;
     decoder.setSource(&source);
     decoder.setProbeLimits(32768, 200000);
@@ -457,7 +436,7 @@ void TestOVVideoDecoderBase::fuzzerFindings()
     QVERIFY(MediaTest::runToEnd(&decoder));
     QCOMPARE(init.count(), 1);
     QCOMPARE(ended.count(), 1);
-    QCOMPARE(decoder.lastError().code(), code);
+    QCOMPARE(decoder.lastError().code(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestOVVideoDecoderBase)
