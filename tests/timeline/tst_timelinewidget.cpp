@@ -29,7 +29,6 @@ private Q_SLOTS:
     void dragSegments_data();
     void dragSegments();
     void dropAcceptsOnlySegPtr();
-    void openSegmentFollowsPosition();
     void labelingMessages();
     void labelReorderIsOneStep();
     void resizeIsOneStep();
@@ -145,16 +144,26 @@ void TstTimelineWidget::wheelScrollLimits()
 
 void TstTimelineWidget::segmentGeometry()
 {
-    Label *l = m_timeline->labels().at(0);
-    Segment *s = m_widget->history()->addSegment(l, 10.0, 20.0);
-    const OVTimelineLabelPainter *p = m_widget->labelPainters().at(0);
+    m_project->state()->setCurrentPos(30.0);
+    Segment *s = m_widget->history()->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
+    Segment *open = m_widget->history()->addSegment(m_timeline->labels().at(1), 20.0, Segment::OpenEnd);
     const OVTimeMapping m = m_widget->mapping();
-    const QRect bar = p->barRect(m, s->start(), s->end(), 0.0);
+    const QRect bar = m_widget->labelPainters().at(0)->barRect(m, s->start(), s->end(), 0.0);
     QCOMPARE(bar.left(), int(m.left) + 10);
     QCOMPARE(bar.right() + 1, int(m.left) + 20);
     QCOMPARE(m_widget->segmentAt(pointAt(0, 15.0)), s);
     QCOMPARE(m_widget->segmentAt(pointAt(1, 15.0)), nullptr);
     QCOMPARE(m_widget->segmentAt(pointAt(0, 25.0)), nullptr);
+
+    // An open segment ends at the current position and follows it.
+    QCOMPARE(m_widget->segmentAt(pointAt(1, 25.0)), open);
+    QCOMPARE(m_widget->segmentAt(pointAt(1, 35.0)), nullptr);
+    QVERIFY(OVTimelineLabelPainter::segmentToolTip(open, 30.0).contains(QStringLiteral("End: 00:00:30.000")));
+    m_project->state()->setCurrentPos(40.0);
+    QCOMPARE(m_widget->segmentAt(pointAt(1, 35.0)), open);
+    QCOMPARE(OVTimelineLabelPainter::segmentInfo(open, 40.0), QStringLiteral("Time: 00:00:20.000 - 00:00:40.000\nAuthor: alice"));
+    open->setDescription(QStringLiteral("note"));
+    QCOMPARE(OVTimelineLabelPainter::segmentToolTip(open, 40.0), QStringLiteral("Start: 00:00:20.000\nEnd: 00:00:40.000\nAuthor: alice\nDesc: note"));
 }
 
 void TstTimelineWidget::cursorGrabByMouse_data()
@@ -286,21 +295,6 @@ void TstTimelineWidget::dropAcceptsOnlySegPtr()
     stale.setData(QStringLiteral("segptr"), QByteArray::number(quintptr(s) + 8));
     QVERIFY(!m_widget->dropSegments(&stale, target));
     QCOMPARE(s->label(), m_timeline->labels().at(0));
-}
-
-void TstTimelineWidget::openSegmentFollowsPosition()
-{
-    m_project->state()->setCurrentPos(30.0);
-    Segment *s = m_widget->history()->addSegment(m_timeline->labels().at(0), 20.0, Segment::OpenEnd);
-    QCOMPARE(m_widget->segmentAt(pointAt(0, 25.0)), s);
-    QCOMPARE(m_widget->segmentAt(pointAt(0, 35.0)), nullptr);
-    QVERIFY(OVTimelineLabelPainter::segmentToolTip(s, 30.0).contains(QStringLiteral("End: 00:00:30.000")));
-    m_project->state()->setCurrentPos(40.0);
-    QCOMPARE(m_widget->currentPos(), 40.0);
-    QCOMPARE(m_widget->segmentAt(pointAt(0, 35.0)), s);
-    QCOMPARE(OVTimelineLabelPainter::segmentInfo(s, 40.0), QStringLiteral("Time: 00:00:20.000 - 00:00:40.000\nAuthor: alice"));
-    s->setDescription(QStringLiteral("note"));
-    QCOMPARE(OVTimelineLabelPainter::segmentToolTip(s, 40.0), QStringLiteral("Start: 00:00:20.000\nEnd: 00:00:40.000\nAuthor: alice\nDesc: note"));
 }
 
 void TstTimelineWidget::labelingMessages()
