@@ -33,6 +33,23 @@ private:
         const QString problem = OVTimelineHistory::checkConsistency(p);
         QVERIFY2(problem.isEmpty(), qPrintable(problem));
     }
+    static QString state(const Timeline *t) { return snapshot(t).join(QLatin1Char('\n')); }
+    // Undo to the first state and redo to the last, one step at a time, checking every state.
+    static void undoRedoAll(QUndoStack *stack, Project *p, const Timeline *t, const QStringList &states)
+    {
+        QCOMPARE(stack->count(), states.size() - 1);
+        for (int i = states.size() - 1; i > 0; --i) {
+            QCOMPARE(state(t), states.at(i));
+            stack->undo();
+            checked(p);
+        }
+        QCOMPARE(state(t), states.first());
+        for (int i = 1; i < states.size(); ++i) {
+            stack->redo();
+            checked(p);
+            QCOMPARE(state(t), states.at(i));
+        }
+    }
 };
 
 void TstTimelineHistory::codingSessionUndoRedo_data()
@@ -64,7 +81,7 @@ void TstTimelineHistory::codingSessionUndoRedo()
     QVERIFY(QTest::qWaitForWindowActive(&control));
     control.timelineWidget()->setFocus();
 
-    QStringList history{ snapshot(t).join(QLatin1Char('\n')) };
+    QStringList history{ state(t) };
     QRandomGenerator rng(1234);
     double pos = 0.0;
     const char keys[] = { 'A', 'B', 'C', 'D', 'a', 'c' };
@@ -72,26 +89,11 @@ void TstTimelineHistory::codingSessionUndoRedo()
         pos += rng.bounded(4.0);
         project.state()->setCurrentPos(pos);
         QTest::keyClick(control.timelineWidget(), keys[rng.bounded(int(sizeof keys))]);
-        const QString now = snapshot(t).join(QLatin1Char('\n'));
-        if (now != history.last())
-            history.append(now);
+        if (state(t) != history.last())
+            history.append(state(t));
     }
-    QUndoStack *stack = control.undoStack();
-    QCOMPARE(stack->count(), history.size() - 1);
-    QVERIFY(stack->count() > 100);
-
-    // Back to the start one step at a time, each step restoring the state before that press.
-    for (int i = history.size() - 1; i > 0; --i) {
-        QCOMPARE(snapshot(t).join(QLatin1Char('\n')), history.at(i));
-        stack->undo();
-        checked(&project);
-    }
-    QCOMPARE(snapshot(t).join(QLatin1Char('\n')), history.first());
-    for (int i = 1; i < history.size(); ++i) {
-        stack->redo();
-        checked(&project);
-        QCOMPARE(snapshot(t).join(QLatin1Char('\n')), history.at(i));
-    }
+    QVERIFY(control.undoStack()->count() > 100);
+    undoRedoAll(control.undoStack(), &project, t, history);
 }
 
 void TstTimelineHistory::editsUndoRedo()
@@ -101,11 +103,11 @@ void TstTimelineHistory::editsUndoRedo()
     OVTimelineHistory h;
     h.setProject(&project);
     QUndoStack *stack = h.undoStack();
-    QStringList states{ snapshot(t).join(QLatin1Char('\n')) };
+    QStringList states{ state(t) };
     auto step = [&](bool ok) {
         QVERIFY(ok);
         checked(&project);
-        states << snapshot(t).join(QLatin1Char('\n'));
+        states << state(t);
         QCOMPARE(stack->count(), states.size() - 1);
     };
 
@@ -134,18 +136,7 @@ void TstTimelineHistory::editsUndoRedo()
     // A gesture that changed nothing leaves no step.
     h.beginGesture(QStringLiteral("none"));
     h.endGesture();
-    QCOMPARE(stack->count(), states.size() - 1);
-
-    for (int i = states.size() - 1; i > 0; --i) {
-        stack->undo();
-        checked(&project);
-        QCOMPARE(snapshot(t).join(QLatin1Char('\n')), states.at(i - 1));
-    }
-    for (int i = 1; i < states.size(); ++i) {
-        stack->redo();
-        checked(&project);
-        QCOMPARE(snapshot(t).join(QLatin1Char('\n')), states.at(i));
-    }
+    undoRedoAll(stack, &project, t, states);
 }
 
 void TstTimelineHistory::failedRequestsChangeNothing()
@@ -157,7 +148,7 @@ void TstTimelineHistory::failedRequestsChangeNothing()
     OVTimelineHistory h;
     h.setProject(&project);
     Segment *s = h.addSegment(t->labels().at(0), 1.0, 2.0);
-    const QString before = snapshot(t).join(QLatin1Char('\n'));
+    const QString before = state(t);
     const int steps = h.undoStack()->count();
 
     QVERIFY(!h.addSegment(t->labels().at(0), 5.0, 4.0)); // ends before it starts
@@ -170,7 +161,7 @@ void TstTimelineHistory::failedRequestsChangeNothing()
     Segment *theirs = new Segment(1.0, 2.0, BaseNode::newId());
     foreign->labels().at(0)->addSegment(theirs);
     QVERIFY(!h.moveSegments({ theirs }, t->labels().at(1)));
-    QCOMPARE(snapshot(t).join(QLatin1Char('\n')), before);
+    QCOMPARE(state(t), before);
     QCOMPARE(h.undoStack()->count(), steps);
 
     // A new project starts a new history.

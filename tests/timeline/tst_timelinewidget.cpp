@@ -18,27 +18,38 @@ class TstTimelineWidget : public QObject
 private Q_SLOTS:
     void init();
     void cleanup();
-    void ppsAndOffsetSetters();
+    void sameValueSignalsNothing();
     void wheelZoom();
     void wheelScrollLimits_data();
     void wheelScrollLimits();
-    void wheelOtherModifiers();
     void segmentGeometry();
     void cursorGrabByMouse_data();
     void cursorGrabByMouse();
     void selectionByClickAndRubberBand();
-    void dragOneSegment();
-    void dragSeveralSegments();
+    void dragSegments_data();
+    void dragSegments();
     void dropAcceptsOnlySegPtr();
-    void openSegmentFollowsPosition();
     void labelingMessages();
     void labelReorderIsOneStep();
     void resizeIsOneStep();
     void otherTimelinesAreReadOnly();
-    void requireModifierGuardsClicks();
 
 private:
     QPoint pointAt(int row, double time) const;
+    void moveTo(const QPoint &p, Qt::KeyboardModifiers mods = Qt::NoModifier) const
+    {
+        QMouseEvent move(QEvent::MouseMove, p, m_widget->mapToGlobal(p), Qt::NoButton, Qt::LeftButton, mods);
+        QApplication::sendEvent(m_widget, &move);
+    }
+    // A real drag: enter, then drop. Returns whether the enter was accepted.
+    bool dragDrop(QMimeData *data, const QPoint &target) const
+    {
+        QDragEnterEvent enter(target, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(m_widget, &enter);
+        QDropEvent drop(target, Qt::MoveAction, data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(m_widget, &drop);
+        return enter.isAccepted();
+    }
 
     Project *m_project = nullptr;
     Timeline *m_timeline = nullptr;
@@ -69,25 +80,19 @@ QPoint TstTimelineWidget::pointAt(int row, double time) const
     return QPoint(m_widget->mapping().xAt(time), r.center().y());
 }
 
-void TstTimelineWidget::ppsAndOffsetSetters()
+void TstTimelineWidget::sameValueSignalsNothing()
 {
     QSignalSpy pps(m_widget, &OVTimelineWidget::ppsChanged);
     QTest::ignoreMessage(QtDebugMsg, "TimelineWidget::pps set to: 2.5");
     m_widget->setPps(2.5);
-    QCOMPARE(pps.size(), 1);
-    QCOMPARE(pps.at(0).at(0).toDouble(), 2.5);
     m_widget->setPps(2.5);
-    QCOMPARE(pps.size(), 1); // same value: nothing
-
+    QCOMPARE(pps.size(), 1);
     QSignalSpy offset(m_widget, &OVTimelineWidget::offsetChanged);
     QTest::ignoreMessage(QtDebugMsg, "TimelineWidget::offset set to: 42");
     m_widget->setOffset(42.0);
-    QCOMPARE(m_widget->offset(), 42.0);
-    QCOMPARE(offset.size(), 1);
     m_widget->setOffset(42.0);
     QCOMPARE(offset.size(), 1);
-    // A new zoom keeps the offset.
-    m_widget->setPps(4.0);
+    m_widget->setPps(4.0); // a new zoom keeps the offset
     QCOMPARE(m_widget->offset(), 42.0);
 }
 
@@ -112,11 +117,15 @@ void TstTimelineWidget::wheelScrollLimits_data()
     QTest::addColumn<double>("start");
     QTest::addColumn<int>("delta");
     QTest::addColumn<double>("expected");
-    QTest::newRow("150 px forward") << 1.0 << 0.0 << 120 << 150.0;
-    QTest::newRow("150 px back, zoomed in") << 10.0 << 100.0 << -120 << 85.0;
-    QTest::newRow("stops at the video length") << 1.0 << 500.0 << 120 << 600.0;
-    QTest::newRow("stops at 0") << 1.0 << 100.0 << -120 << 0.0;
-    QTest::newRow("zoomed out, far past the end") << 0.01 << 10.0 << 120 << 600.0;
+    QTest::addColumn<int>("mods");
+    QTest::newRow("150 px forward") << 1.0 << 0.0 << 120 << 150.0 << 0;
+    QTest::newRow("150 px back, zoomed in") << 10.0 << 100.0 << -120 << 85.0 << 0;
+    QTest::newRow("stops at the video length") << 1.0 << 500.0 << 120 << 600.0 << 0;
+    QTest::newRow("stops at 0") << 1.0 << 100.0 << -120 << 0.0 << 0;
+    QTest::newRow("zoomed out, far past the end") << 0.01 << 10.0 << 120 << 600.0 << 0;
+    QTest::newRow("alt does nothing") << 1.0 << 100.0 << 120 << 100.0 << int(Qt::AltModifier);
+    QTest::newRow("shift does nothing") << 1.0 << 100.0 << 120 << 100.0 << int(Qt::ShiftModifier);
+    QTest::newRow("control+shift does nothing") << 1.0 << 100.0 << 120 << 100.0 << int(Qt::ControlModifier | Qt::ShiftModifier);
 }
 
 void TstTimelineWidget::wheelScrollLimits()
@@ -125,34 +134,36 @@ void TstTimelineWidget::wheelScrollLimits()
     QFETCH(double, start);
     QFETCH(int, delta);
     QFETCH(double, expected);
+    QFETCH(int, mods);
     m_widget->setPps(pps);
     m_widget->setOffset(start);
-    m_widget->applyWheel(delta, Qt::NoModifier);
+    m_widget->applyWheel(delta, Qt::KeyboardModifiers(mods));
     QVERIFY2(qAbs(m_widget->offset() - expected) < 1e-9, qPrintable(QString::number(m_widget->offset())));
-}
-
-void TstTimelineWidget::wheelOtherModifiers()
-{
-    m_widget->setOffset(100.0);
-    for (Qt::KeyboardModifiers mods : { Qt::KeyboardModifiers(Qt::AltModifier), Qt::KeyboardModifiers(Qt::ShiftModifier), Qt::ControlModifier | Qt::ShiftModifier }) {
-        m_widget->applyWheel(120, mods);
-        QCOMPARE(m_widget->pps(), 1.0);
-        QCOMPARE(m_widget->offset(), 100.0);
-    }
+    QCOMPARE(m_widget->pps(), pps);
 }
 
 void TstTimelineWidget::segmentGeometry()
 {
-    Label *l = m_timeline->labels().at(0);
-    Segment *s = m_widget->history()->addSegment(l, 10.0, 20.0);
-    const OVTimelineLabelPainter *p = m_widget->labelPainters().at(0);
+    m_project->state()->setCurrentPos(30.0);
+    Segment *s = m_widget->history()->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
+    Segment *open = m_widget->history()->addSegment(m_timeline->labels().at(1), 20.0, Segment::OpenEnd);
     const OVTimeMapping m = m_widget->mapping();
-    const QRect bar = p->barRect(m, s->start(), s->end(), 0.0);
+    const QRect bar = m_widget->labelPainters().at(0)->barRect(m, s->start(), s->end(), 0.0);
     QCOMPARE(bar.left(), int(m.left) + 10);
     QCOMPARE(bar.right() + 1, int(m.left) + 20);
     QCOMPARE(m_widget->segmentAt(pointAt(0, 15.0)), s);
     QCOMPARE(m_widget->segmentAt(pointAt(1, 15.0)), nullptr);
     QCOMPARE(m_widget->segmentAt(pointAt(0, 25.0)), nullptr);
+
+    // An open segment ends at the current position and follows it.
+    QCOMPARE(m_widget->segmentAt(pointAt(1, 25.0)), open);
+    QCOMPARE(m_widget->segmentAt(pointAt(1, 35.0)), nullptr);
+    QVERIFY(OVTimelineLabelPainter::segmentToolTip(open, 30.0).contains(QStringLiteral("End: 00:00:30.000")));
+    m_project->state()->setCurrentPos(40.0);
+    QCOMPARE(m_widget->segmentAt(pointAt(1, 35.0)), open);
+    QCOMPARE(OVTimelineLabelPainter::segmentInfo(open, 40.0), QStringLiteral("Time: 00:00:20.000 - 00:00:40.000\nAuthor: alice"));
+    open->setDescription(QStringLiteral("note"));
+    QCOMPARE(OVTimelineLabelPainter::segmentToolTip(open, 40.0), QStringLiteral("Start: 00:00:20.000\nEnd: 00:00:40.000\nAuthor: alice\nDesc: note"));
 }
 
 void TstTimelineWidget::cursorGrabByMouse_data()
@@ -174,9 +185,7 @@ void TstTimelineWidget::cursorGrabByMouse()
     QSignalSpy seek(m_widget, &OVTimelineWidget::seekRequested);
     const QPoint press = pointAt(2, 50.0) + QPoint(dx, 0);
     QTest::mousePress(m_widget, Qt::LeftButton, Qt::NoModifier, press);
-    QTest::mouseMove(m_widget, press + QPoint(40, 0));
-    QMouseEvent move(QEvent::MouseMove, press + QPoint(40, 0), m_widget->mapToGlobal(press + QPoint(40, 0)), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(m_widget, &move);
+    moveTo(press + QPoint(40, 0));
     QTest::mouseRelease(m_widget, Qt::LeftButton, Qt::NoModifier, press + QPoint(40, 0));
     QCOMPARE(seek.isEmpty(), !seeks);
     if (seeks)
@@ -200,8 +209,7 @@ void TstTimelineWidget::selectionByClickAndRubberBand()
     const QPoint from = pointAt(0, 5.0);
     const QPoint to = pointAt(1, 50.0);
     QTest::mousePress(m_widget, Qt::LeftButton, Qt::ShiftModifier, from);
-    QMouseEvent move(QEvent::MouseMove, to, m_widget->mapToGlobal(to), Qt::NoButton, Qt::LeftButton, Qt::ShiftModifier);
-    QApplication::sendEvent(m_widget, &move);
+    moveTo(to, Qt::ShiftModifier);
     QTest::mouseRelease(m_widget, Qt::LeftButton, Qt::ShiftModifier, to);
     QList<Segment *> selected = m_widget->selectedSegments();
     QCOMPARE(selected.size(), 2);
@@ -210,69 +218,65 @@ void TstTimelineWidget::selectionByClickAndRubberBand()
     // A selected segment that is deleted leaves the selection.
     delete a;
     QCOMPARE(m_widget->selectedSegments(), QList<Segment *>{ b });
+
+    // With a modifier required, a plain click selects nothing.
+    m_widget->clearSelection();
+    QTest::ignoreMessage(QtDebugMsg, "TimelineWidget::requireModifier set to: true");
+    m_widget->setRequireModifier(true);
+    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, pointAt(1, 35.0));
+    QVERIFY(m_widget->selectedSegments().isEmpty());
+    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::ControlModifier, pointAt(1, 35.0));
+    QCOMPARE(m_widget->selectedSegments(), QList<Segment *>{ b });
 }
 
-void TstTimelineWidget::dragOneSegment()
+void TstTimelineWidget::dragSegments_data()
 {
-    OVTimelineHistory *h = m_widget->history();
-    Segment *s = h->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
-    const Id id = s->id();
-    h->undoStack()->clear();
-    std::unique_ptr<QMimeData> data(m_widget->createDragData(s));
-    QCOMPARE(data->data(QStringLiteral("segptr")), QByteArray::number(quintptr(s)));
-    QVERIFY(!data->hasFormat(QStringLiteral("segptrlist")));
-
-    const QPoint target = pointAt(2, 300.0);
-    // As a real drag: enter, then drop.
-    QDragEnterEvent enter(target, Qt::MoveAction, data.get(), Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(m_widget, &enter);
-    QVERIFY(enter.isAccepted());
-    QDropEvent drop(target, Qt::MoveAction, data.get(), Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(m_widget, &drop);
-    QCOMPARE(m_timeline->labels().at(0)->segmentCount(), 0);
-    QCOMPARE(m_timeline->labels().at(2)->segmentCount(), 1);
-    Segment *moved = m_timeline->labels().at(2)->segments().first();
-    QCOMPARE(moved->id(), id);
-    QCOMPARE(moved->start(), 10.0); // times stay
-    QCOMPARE(moved->end(), 20.0);
-    QCOMPARE(h->undoStack()->count(), 1);
-    h->undoStack()->undo();
-    QCOMPARE(segmentList(m_timeline), QStringList{ "0:10-20" });
-    QCOMPARE(m_timeline->labels().at(0)->segments().first()->id(), id);
-    QVERIFY(OVTimelineHistory::checkConsistency(m_project).isEmpty());
+    QTest::addColumn<QList<int>>("selected");
+    QTest::addColumn<int>("dragged");
+    QTest::addColumn<int>("row");
+    QTest::addColumn<double>("time");
+    QTest::addColumn<QStringList>("after");
+    // Segments: 0 = 0:10-20, 1 = 1:30-40, 2 = 0:50-60, 3 = 0:70-80. Times stay, ids stay.
+    QTest::newRow("one segment") << QList<int>{} << 0 << 2 << 300.0 << QStringList{ "0:50-60", "0:70-80", "1:30-40", "2:10-20" };
+    QTest::newRow("the selection") << QList<int>{ 0, 1, 2 } << 1 << 3 << 5.0 << QStringList{ "0:70-80", "3:10-20", "3:30-40", "3:50-60" };
 }
 
-void TstTimelineWidget::dragSeveralSegments()
+void TstTimelineWidget::dragSegments()
 {
+    QFETCH(QList<int>, selected);
+    QFETCH(int, dragged);
+    QFETCH(int, row);
+    QFETCH(double, time);
+    QFETCH(QStringList, after);
     OVTimelineHistory *h = m_widget->history();
-    Segment *a = h->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
-    Segment *b = h->addSegment(m_timeline->labels().at(1), 30.0, 40.0);
-    Segment *c = h->addSegment(m_timeline->labels().at(0), 50.0, 60.0);
-    Segment *other = h->addSegment(m_timeline->labels().at(0), 70.0, 80.0);
-    m_widget->selectSegments({ a, b, c });
+    QList<Segment *> segs;
+    const std::pair<int, double> where[] = { { 0, 10.0 }, { 1, 30.0 }, { 0, 50.0 }, { 0, 70.0 } };
+    for (auto [label, start] : where)
+        segs << h->addSegment(m_timeline->labels().at(label), start, start + 10.0);
+    QList<Segment *> selection;
+    for (int i : selected)
+        selection << segs.at(i);
+    m_widget->selectSegments(selection);
     h->undoStack()->clear();
+    auto segmentLines = [this] { // id, times and text of every segment, whatever its label
+        QStringList out = snapshot(m_timeline).filter(QStringLiteral("  S "));
+        out.sort();
+        return out;
+    };
+    const QStringList before = snapshot(m_timeline);
+    const QStringList lines = segmentLines();
 
-    std::unique_ptr<QMimeData> data(m_widget->createDragData(b));
-    QCOMPARE(data->data(QStringLiteral("segptr")), QByteArray::number(quintptr(b)));
-    QList<QByteArray> listed = data->data(QStringLiteral("segptrlist")).split(',');
-    std::sort(listed.begin(), listed.end());
-    QList<QByteArray> wanted{ QByteArray::number(quintptr(a)), QByteArray::number(quintptr(b)), QByteArray::number(quintptr(c)) };
-    std::sort(wanted.begin(), wanted.end());
-    QCOMPARE(listed, wanted);
-
-    const QPoint target = pointAt(3, 5.0);
-    QDragEnterEvent enter(target, Qt::MoveAction, data.get(), Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(m_widget, &enter);
-    QVERIFY(enter.isAccepted());
-    QDropEvent drop(target, Qt::MoveAction, data.get(), Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(m_widget, &drop);
-    QCOMPARE(segmentList(m_timeline), (QStringList{ "0:70-80", "3:10-20", "3:30-40", "3:50-60" }));
-    QCOMPARE(other->label(), m_timeline->labels().at(0));
+    std::unique_ptr<QMimeData> data(m_widget->createDragData(segs.at(dragged)));
+    QCOMPARE(data->data(QStringLiteral("segptr")), QByteArray::number(quintptr(segs.at(dragged))));
+    QCOMPARE(data->hasFormat(QStringLiteral("segptrlist")), !selected.isEmpty());
+    QVERIFY(dragDrop(data.get(), pointAt(row, time)));
+    QCOMPARE(segmentList(m_timeline), after);
+    QCOMPARE(segmentLines(), lines);
     QCOMPARE(h->undoStack()->count(), 1); // one gesture, one step
     h->undoStack()->undo();
-    QCOMPARE(segmentList(m_timeline), (QStringList{ "0:10-20", "0:50-60", "0:70-80", "1:30-40" }));
+    QCOMPARE(snapshot(m_timeline), before);
     h->undoStack()->redo();
-    QCOMPARE(segmentList(m_timeline), (QStringList{ "0:70-80", "3:10-20", "3:30-40", "3:50-60" }));
+    QCOMPARE(segmentList(m_timeline), after);
     QVERIFY(OVTimelineHistory::checkConsistency(m_project).isEmpty());
 }
 
@@ -282,11 +286,7 @@ void TstTimelineWidget::dropAcceptsOnlySegPtr()
     QMimeData listOnly;
     listOnly.setData(QStringLiteral("segptrlist"), QByteArray::number(quintptr(s)));
     const QPoint target = pointAt(1, 5.0);
-    QDragEnterEvent enter(target, Qt::MoveAction, &listOnly, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(m_widget, &enter);
-    QVERIFY(!enter.isAccepted());
-    QDropEvent drop(target, Qt::MoveAction, &listOnly, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(m_widget, &drop);
+    QVERIFY(!dragDrop(&listOnly, target));
     QVERIFY(!m_widget->dropSegments(&listOnly, target));
     QCOMPARE(s->label(), m_timeline->labels().at(0));
 
@@ -295,21 +295,6 @@ void TstTimelineWidget::dropAcceptsOnlySegPtr()
     stale.setData(QStringLiteral("segptr"), QByteArray::number(quintptr(s) + 8));
     QVERIFY(!m_widget->dropSegments(&stale, target));
     QCOMPARE(s->label(), m_timeline->labels().at(0));
-}
-
-void TstTimelineWidget::openSegmentFollowsPosition()
-{
-    m_project->state()->setCurrentPos(30.0);
-    Segment *s = m_widget->history()->addSegment(m_timeline->labels().at(0), 20.0, Segment::OpenEnd);
-    QCOMPARE(m_widget->segmentAt(pointAt(0, 25.0)), s);
-    QCOMPARE(m_widget->segmentAt(pointAt(0, 35.0)), nullptr);
-    QVERIFY(OVTimelineLabelPainter::segmentToolTip(s, 30.0).contains(QStringLiteral("End: 00:00:30.000")));
-    m_project->state()->setCurrentPos(40.0);
-    QCOMPARE(m_widget->currentPos(), 40.0);
-    QCOMPARE(m_widget->segmentAt(pointAt(0, 35.0)), s);
-    QCOMPARE(OVTimelineLabelPainter::segmentInfo(s, 40.0), QStringLiteral("Time: 00:00:20.000 - 00:00:40.000\nAuthor: alice"));
-    s->setDescription(QStringLiteral("note"));
-    QCOMPARE(OVTimelineLabelPainter::segmentToolTip(s, 40.0), QStringLiteral("Start: 00:00:20.000\nEnd: 00:00:40.000\nAuthor: alice\nDesc: note"));
 }
 
 void TstTimelineWidget::labelingMessages()
@@ -321,7 +306,6 @@ void TstTimelineWidget::labelingMessages()
     QSignalSpy clicked(m_widget, &OVTimelineWidget::emptyTimelineClicked);
     QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, pointAt(0, 100.0));
     QCOMPARE(clicked.size(), 0);
-    QCOMPARE(m_widget->labelingMessage(), QStringLiteral("Labeling is disabled. Add video to the project first."));
     noVideo.setVideoLength(120.0);
     QCOMPARE(m_widget->labelingMessage(), QStringLiteral("Labeling is disabled. Click anywhere on timelines to enable."));
     QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, pointAt(0, 100.0));
@@ -340,15 +324,11 @@ void TstTimelineWidget::labelReorderIsOneStep()
             n << l->name();
         return n;
     };
-    QCOMPARE(names(), before);
     // Drag the first name down over rows 1, 2 and 3.
     const QPoint press = m_widget->labelPainters().at(0)->nameRect().center();
     QTest::mousePress(m_widget, Qt::LeftButton, Qt::NoModifier, press);
-    for (int row = 1; row <= 3; ++row) {
-        const QPoint p(press.x(), press.y() + row * OVTimelineWidget::RowHeight);
-        QMouseEvent move(QEvent::MouseMove, p, m_widget->mapToGlobal(p), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(m_widget, &move);
-    }
+    for (int row = 1; row <= 3; ++row)
+        moveTo(QPoint(press.x(), press.y() + row * OVTimelineWidget::RowHeight));
     QTest::mouseRelease(m_widget, Qt::LeftButton, Qt::NoModifier, QPoint(press.x(), press.y() + 3 * OVTimelineWidget::RowHeight));
     QCOMPARE(names(), (QStringList{ "Label 2", "Label 3", "Label 4", "Label 1" }));
     for (int i = 0; i < 4; ++i)
@@ -366,11 +346,8 @@ void TstTimelineWidget::resizeIsOneStep()
     h->undoStack()->clear();
     const QPoint press = pointAt(1, 20.0) - QPoint(1, 0); // on the end edge
     QTest::mousePress(m_widget, Qt::LeftButton, Qt::NoModifier, press);
-    for (int dx : { 8, 16, 24, 40 }) {
-        const QPoint p = press + QPoint(dx, 0);
-        QMouseEvent move(QEvent::MouseMove, p, m_widget->mapToGlobal(p), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(m_widget, &move);
-    }
+    for (int dx : { 8, 16, 24, 40 })
+        moveTo(press + QPoint(dx, 0));
     QTest::mouseRelease(m_widget, Qt::LeftButton, Qt::NoModifier, press + QPoint(40, 0));
     QCOMPARE(s->start(), 10.0);
     QVERIFY(qAbs(s->end() - 29.75) < 0.26);
@@ -397,21 +374,6 @@ void TstTimelineWidget::otherTimelinesAreReadOnly()
     QVERIFY(!m_widget->dropSegments(data.get(), pointAt(5, 5.0)));
     QCOMPARE(theirs->label(), bob->labels().at(0));
     QCOMPARE(ours->label(), m_timeline->labels().at(0));
-}
-
-void TstTimelineWidget::requireModifierGuardsClicks()
-{
-    Segment *s = m_widget->history()->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
-    QTest::ignoreMessage(QtDebugMsg, "TimelineWidget::requireModifier set to: true");
-    m_widget->setRequireModifier(true);
-    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, pointAt(0, 15.0));
-    QVERIFY(m_widget->selectedSegments().isEmpty());
-    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::ControlModifier, pointAt(0, 15.0));
-    QCOMPARE(m_widget->selectedSegments(), QList<Segment *>{ s });
-    m_widget->setRequireModifier(false);
-    m_widget->clearSelection();
-    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, pointAt(0, 15.0));
-    QCOMPARE(m_widget->selectedSegments(), QList<Segment *>{ s });
 }
 
 QTEST_MAIN(TstTimelineWidget)

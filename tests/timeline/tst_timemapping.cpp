@@ -61,14 +61,10 @@ void TstTimeMapping::cursorGrab_data()
         for (double o : offsets) {
             const double cursor = o + 300.0 / p; // 300 px right of the left edge
             const QByteArray tag = QByteArray(QByteArray::number(p) + "pps_" + QByteArray::number(o) + "s");
-            QTest::newRow(QByteArray(tag + " on it").constData()) << o << p << cursor << 0 << true;
-            QTest::newRow(QByteArray(tag + " two right").constData()) << o << p << cursor << 2 << true;
-            QTest::newRow(QByteArray(tag + " two left").constData()) << o << p << cursor << -2 << true;
-            QTest::newRow(QByteArray(tag + " three right").constData()) << o << p << cursor << 3 << false;
-            QTest::newRow(QByteArray(tag + " three left").constData()) << o << p << cursor << -3 << false;
-            QTest::newRow(QByteArray(tag + " far").constData()) << o << p << cursor << 40 << false;
+            for (int dx : { 0, 2, -2, 3, -3, 40 }) // grabbed within two pixels either side
+                QTest::addRow("%s dx %d", tag.constData(), dx) << o << p << cursor << dx << (qAbs(dx) <= 2);
             // The cursor one pixel left of the time area: a press there is on the name column.
-            QTest::newRow(QByteArray(tag + " left of the area").constData()) << o << p << (o - 1.0 / p) << 0 << false;
+            QTest::addRow("%s left of the area", tag.constData()) << o << p << (o - 1.0 / p) << 0 << false;
         }
     }
 }
