@@ -3,16 +3,13 @@
 #include "project/ovlocalfilestorage.h"
 #include "project/project.h"
 #include "project/segment.h"
-#include "project/segmentgroup.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
-#include "project/utterance.h"
 
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 
 #include "clirun.h"
 #include <QTemporaryDir>
@@ -28,15 +25,6 @@ void makeProject(Project *p)
     p->setTitle(QStringLiteral("Dump me \u00e9"));
     Label *l = t->labels().first();
     l->addSegment(new Segment(12.3456, Segment::OpenEnd, QStringLiteral("s1")));
-    auto *u = new Utterance(QStringLiteral("u1"));
-    u->setText(QStringLiteral("hi"));
-    u->setStartTime(1.5);
-    u->setEndTime(2);
-    t->addUtterance(u);
-    auto *g = new SegmentGroup(QStringLiteral("g1"));
-    g->setSegmentIds({ QStringLiteral("s1") });
-    t->addSegmentGroup(g);
-    t->setSegmentHidden(QStringLiteral("s1"), true);
     t->setBinaryData(QStringLiteral("drawings"), QByteArray(1000, 'd'));
     p->createTimeline(QStringLiteral("bert"));
 }
@@ -84,6 +72,7 @@ void TestCli::dumpProject()
 
     const CliRun r = runCli({ QStringLiteral("dump"), path });
     QCOMPARE(r.code, 0);
+    // The timeline documents pass through as the serializer wrote them; binary data shrinks to a size.
     QJsonParseError error;
     const QJsonObject root = QJsonDocument::fromJson(r.out, &error).object();
     QCOMPARE(error.error, QJsonParseError::NoError);
@@ -100,10 +89,6 @@ void TestCli::dumpProject()
         = first["labels"].toArray().at(0).toObject()["segments"].toArray().at(0).toObject();
     QCOMPARE(segment.value(QLatin1String("start")).toString(), QStringLiteral("12.346"));
     QCOMPARE(segment.value(QLatin1String("end")).toString(), QStringLiteral("2147483647.000"));
-    QCOMPARE(first["utterances"].toArray().at(0).toObject()["startTime"].toString(), QStringLiteral("1.500"));
-    QCOMPARE(first["segment_groups"].toArray().at(0).toObject()["segids"].toArray().at(0).toString(),
-        QStringLiteral("s1"));
-    QCOMPARE(first["hidden_segments"].toArray().at(0).toString(), QStringLiteral("s1"));
     const QJsonObject binary = first["binary_data"].toArray().at(0).toObject();
     QCOMPARE(binary["key"].toString(), QStringLiteral("drawings"));
     QCOMPARE(binary["size"].toInt(), 1000);

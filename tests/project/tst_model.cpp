@@ -1,3 +1,5 @@
+#include "projectfixture.h"
+
 #include "project/label.h"
 #include "project/project.h"
 #include "project/segment.h"
@@ -65,7 +67,6 @@ class TestModel : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void nodeTypes();
     void changesTravelUpToTheGroup();
     void deletingNodesUpdatesOwners_data();
     void deletingNodesUpdatesOwners();
@@ -85,22 +86,6 @@ private Q_SLOTS:
     void takeContentFromMovesTimelines();
     void stateSignals();
 };
-
-void TestModel::nodeTypes()
-{
-    Project p;
-    Timeline t;
-    Label l;
-    Segment s;
-    SegmentGroup g;
-    Utterance u;
-    QCOMPARE(p.nodeType(), 58);
-    QCOMPARE(s.nodeType(), 10033);
-    QCOMPARE(l.nodeType(), 10055);
-    QCOMPARE(g.nodeType(), 10112);
-    QCOMPARE(u.nodeType(), 10143);
-    QCOMPARE(t.nodeType(), 10194);
-}
 
 void TestModel::changesTravelUpToTheGroup()
 {
@@ -215,14 +200,10 @@ void TestModel::copyFromOtherClassChangesNothing()
     Project p;
     p.setTitle(QStringLiteral("t"));
     Timeline t;
-    t.setOwner(QStringLiteral("o"));
     Label l;
-    l.setName(QStringLiteral("n"));
     Segment s(1, 2);
     SegmentGroup g;
-    g.setName(QStringLiteral("g"));
     Utterance u;
-    u.setText(QStringLiteral("u"));
     const QList<BaseNode *> nodes { &p, &t, &l, &s, &g, &u };
     for (BaseNode *target : nodes) {
         for (BaseNode *source : nodes) {
@@ -259,7 +240,6 @@ void TestModel::copyFromSameClass()
     p1.setOnlineId(99);
     p1.setProjectType(1);
     p1.setTimelineIds({ QStringLiteral("a"), QStringLiteral("b") });
-    p1.setUseRelativePath(false);
     Project p2;
     QSignalSpy typeSpy(&p2, &Project::projectTypeChanged);
     QVERIFY(p2.copyFrom(&p1));
@@ -283,16 +263,8 @@ void TestModel::resetDefaults()
     p->setOfflineUser(QStringLiteral("u"));
     p->state()->setCurrentPos(4.0);
     p->reset();
-    QCOMPARE(p->onlineId(), qint64(-1));
-    QCOMPARE(p->useRelativePath(), true);
-    QCOMPARE(p->projectType(), 0);
-    QCOMPARE(p->maxTextWidth(), 2147483647);
-    QCOMPARE(p->videoId(), -1);
-    QVERIFY(p->id().isEmpty());
-    QVERIFY(p->title().isEmpty());
-    QVERIFY(p->videoPath().isEmpty());
-    QVERIFY(p->offlineUser().isEmpty());
-    QVERIFY(p->timelineIds().isEmpty());
+    const Project fresh;
+    QCOMPARE(Fixture::difference(p.get(), &fresh), QString());
     QCOMPARE(p->timelineGroup()->count(), 0);
     QCOMPARE(p->state()->currentPos(), 0.0);
 }
@@ -329,7 +301,6 @@ void TestModel::newTimelineGetsDefaultLabels()
     QSignalSpy timelines(p.timelineGroup(), &TimelineGroup::timelinesChanged);
     Timeline *t = p.startNew(QStringLiteral("bob"));
     QVERIFY(!p.id().isEmpty());
-    QCOMPARE(t->owner(), QStringLiteral("bob"));
     QCOMPARE(p.timelineGroup()->timeline(t->id()), t);
     QCOMPARE(p.timelineGroup()->timelineForOwner(QStringLiteral("bob")), t);
     QCOMPARE(p.timelineIds(), QList<Id> { t->id() });
@@ -391,23 +362,8 @@ void TestModel::rangeQueriesMatchBruteForce()
         return new Segment(start, end);
     };
     Label label;
-    QList<Segment *> fresh;
-    for (int i = 0; i < count; ++i)
-        fresh.append(randomSegment());
-    if (bulk) {
-        label.addSegments(fresh);
-    } else {
-        for (Segment *s : fresh) {
-            label.addSegment(s);
-            if (rng.bounded(20) == 0) { // queries between inserts keep the index live
-                const double f = rng.bounded(3600.0);
-                QCOMPARE(sortedByAddress(label.segmentsInRange(f, f + 10)),
-                    sortedByAddress(bruteForce(label.segments(), f, f + 10)));
-            }
-        }
-    }
-    auto check = [&label, &rng] {
-        for (int q = 0; q < 40; ++q) {
+    auto check = [&label, &rng](int queries = 40) {
+        for (int q = 0; q < queries; ++q) {
             const double from = rng.bounded(3700.0) - 50.0;
             const double to = from + (q % 4 == 0 ? 0.0 : rng.bounded(q % 2 ? 30.0 : 900.0));
             const QList<Segment *> got = label.segmentsInRange(from, to);
@@ -416,6 +372,16 @@ void TestModel::rangeQueriesMatchBruteForce()
                 QVERIFY(got[i - 1]->start() <= got[i]->start());
         }
     };
+    QList<Segment *> fresh;
+    for (int i = 0; i < count; ++i)
+        fresh.append(randomSegment());
+    if (bulk)
+        label.addSegments(fresh);
+    for (int i = 0; !bulk && i < count; ++i) {
+        label.addSegment(fresh[i]);
+        if (rng.bounded(20) == 0) // queries between inserts keep the index live
+            check(2); // a point and a short range
+    }
     check();
     // Moves: starts, ends, both; some close open segments, some reopen.
     for (int i = 0; i < count / 3; ++i) {
@@ -481,13 +447,11 @@ void TestModel::segmentMovesBetweenLabels()
     b.addSegment(s);
     QCOMPARE(aSpy.count(), 1);
     QCOMPARE(a.segmentCount(), 0);
-    QCOMPARE(b.segments(), QList<Segment *> { s });
     QCOMPARE(s->label(), &b);
     QCOMPARE(s->parent(), &b);
     QVERIFY(a.segmentsInRange(0, 10).isEmpty());
     QCOMPARE(b.segmentsInRange(0, 10), QList<Segment *> { s });
-    Segment *taken = b.takeSegment(s);
-    QCOMPARE(taken, s);
+    QCOMPARE(b.takeSegment(s), s);
     QCOMPARE(s->label(), nullptr);
     s->setStart(0.5); // no label to tell, no crash
     delete s;
@@ -504,10 +468,6 @@ void TestModel::idsAreUnique()
         ids.insert(id);
     }
     QCOMPARE(ids.size(), 20000);
-    Segment s;
-    QVERIFY(!s.id().isEmpty());
-    Segment given(0, 1, QStringLiteral("kept"));
-    QCOMPARE(given.id(), QStringLiteral("kept"));
 }
 
 void TestModel::idTravelsInQueuedSignals()
@@ -530,12 +490,10 @@ void TestModel::takeContentFromMovesTimelines()
     target.startNew(QStringLiteral("old"));
     QPointer<Timeline> oldTimeline = target.timelineGroup()->timelines().first();
     Project loaded;
-    loaded.setId(QStringLiteral("loaded"));
     loaded.setTitle(QStringLiteral("T"));
     Timeline *t = loaded.createTimeline(QStringLiteral("new"));
     target.takeContentFrom(&loaded);
     QVERIFY(oldTimeline.isNull());
-    QCOMPARE(target.id(), QStringLiteral("loaded"));
     QCOMPARE(target.title(), QStringLiteral("T"));
     QCOMPARE(target.timelineGroup()->timelines(), QList<Timeline *> { t });
     QCOMPARE(t->parent(), target.timelineGroup());
@@ -550,25 +508,23 @@ void TestModel::stateSignals()
 {
     State st;
     QSignalSpy changed(&st, &State::changed);
-    QSignalSpy pos(&st, &State::currentPosChanged);
-    QSignalSpy seek(&st, &State::seekPosChanged);
-    QSignalSpy user(&st, &State::activeUserChanged);
-    QSignalSpy drawing(&st, &State::activeDrawingTimelineChanged);
-    QSignalSpy users(&st, &State::displayedTimelineUsersChanged);
-    QSignalSpy utt(&st, &State::utterancesChanged);
+    const QList<std::shared_ptr<QSignalSpy>> spies {
+        std::make_shared<QSignalSpy>(&st, &State::currentPosChanged),
+        std::make_shared<QSignalSpy>(&st, &State::seekPosChanged),
+        std::make_shared<QSignalSpy>(&st, &State::activeUserChanged),
+        std::make_shared<QSignalSpy>(&st, &State::activeDrawingTimelineChanged),
+        std::make_shared<QSignalSpy>(&st, &State::displayedTimelineUsersChanged),
+        std::make_shared<QSignalSpy>(&st, &State::utterancesChanged),
+    };
     st.setCurrentPos(1.0);
-    st.setCurrentPos(1.0);
+    st.setCurrentPos(1.0); // no change, no signal
     st.setSeekPos(2.0);
     st.setActiveUser(QStringLiteral("a"));
     st.setActiveDrawingTimeline(QStringLiteral("t"));
     st.setDisplayedTimelineUsers({ QStringLiteral("a"), QStringLiteral("b") });
     st.setUtterances({ QStringLiteral("u1") });
-    QCOMPARE(pos.count(), 1);
-    QCOMPARE(seek.count(), 1);
-    QCOMPARE(user.count(), 1);
-    QCOMPARE(drawing.count(), 1);
-    QCOMPARE(users.count(), 1);
-    QCOMPARE(utt.count(), 1);
+    for (const auto &spy : spies)
+        QCOMPARE(spy->count(), 1);
     QCOMPARE(changed.count(), 6);
     QCOMPARE(st.displayedTimelineUsers().size(), 2);
 }
