@@ -17,6 +17,15 @@
 
 using Samples = std::vector<qint16>;
 
+// Skips only where PulseAudio is not installed; a server that is installed but does not come up
+// is a failure.
+#define NEED_SERVER()                                                                             \
+    do {                                                                                          \
+        if (!m_serverError.isEmpty() && QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty()) \
+            QSKIP(qPrintable(m_serverError));                                                     \
+        QVERIFY2(m_serverError.isEmpty(), qPrintable(m_serverError));                             \
+    } while (false)
+
 namespace {
 
 // Interleaved stereo that never rounds to 0 under two gains of 0.5: left and right differ so a
@@ -91,25 +100,17 @@ private:
         return root + QStringLiteral("/scripts/null-audio.sh");
     }
 
-    // Skips only where PulseAudio is not installed; a server that is installed but does not
-    // come up is a failure.
-    bool serverMissing() const
-    {
-        return !m_serverError.isEmpty()
-               && QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty();
-    }
-
 private Q_SLOTS:
     // The real PortAudio path runs against a private PulseAudio server with a null sink, so it
     // plays at the system clock's pace on machines without a sound card and never makes noise
     // on machines with one. The environment must be set before PortAudio initialises ALSA.
     void initTestCase()
     {
-        m_serverDir = QDir::tempPath() + QStringLiteral("/kvna-") + QString::number(QCoreApplication::applicationPid());
+        const QString pid = QString::number(QCoreApplication::applicationPid());
+        m_serverDir = QDir::tempPath() + QStringLiteral("/kvna-") + pid;
         QProcess p;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"),
-                   QString::number(QCoreApplication::applicationPid()));
+        env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"), pid);
         p.setProcessEnvironment(env);
         p.start(QStringLiteral("bash"), {script(), QStringLiteral("start"), m_serverDir});
         if (!p.waitForFinished(20000) || p.exitCode() != 0) {
@@ -118,14 +119,11 @@ private Q_SLOTS:
             qWarning() << m_serverError;
             return;
         }
-        const QStringList lines = QString::fromLocal8Bit(p.readAllStandardOutput()).split(u'\n');
-        for (const QString &line : lines) {
+        for (const QString &line : QString::fromLocal8Bit(p.readAllStandardOutput()).split(u'\n')) {
             if (!line.startsWith(QStringLiteral("export ")))
                 continue;
-            const QString assignment = line.mid(7);
-            const qsizetype eq = assignment.indexOf(u'=');
-            const QString name = assignment.left(eq);
-            const QString value = assignment.mid(eq + 1);
+            const QString name = line.mid(7).section(u'=', 0, 0);
+            const QString value = line.mid(7).section(u'=', 1);
             qputenv(name.toLocal8Bit().constData(), value.toLocal8Bit());
             if (name == QStringLiteral("KAVOT_NULL_SINK"))
                 m_sink = value;
@@ -241,9 +239,7 @@ private Q_SLOTS:
     // samples that go into the ring come out at that pace.
     void playsAtTheStreamRate()
     {
-        if (serverMissing())
-            QSKIP(qPrintable(m_serverError));
-        QVERIFY2(m_serverError.isEmpty(), qPrintable(m_serverError));
+        NEED_SERVER();
         OVAudioOut out;
         // 0.1 s of buffering rides out the scheduling hiccups of a shared machine; the default
         // low latency is exercised by followsThePlayer().
@@ -293,9 +289,7 @@ private Q_SLOTS:
     // silence while the ring is starved.
     void soundComesOutAsItWentIn()
     {
-        if (serverMissing())
-            QSKIP(qPrintable(m_serverError));
-        QVERIFY2(m_serverError.isEmpty(), qPrintable(m_serverError));
+        NEED_SERVER();
         QTemporaryDir tmp;
         QVERIFY(tmp.isValid());
         const QString recording = tmp.filePath(QStringLiteral("monitor.raw"));
@@ -361,9 +355,7 @@ private Q_SLOTS:
 
     void followsThePlayer()
     {
-        if (serverMissing())
-            QSKIP(qPrintable(m_serverError));
-        QVERIFY2(m_serverError.isEmpty(), qPrintable(m_serverError));
+        NEED_SERVER();
         FakePlayer player;
         OVAudioOut out;
         out.setPlayer(&player);

@@ -87,16 +87,22 @@ class TestOVPlaybackEngine : public QObject
 private:
     double m_now = 5000.0;
 
+    // A decoder whose every throttle check moves the hand-set clock by 10 ms.
+    FakeDecoder stepping(OVPlaybackEngine &engine)
+    {
+        return FakeDecoder{engine, [this] {
+                               m_now += 0.01;
+                               return false;
+                           }};
+    }
+
 private Q_SLOTS:
     void init() { m_now = 5000.0; }
 
     void seekWithoutAutoStartShowsTheTargetAndWaitsForPictures()
     {
         OVPlaybackEngine engine([this] { return m_now; });
-        FakeDecoder dec{engine, [this] {
-                            m_now += 0.01; // a throttle step
-                            return false;
-                        }};
+        FakeDecoder dec = stepping(engine);
         engine.begin(true, 0.0, nullptr);
         for (int i = 0; i < 50; ++i)
             QVERIFY(dec.step());
@@ -143,10 +149,7 @@ private Q_SLOTS:
     void speedChangeRefillsAtTheNewRate()
     {
         OVPlaybackEngine engine([this] { return m_now; });
-        FakeDecoder dec{engine, [this] {
-                            m_now += 0.01;
-                            return false;
-                        }};
+        FakeDecoder dec = stepping(engine);
         engine.begin(true, 0.0, nullptr);
         for (int i = 0; i < 30; ++i)
             QVERIFY(dec.step());
@@ -177,10 +180,7 @@ private Q_SLOTS:
     void soundOnlySourceKeepsTimeByItsSound()
     {
         OVPlaybackEngine engine([this] { return m_now; });
-        FakeDecoder dec{engine, [this] {
-                            m_now += 0.01;
-                            return false;
-                        }};
+        FakeDecoder dec = stepping(engine);
         dec.withVideo = false;
         engine.begin(false, 0.0, nullptr);
         QVERIFY(dec.step());

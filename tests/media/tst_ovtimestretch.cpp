@@ -55,7 +55,6 @@ private Q_SLOTS:
         QTest::newRow("1024 at 2.0") << 1024 << 2.0 << 2048;
         QTest::newRow("1024 at 1/1.1") << 1024 << 1.0 / 1.1 << 930;
         QTest::newRow("1023 at 0.5 truncates") << 1023 << 0.5 << 511;
-        QTest::newRow("none") << 0 << 2.0 << 0;
         QTest::newRow("bad factor") << 100 << 0.0 << 0;
     }
     void lengthsFollowTheFactor()

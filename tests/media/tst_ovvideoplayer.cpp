@@ -67,13 +67,17 @@ private:
     QTimer m_timer;
 };
 
-bool waitForState(OVVideoPlayer *player, OVVideoPlayer::State state, int timeoutMs = 20000)
+QStringList args(const char *line)
 {
-    QElapsedTimer t;
-    t.start();
-    while (player->state() != state && t.elapsed() < timeoutMs)
-        QTest::qWait(10);
-    return player->state() == state;
+    return QString::fromLatin1(line).split(u' ');
+}
+
+// Opens `path` with the sound device off and waits until the clock runs.
+bool startQuiet(OVVideoPlayer &player, const QString &path)
+{
+    player.setAudioOutputEnabled(false);
+    return player.open(path)
+           && QTest::qWaitFor([&] { return player.engine().clock().hasOrigin(); }, 20000);
 }
 
 } // namespace
@@ -103,36 +107,18 @@ private Q_SLOTS:
             QSKIP("the ffmpeg tool is not installed");
         QVERIFY(m_dir.isValid());
         const QString dir = m_dir.path();
-        m_clip = MediaTest::generate(dir, QStringLiteral("clip.mp4"),
-            {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-             QStringLiteral("testsrc=size=320x240:rate=25:duration=6"), QStringLiteral("-f"), QStringLiteral("lavfi"),
-             QStringLiteral("-i"), QStringLiteral("sine=frequency=440:sample_rate=48000:duration=6"),
-             QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
-             QStringLiteral("-g"), QStringLiteral("50"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"),
-             QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-shortest")});
-        m_long = MediaTest::generate(dir, QStringLiteral("long.mp4"),
-            {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-             QStringLiteral("testsrc=size=320x240:rate=25:duration=10"), QStringLiteral("-f"), QStringLiteral("lavfi"),
-             QStringLiteral("-i"), QStringLiteral("sine=frequency=440:sample_rate=44100:duration=10"),
-             QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
-             QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"), QStringLiteral("-c:a"), QStringLiteral("aac"),
-             QStringLiteral("-shortest")});
-        m_threeAudio = MediaTest::generate(dir, QStringLiteral("three.mkv"),
-            {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-             QStringLiteral("testsrc=size=320x240:rate=25:duration=6"),
-             QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-             QStringLiteral("sine=frequency=300:sample_rate=22050:duration=6"),
-             QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-             QStringLiteral("sine=frequency=500:sample_rate=32000:duration=6"),
-             QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-             QStringLiteral("sine=frequency=700:sample_rate=44100:duration=6"),
-             QStringLiteral("-map"), QStringLiteral("0"), QStringLiteral("-map"), QStringLiteral("1"),
-             QStringLiteral("-map"), QStringLiteral("2"), QStringLiteral("-map"), QStringLiteral("3"),
-             QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
-             QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"), QStringLiteral("-c:a"), QStringLiteral("pcm_s16le")});
+        m_clip = MediaTest::generate(dir, QStringLiteral("clip.mp4"), args(
+            "-f lavfi -i testsrc=size=320x240:rate=25:duration=6 -f lavfi -i sine=frequency=440:sample_rate=48000:duration=6 "
+            "-c:v libx264 -preset ultrafast -g 50 -pix_fmt yuv420p -c:a aac -shortest"));
+        m_long = MediaTest::generate(dir, QStringLiteral("long.mp4"), args(
+            "-f lavfi -i testsrc=size=320x240:rate=25:duration=10 -f lavfi -i sine=frequency=440:sample_rate=44100:duration=10 "
+            "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -shortest"));
+        m_threeAudio = MediaTest::generate(dir, QStringLiteral("three.mkv"), args(
+            "-f lavfi -i testsrc=size=320x240:rate=25:duration=6 -f lavfi -i sine=frequency=300:sample_rate=22050:duration=6 "
+            "-f lavfi -i sine=frequency=500:sample_rate=32000:duration=6 -f lavfi -i sine=frequency=700:sample_rate=44100:duration=6 "
+            "-map 0 -map 1 -map 2 -map 3 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a pcm_s16le"));
         m_soundOnly = MediaTest::generate(dir, QStringLiteral("sound.wav"),
-            {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-             QStringLiteral("sine=frequency=440:sample_rate=44100:duration=4")});
+                                          args("-f lavfi -i sine=frequency=440:sample_rate=44100:duration=4"));
     }
 
     // The position rules seen from outside: 0 before anything runs, the target while a seek is
@@ -147,7 +133,7 @@ private Q_SLOTS:
         QVERIFY(player.open(need(m_clip)));
         QVERIFY(init.wait(20000) || init.count() == 1);
         QCOMPARE(init.first().first().toInt(), 0);
-        QVERIFY(waitForState(&player, OVVideoPlayer::Playing));
+        QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Playing, 20000);
         QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
 
         // Playing: the position follows wall time.
@@ -199,7 +185,7 @@ private Q_SLOTS:
         player.setAudioOutputEnabled(false);
         FramePuller puller(&player);
         QVERIFY(player.open(need(m_clip)));
-        QVERIFY(waitForState(&player, OVVideoPlayer::Playing));
+        QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Playing, 20000);
         QTRY_VERIFY_WITH_TIMEOUT(puller.shown > 0, 20000);
         if (target < 1.0) {
             player.seek(2.0);
@@ -232,7 +218,7 @@ private Q_SLOTS:
         player.setAudioOutputEnabled(false);
         FramePuller puller(&player);
         QVERIFY(player.open(need(m_clip)));
-        QVERIFY(waitForState(&player, OVVideoPlayer::Playing));
+        QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Playing, 20000);
         QTRY_VERIFY_WITH_TIMEOUT(player.soundQueued.load() > 10, 20000);
         for (double target : {3.0, 1.0, 4.7, 0.2}) {
             const int before = player.soundQueued.load();
@@ -277,10 +263,8 @@ private Q_SLOTS:
     void speedChange()
     {
         OVVideoPlayer player;
-        player.setAudioOutputEnabled(false);
         FramePuller puller(&player);
-        QVERIFY(player.open(need(m_long)));
-        QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
+        QVERIFY(startQuiet(player, need(m_long)));
         QTest::qWait(300);
         player.setTimeFactor(0.5);
         QTRY_COMPARE_WITH_TIMEOUT(player.engine().clock().timeFactor(), 0.5, 20000);
@@ -298,9 +282,7 @@ private Q_SLOTS:
     void audioStreamSwitchKeepsPosition()
     {
         OVVideoPlayer player;
-        player.setAudioOutputEnabled(false);
-        QVERIFY(player.open(need(m_threeAudio)));
-        QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
+        QVERIFY(startQuiet(player, need(m_threeAudio)));
         QCOMPARE(player.audioStreamCount(), 3);
         QCOMPARE(player.audioSampleRate(), 22050);
         QTest::qWait(1500);
@@ -375,11 +357,9 @@ private Q_SLOTS:
     void seekAfterEnd()
     {
         OVVideoPlayer player;
-        player.setAudioOutputEnabled(false);
         FramePuller puller(&player);
         QSignalSpy finished(&player, &OVVideoDecoderBase::videoFinished);
-        QVERIFY(player.open(need(m_clip)));
-        QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
+        QVERIFY(startQuiet(player, need(m_clip)));
         player.seek(5.0);
         QVERIFY(finished.wait(20000) || finished.count() == 1);
         QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Stopped, 10000);

@@ -41,28 +41,22 @@ private Q_SLOTS:
         if (QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty())
             QSKIP("PulseAudio is not installed");
         // The environment must be in place before PortAudio first looks at ALSA.
-        m_serverDir = QDir::tempPath() + QStringLiteral("/kvnp-") + QString::number(QCoreApplication::applicationPid());
+        const QString pid = QString::number(QCoreApplication::applicationPid());
+        m_serverDir = QDir::tempPath() + QStringLiteral("/kvnp-") + pid;
         QProcess p;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"), QString::number(QCoreApplication::applicationPid()));
+        env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"), pid);
         p.setProcessEnvironment(env);
         p.start(QStringLiteral("bash"), {script(), QStringLiteral("start"), m_serverDir});
         QVERIFY2(p.waitForFinished(20000) && p.exitCode() == 0, p.readAllStandardError().constData());
-        const QStringList lines = QString::fromLocal8Bit(p.readAllStandardOutput()).split(u'\n');
-        for (const QString &line : lines) {
-            if (!line.startsWith(QStringLiteral("export ")))
-                continue;
-            const QString assignment = line.mid(7);
-            const qsizetype eq = assignment.indexOf(u'=');
-            qputenv(assignment.left(eq).toLocal8Bit().constData(), assignment.mid(eq + 1).toLocal8Bit());
+        for (const QString &line : QString::fromLocal8Bit(p.readAllStandardOutput()).split(u'\n')) {
+            if (line.startsWith(QStringLiteral("export ")))
+                qputenv(line.mid(7).section(u'=', 0, 0).toLocal8Bit().constData(),
+                        line.mid(7).section(u'=', 1).toLocal8Bit());
         }
-        m_clip = MediaTest::generate(m_dir.path(), QStringLiteral("clip.mp4"),
-            {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-             QStringLiteral("testsrc=size=320x240:rate=25:duration=8"), QStringLiteral("-f"), QStringLiteral("lavfi"),
-             QStringLiteral("-i"), QStringLiteral("sine=frequency=440:sample_rate=48000:duration=8"),
-             QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
-             QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"), QStringLiteral("-c:a"), QStringLiteral("aac"),
-             QStringLiteral("-shortest")});
+        m_clip = MediaTest::generate(m_dir.path(), QStringLiteral("clip.mp4"), QString::fromLatin1(
+            "-f lavfi -i testsrc=size=320x240:rate=25:duration=8 -f lavfi -i sine=frequency=440:sample_rate=48000:duration=8 "
+            "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -shortest").split(u' '));
         QVERIFY(!m_clip.isEmpty());
     }
 
