@@ -2,8 +2,11 @@
 
 #include "media/ovaudioresampler.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QStandardPaths>
 #include <QtTest>
 
@@ -167,3 +170,49 @@ int StallingSource::waits() const
     QMutexLocker lock(&m_mutex);
     return m_waits;
 }
+
+namespace MediaTest {
+
+namespace {
+QString nullAudioScript()
+{
+    QString root = qEnvironmentVariable("KAVOT_SOURCE_DIR");
+    if (root.isEmpty())
+        root = QFileInfo(QStringLiteral(__FILE__)).absolutePath() + QStringLiteral("/../..");
+    return root + QStringLiteral("/scripts/null-audio.sh");
+}
+} // namespace
+
+bool NullAudioServer::start(const QString &tag)
+{
+    const QString pid = QString::number(QCoreApplication::applicationPid());
+    m_dir = QDir::tempPath() + QStringLiteral("/kv%1-").arg(tag) + pid;
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"), pid);
+    p.setProcessEnvironment(env);
+    p.start(QStringLiteral("bash"), { nullAudioScript(), QStringLiteral("start"), m_dir });
+    if (!p.waitForFinished(20000) || p.exitCode() != 0) {
+        m_error = QStringLiteral("null audio server did not start: ") + QString::fromLocal8Bit(p.readAllStandardError());
+        return false;
+    }
+    for (const QString &line : QString::fromLocal8Bit(p.readAllStandardOutput()).split(u'\n')) {
+        if (!line.startsWith(QStringLiteral("export ")))
+            continue;
+        const QString name = line.mid(7).section(u'=', 0, 0);
+        const QString value = line.mid(7).section(u'=', 1);
+        qputenv(name.toLocal8Bit().constData(), value.toLocal8Bit());
+        if (name == QStringLiteral("KAVOT_NULL_SINK"))
+            m_sink = value;
+    }
+    return true;
+}
+
+void NullAudioServer::stop()
+{
+    if (!m_dir.isEmpty())
+        QProcess::execute(QStringLiteral("bash"), { nullAudioScript(), QStringLiteral("stop"), m_dir });
+    m_dir.clear();
+}
+
+} // namespace MediaTest

@@ -24,6 +24,25 @@ bool haveFfmpeg();
 // Starts `decoder` and waits until its thread has ended; false on time-out.
 bool runToEnd(OVVideoDecoderBase *decoder, int timeoutMs = 60000);
 
+// A private PulseAudio server with a null sink (scripts/null-audio.sh): the real PortAudio path
+// plays at the system clock's pace on machines without a sound card and never makes noise on
+// machines with one. start() puts its environment in place, which must happen before PortAudio
+// first looks at ALSA; the server ends with this process at the latest.
+class NullAudioServer
+{
+public:
+    // False with error() set when the server did not come up.
+    bool start(const QString &tag);
+    void stop();
+    QString sink() const { return m_sink; }
+    QString error() const { return m_error; }
+
+private:
+    QString m_dir;
+    QString m_sink;
+    QString m_error;
+};
+
 } // namespace MediaTest
 
 // A decoder that remembers what reached its hooks, optionally converting pictures like the player.

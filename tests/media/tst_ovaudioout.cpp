@@ -1,4 +1,5 @@
 #include "media/ovaudioout.h"
+#include "mediatesthelper.h"
 #include "media/ovaudioplayerinterface.h"
 #include "media/ovaudioring.h"
 
@@ -88,17 +89,9 @@ class TestOVAudioOut : public QObject
     Q_OBJECT
 
 private:
-    QString m_serverDir;
+    MediaTest::NullAudioServer m_server;
     QString m_sink;
     QString m_serverError;
-
-    QString script() const
-    {
-        QString root = qEnvironmentVariable("KAVOT_SOURCE_DIR");
-        if (root.isEmpty())
-            root = QFileInfo(QStringLiteral(__FILE__)).absolutePath() + QStringLiteral("/../..");
-        return root + QStringLiteral("/scripts/null-audio.sh");
-    }
 
 private Q_SLOTS:
     // The real PortAudio path runs against a private PulseAudio server with a null sink, so it
@@ -106,37 +99,16 @@ private Q_SLOTS:
     // on machines with one. The environment must be set before PortAudio initialises ALSA.
     void initTestCase()
     {
-        const QString pid = QString::number(QCoreApplication::applicationPid());
-        m_serverDir = QDir::tempPath() + QStringLiteral("/kvna-") + pid;
-        QProcess p;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"), pid);
-        p.setProcessEnvironment(env);
-        p.start(QStringLiteral("bash"), {script(), QStringLiteral("start"), m_serverDir});
-        if (!p.waitForFinished(20000) || p.exitCode() != 0) {
-            m_serverError = QStringLiteral("null audio server did not start: ")
-                            + QString::fromLocal8Bit(p.readAllStandardError());
+        if (!m_server.start(QStringLiteral("na"))) {
+            m_serverError = m_server.error();
             qWarning() << m_serverError;
             return;
         }
-        for (const QString &line : QString::fromLocal8Bit(p.readAllStandardOutput()).split(u'\n')) {
-            if (!line.startsWith(QStringLiteral("export ")))
-                continue;
-            const QString name = line.mid(7).section(u'=', 0, 0);
-            const QString value = line.mid(7).section(u'=', 1);
-            qputenv(name.toLocal8Bit().constData(), value.toLocal8Bit());
-            if (name == QStringLiteral("KAVOT_NULL_SINK"))
-                m_sink = value;
-        }
+        m_sink = m_server.sink();
         QVERIFY(!m_sink.isEmpty());
     }
 
-    void cleanupTestCase()
-    {
-        if (m_serverDir.isEmpty())
-            return;
-        QProcess::execute(QStringLiteral("bash"), {script(), QStringLiteral("stop"), m_serverDir});
-    }
+    void cleanupTestCase() { m_server.stop(); }
 
     void gainAndClipping_data()
     {

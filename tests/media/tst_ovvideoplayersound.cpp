@@ -22,16 +22,7 @@ class TestOVVideoPlayerSound : public QObject
 
     QTemporaryDir m_dir;
     QString m_clip;
-    QString m_serverDir;
-    QString m_serverError;
-
-    static QString script()
-    {
-        QString root = qEnvironmentVariable("KAVOT_SOURCE_DIR");
-        if (root.isEmpty())
-            root = QFileInfo(QStringLiteral(__FILE__)).absolutePath() + QStringLiteral("/../..");
-        return root + QStringLiteral("/scripts/null-audio.sh");
-    }
+    MediaTest::NullAudioServer m_server;
 
 private Q_SLOTS:
     void initTestCase()
@@ -40,31 +31,14 @@ private Q_SLOTS:
             QSKIP("the ffmpeg tool is not installed");
         if (QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty())
             QSKIP("PulseAudio is not installed");
-        // The environment must be in place before PortAudio first looks at ALSA.
-        const QString pid = QString::number(QCoreApplication::applicationPid());
-        m_serverDir = QDir::tempPath() + QStringLiteral("/kvnp-") + pid;
-        QProcess p;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("KAVOT_NULL_AUDIO_OWNER"), pid);
-        p.setProcessEnvironment(env);
-        p.start(QStringLiteral("bash"), {script(), QStringLiteral("start"), m_serverDir});
-        QVERIFY2(p.waitForFinished(20000) && p.exitCode() == 0, p.readAllStandardError().constData());
-        for (const QString &line : QString::fromLocal8Bit(p.readAllStandardOutput()).split(u'\n')) {
-            if (line.startsWith(QStringLiteral("export ")))
-                qputenv(line.mid(7).section(u'=', 0, 0).toLocal8Bit().constData(),
-                        line.mid(7).section(u'=', 1).toLocal8Bit());
-        }
+        QVERIFY2(m_server.start(QStringLiteral("np")), qPrintable(m_server.error()));
         m_clip = MediaTest::generate(m_dir.path(), QStringLiteral("clip.mp4"), QString::fromLatin1(
             "-f lavfi -i testsrc=size=320x240:rate=25:duration=8 -f lavfi -i sine=frequency=440:sample_rate=48000:duration=8 "
             "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -shortest").split(u' '));
         QVERIFY(!m_clip.isEmpty());
     }
 
-    void cleanupTestCase()
-    {
-        if (!m_serverDir.isEmpty())
-            QProcess::execute(QStringLiteral("bash"), {script(), QStringLiteral("stop"), m_serverDir});
-    }
+    void cleanupTestCase() { m_server.stop(); }
 
     // The output opens at the stream's rate when the player starts, plays while it plays, stops
     // while it is paused, and the picture's clock is untouched by all of it.
