@@ -5,7 +5,7 @@ set -euo pipefail
 
 PACKAGES=(
   # build
-  build-essential cmake ninja-build pkg-config git
+  build-essential cmake ninja-build pkg-config git ccache
   # Qt 6.4
   qt6-base-dev qt6-base-dev-tools libqt6opengl6-dev qt6-qpa-plugins libgl-dev
   libgl1-mesa-dri fonts-dejavu-core
@@ -14,6 +14,8 @@ PACKAGES=(
   portaudio19-dev libsndfile1-dev
   # file formats
   libjsoncpp-dev zlib1g-dev libquazip1-qt6-dev libxlsxwriter-dev
+  # synchronisation and plots
+  libfftw3-dev qt6-charts-dev
   # looking at the app headless, and a sound device without a sound card
   xvfb xauth imagemagick xdotool pulseaudio pulseaudio-utils libasound2-plugins alsa-utils
   # demo speech
