@@ -1,6 +1,7 @@
 #include "app/kvmainwindow.h"
 #include "app/nxcrashreporter.h"
 #include "app/ovapplication.h"
+#include "app/ovcommandline.h"
 #include "app/ovterminationwatcher.h"
 #include "kavotversion.h"
 #include "log/nxlog.h"
@@ -22,17 +23,33 @@ QString osInfo()
              QSysInfo::kernelVersion(), QSysInfo::currentCpuArchitecture());
 }
 
+void setNameAndVersion()
+{
+    QCoreApplication::setApplicationName(QStringLiteral("Kavot"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(KAVOT_VERSION));
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
 {
+    // Help and version are answered before any window exists: a terminal without a display
+    // must get them too, and they must not reach a running instance.
+    if (OVCommandLine::asksForHelpOrVersion(argc, argv)) {
+        QCoreApplication core(argc, argv);
+        setNameAndVersion();
+        return OVCommandLine(core.arguments()).printAndExitCode();
+    }
     OVApplication app(argc, argv);
     // 1. Name and version.
-    app.setApplicationName(QStringLiteral("Kavot"));
-    app.setApplicationVersion(QStringLiteral(KAVOT_VERSION));
+    setNameAndVersion();
 
     const QStringList arguments = app.arguments();
-    const QStringList files = OVApplication::fileArguments(arguments);
+    // Parsed after the application object has taken Qt's own options (-platform, -style) out.
+    const OVCommandLine commandLine(arguments);
+    if (commandLine.outcome() != OVCommandLine::Run)
+        return commandLine.printAndExitCode();
+    const QStringList files = commandLine.files();
     // A second start hands its files to the running instance and leaves; it writes no log of
     // its own so the running instance's log is never trimmed under it.
     if (!app.claimSingleInstance()) {
@@ -52,7 +69,7 @@ int main(int argc, char *argv[])
     qDebug().noquote() << "Cmd line:" << arguments.mid(1).join(QLatin1Char(' '));
     qDebug().noquote() << "Application file: " + QCoreApplication::applicationFilePath();
     qDebug().noquote() << "OS Info:\n" + osInfo();
-    const QString commLog = OVApplication::commLogValue(arguments);
+    const QString commLog = commandLine.commLog();
     if (!commLog.isEmpty())
         qDebug().noquote() << "Communication log:" << commLog;
 
@@ -106,7 +123,7 @@ int main(int argc, char *argv[])
             QTimer::singleShot(0, &window, [&window, file] { window.openFile(file); });
         if (!oldReports.isEmpty())
             QTimer::singleShot(0, &window, [&window, crashFolder] { window.checkForCrashReports(crashFolder); });
-        if (arguments.contains(QStringLiteral("--simulate-crash")))
+        if (commandLine.simulateCrash())
             QTimer::singleShot(0, &window, &KVMainWindow::onSimulateCrash);
 
         // 6. The event loop.

@@ -95,25 +95,3 @@ void OVApplication::onNewConnection()
         });
     }
 }
-
-QStringList OVApplication::fileArguments(const QStringList &arguments)
-{
-    QStringList files;
-    for (int i = 1; i < arguments.size(); ++i) {
-        const QString &arg = arguments[i];
-        if (arg.startsWith(QStringLiteral("--")))
-            continue;
-        files << QDir::current().absoluteFilePath(arg);
-    }
-    return files;
-}
-
-QString OVApplication::commLogValue(const QStringList &arguments)
-{
-    static const QString prefix = QStringLiteral("--commlog=");
-    for (int i = 1; i < arguments.size(); ++i) {
-        if (arguments[i].startsWith(prefix))
-            return arguments[i].mid(prefix.size());
-    }
-    return {};
-}

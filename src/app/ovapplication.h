@@ -25,11 +25,6 @@ public:
     // Delivers each message to the running instance; false if it could not be reached.
     bool sendMessages(const QStringList &messages, int timeoutMs = 5000);
 
-    // Paths of the command line (options such as "--commlog=" removed).
-    static QStringList fileArguments(const QStringList &arguments);
-    // The value of "--commlog=", empty when absent.
-    static QString commLogValue(const QStringList &arguments);
-
     static QString instanceSocketPath();
 
 Q_SIGNALS:

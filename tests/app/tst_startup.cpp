@@ -1,5 +1,7 @@
 // Starts the real executable (offscreen) with private data, config and runtime folders and checks
 // what a user and a desktop session see: log lines, single-instance hand-off, crash reports.
+#include "app/ovcommandline.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -163,6 +165,84 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("Found crash reports:"), 20000);
         QVERIFY(terminate(again)); // answers the open question by ending the session
         QVERIFY(box.log().trimmed().endsWith("] Application finished"));
+    }
+
+    // Help and version answer and leave at once, also where there is no display at all: a start
+    // that went on to open its window would hang there or abort.
+    void helpAndVersionPrintAndLeave_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<bool>("display");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("out");
+        QTest::addColumn<QString>("err");
+        QTest::newRow("--help") << QStringList { "--help" } << false << 0 << "--commlog <file>" << "";
+        QTest::newRow("-h after a file") << QStringList { "a.kvpr", "-h" } << false << 0 << "[files...]" << "";
+        QTest::newRow("--version") << QStringList { "--version" } << false << 0 << "Kavot 1.1.0 (build " << "";
+        QTest::newRow("-v") << QStringList { "-v" } << false << 0 << "Kavot 1.1.0" << "";
+        QTest::newRow("unknown option") << QStringList { "--frobnicate" } << true << 1 << ""
+                                        << "Unknown option 'frobnicate'";
+    }
+    void helpAndVersionPrintAndLeave()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(bool, display);
+        QFETCH(int, exitCode);
+        QFETCH(QString, out);
+        QFETCH(QString, err);
+        Sandbox box;
+        QProcessEnvironment env = box.environment();
+        if (!display) {
+            for (const char *name : { "QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY" })
+                env.remove(QString::fromLatin1(name));
+        }
+        QProcess p;
+        p.setProcessEnvironment(env);
+        p.start(Sandbox::executable(), args);
+        const bool ended = p.waitForFinished(15000);
+        if (!ended)
+            p.kill();
+        QVERIFY(ended);
+        QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p.exitCode(), exitCode);
+        const QString stdOut = QString::fromLocal8Bit(p.readAllStandardOutput());
+        const QString stdErr = QString::fromLocal8Bit(p.readAllStandardError());
+        QVERIFY2(stdOut.contains(out), qPrintable(stdOut));
+        QVERIFY2(stdErr.contains(err), qPrintable(stdErr));
+        // Nothing was started: no log, and no instance for a later start to hand over to.
+        QVERIFY(!QFile::exists(box.logPath()));
+    }
+
+    void commandLineArguments_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("commLog");
+        const QString cwd = QDir::currentPath() + "/";
+        QTest::newRow("files made absolute, in order")
+            << QStringList { "kavot", "b.kvpr", "/tmp/a.mp4" } << QStringList { cwd + "b.kvpr", "/tmp/a.mp4" } << "";
+        QTest::newRow("communication log beside a file")
+            << QStringList { "kavot", "--commlog=/tmp/comm.log", "a.kvpr" } << QStringList { cwd + "a.kvpr" }
+            << "/tmp/comm.log";
+        QTest::newRow("after -- a dash starts a name") << QStringList { "kavot", "--", "-v" }
+                                                       << QStringList { cwd + "-v" } << "";
+    }
+    void commandLineArguments()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QStringList, files);
+        QFETCH(QString, commLog);
+        QList<QByteArray> bytes;
+        QList<const char *> argv;
+        for (const QString &a : args)
+            bytes << a.toLocal8Bit();
+        for (const QByteArray &b : std::as_const(bytes))
+            argv << b.constData();
+        QVERIFY(!OVCommandLine::asksForHelpOrVersion(int(argv.size()), argv.constData()));
+        const OVCommandLine line(args);
+        QCOMPARE(line.outcome(), OVCommandLine::Run);
+        QCOMPARE(line.files(), files);
+        QCOMPARE(line.commLog(), commLog);
     }
 
     void startsDespiteBadSurroundings_data()
