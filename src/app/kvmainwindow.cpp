@@ -9,6 +9,7 @@
 #include "kavotversion.h"
 #include "log/nxlog.h"
 #include "log/nxlogwidget.h"
+#include "media/ovvideoplayer.h"
 #include "project/label.h"
 #include "project/ovlocalfilestorage.h"
 #include "project/project.h"
@@ -18,6 +19,7 @@
 #include "settings/ovkeyboardsettings.h"
 #include "settings/ovlabelingsettings.h"
 #include "timeline/ovtimelinecontrol.h"
+#include "timeline/ovtimelinewidget.h"
 #include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
@@ -67,9 +69,17 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_player->setObjectName(QStringLiteral("playerPanel"));
     m_playerStack->addWidget(m_playerArea);
     m_playerStack->addWidget(m_player);
-    connect(m_player, &OVPlayerPanel::initFinished, this, [this](int code, const QString &message) {
+    connect(m_player, &OVPlayerPanel::initFinished, this, [this](int code, const QString &message, const QString &path) {
+        m_playerPath = path;
         m_playerMessage = message;
         onPlayerInitFinished(code);
+    });
+    connect(m_player, &OVPlayerPanel::playbackFailed, this, &KVMainWindow::onPlaybackFailed);
+    connect(m_player->player(), &OVVideoPlayer::stateChanged, this, [this] {
+        // Playing again after a failure: the position moves, so keys may code again.
+        const OVVideoPlayer::State state = m_player->player()->state();
+        if (state == OVVideoPlayer::Playing || state == OVVideoPlayer::Paused)
+            m_timeline->timelineWidget()->setCodingBlockedReason(QString());
     });
     connect(m_player, &OVPlayerPanel::durationKnown, this, [this](double seconds) {
         // The container's length and the player's differ by a few milliseconds; only a new or
@@ -154,6 +164,8 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::TogglePlayback), &QAction::triggered, m_player, &OVPlayerPanel::togglePlayback);
     connect(m_actions->action(R::SeekForward), &QAction::triggered, m_player, &OVPlayerPanel::seekForward);
     connect(m_actions->action(R::SeekBackward), &QAction::triggered, m_player, &OVPlayerPanel::seekBackward);
+    connect(m_actions->action(R::StepForward), &QAction::triggered, m_player, &OVPlayerPanel::stepOrSeekForward);
+    connect(m_actions->action(R::StepBackward), &QAction::triggered, m_player, &OVPlayerPanel::stepOrSeekBackward);
     connect(m_actions->action(R::SpeedUp), &QAction::triggered, m_player, &OVPlayerPanel::speedUp);
     connect(m_actions->action(R::SpeedDown), &QAction::triggered, m_player, &OVPlayerPanel::speedDown);
     connect(m_actions->action(R::VolumeUp), &QAction::triggered, m_player, &OVPlayerPanel::volumeUp);
@@ -208,8 +220,8 @@ void KVMainWindow::createMenus()
     playback->addAction(m_actions->action(R::OpenVideo));
     playback->addAction(m_actions->action(R::RemoveVideo));
     playback->addSeparator();
-    for (int id : { R::TogglePlayback, R::SeekForward, R::SeekBackward, R::SpeedUp, R::SpeedDown, R::VolumeUp,
-                    R::VolumeDown })
+    for (int id : { R::TogglePlayback, R::StepForward, R::StepBackward, R::SeekForward, R::SeekBackward, R::SpeedUp,
+                    R::SpeedDown, R::VolumeUp, R::VolumeDown })
         playback->addAction(m_actions->action(id));
 
     QMenu *timeline = menuBar()->addMenu(tr("&Timeline"));
@@ -235,6 +247,8 @@ void KVMainWindow::createMenus()
 void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
 {
     if (m_project) {
+        rememberPlaybackPosition();
+        m_pendingVideoPath.clear();
         m_player->closeMedia();
         m_player->setState(nullptr);
         m_playerStack->setCurrentWidget(m_playerArea);
@@ -330,12 +344,22 @@ bool KVMainWindow::loadProject(const QString &path)
     const QString video = m_project->videoPath();
     if (!video.isEmpty()) {
         if (QFileInfo::exists(video)) {
+            // Back where the coder left it, and paused there: nothing runs past unseen.
+            const double position = m_settings ? m_settings->recentProjects()->lastPosition(m_projectPath) : 0.0;
             m_playerStack->setCurrentWidget(m_player);
-            m_player->openMedia(video);
+            m_player->openMedia(video, position, position > 0.0);
         } else
             showError(tr("Open Project"), tr("The project's video or audio file was not found:\n%1").arg(video));
     }
     return true;
+}
+
+void KVMainWindow::rememberPlaybackPosition()
+{
+    if (!m_settings || !m_project || m_projectPath.isEmpty() || m_player->mediaPath().isEmpty()
+        || m_player->mediaPath() != m_project->videoPath())
+        return;
+    m_settings->recentProjects()->setLastPosition(m_projectPath, m_player->player()->position());
 }
 
 void KVMainWindow::ensureUserTimeline()
@@ -585,17 +609,11 @@ bool KVMainWindow::openVideo(const QString &path)
         return false;
     const QString absolute = QFileInfo(path).absoluteFilePath();
     qDebug().noquote() << "Opening video or audio" << absolute;
-    m_playerStack->setCurrentWidget(m_player);
-    m_playerMessage.clear();
-    if (!m_player->openMedia(absolute))
-        return false; // onPlayerInitFinished() has said why
-    if (m_project->videoPath() != absolute) {
-        m_videoChangePending = true;
-        m_previousVideoPath = m_project->videoPath();
-        m_previousVideoLength = m_project->videoLength();
-        m_project->setVideoPath(absolute);
-        // The length is known once the player has started; until then coding stays off.
-        m_project->setVideoLength(0.0);
+    // The project keeps its recording (and it plays on) until the new one has started.
+    m_pendingVideoPath = absolute;
+    if (!m_player->openMedia(absolute)) {
+        m_pendingVideoPath.clear();
+        return false;
     }
     return true;
 }
@@ -604,6 +622,7 @@ void KVMainWindow::onRemoveVideo()
 {
     if (!m_project)
         return;
+    m_pendingVideoPath.clear();
     m_player->closeMedia();
     m_playerStack->setCurrentWidget(m_playerArea);
     m_project->setVideoPath(QString());
@@ -619,19 +638,37 @@ void KVMainWindow::onFileDroppedToPlayer(const QString &path)
 void KVMainWindow::onPlayerInitFinished(int errorCode)
 {
     using R = OVActionRegistry;
-    const bool restore = m_videoChangePending && errorCode != 0;
-    m_videoChangePending = false;
-    if (restore && m_project) {
-        m_project->setVideoPath(m_previousVideoPath);
-        m_project->setVideoLength(m_previousVideoLength);
-    }
-    m_actions->action(R::RemoveVideo)->setEnabled(m_project && !m_project->videoPath().isEmpty());
-    if (errorCode == 0)
+    const bool requested = !m_pendingVideoPath.isEmpty() && m_playerPath == m_pendingVideoPath;
+    if (requested)
+        m_pendingVideoPath.clear();
+    if (errorCode == 0) {
+        m_playerStack->setCurrentWidget(m_player);
+        m_timeline->timelineWidget()->setCodingBlockedReason(QString());
+        if (requested && m_project && m_project->videoPath() != m_playerPath) {
+            m_project->setVideoPath(m_playerPath);
+            m_project->setVideoLength(m_player->player()->duration());
+        }
+        m_actions->action(R::RemoveVideo)->setEnabled(m_project && !m_project->videoPath().isEmpty());
         return;
-    m_playerStack->setCurrentWidget(m_playerArea);
-    const QString message = m_playerMessage.isEmpty() ? tr("The video or audio file cannot be played.") : m_playerMessage;
-    qWarning().noquote() << "Player start failed with code" << errorCode;
-    showError(tr("Open Video or Audio"), message);
+    }
+    // Whatever played before plays on (or is on its way back).
+    if (m_player->mediaPath().isEmpty())
+        m_playerStack->setCurrentWidget(m_playerArea);
+    qWarning().noquote() << "Player start failed with code" << errorCode << "for" << m_playerPath;
+    const QString reason = m_playerMessage.isEmpty() ? tr("The decoder gave no reason.") : m_playerMessage;
+    showError(tr("Open Video or Audio"),
+              tr("%1 cannot be played.\n\n%2").arg(QDir::toNativeSeparators(m_playerPath), reason));
+}
+
+void KVMainWindow::onPlaybackFailed(const QString &path, const QString &message)
+{
+    const QString file = QFileInfo(path).fileName();
+    m_timeline->timelineWidget()->setCodingBlockedReason(
+        tr("Coding is stopped: playback of %1 failed. Play or seek to try again.").arg(file));
+    const QString reason = message.isEmpty() ? tr("The decoder gave no reason.") : message;
+    showError(tr("Playback Stopped"),
+              tr("Playback of %1 stopped with an error, and coding is stopped until it plays again.\n\n%2")
+                  .arg(QDir::toNativeSeparators(path), reason));
 }
 
 // ---- application -----------------------------------------------------------------------------

@@ -76,6 +76,8 @@ public Q_SLOTS:
     void onRemoveVideo();
     void onFileDroppedToPlayer(const QString &path);
     void onPlayerInitFinished(int errorCode);
+    // Playback stopped with an error after it had started: the user is told and coding stops.
+    void onPlaybackFailed(const QString &path, const QString &message);
     void onSeekRequested(double position);
     // application
     void showAbout();
@@ -111,6 +113,8 @@ private:
     void updateRecentProjectsMenu();
     void updateProjectActions();
     void updateProjectSummary();
+    // Keeps where playback of the open project stands, for the next time it is opened.
+    void rememberPlaybackPosition();
 
     OVSettings *m_settings;
     OVActionRegistry *m_actions;
@@ -122,11 +126,11 @@ private:
     QStackedWidget *m_playerStack = nullptr;
     QLabel *m_playerArea = nullptr;
     OVPlayerPanel *m_player = nullptr;
+    // The outcome of the player's last start: its file and, on failure, the reason.
+    QString m_playerPath;
     QString m_playerMessage;
-    // The project's video before openVideo() changed it, restored when the new file fails to play.
-    bool m_videoChangePending = false;
-    QString m_previousVideoPath;
-    double m_previousVideoLength = 0.0;
+    // The recording openVideo() is opening; the project takes it only once it plays.
+    QString m_pendingVideoPath;
     OVTimelineControl *m_timeline = nullptr;
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;

@@ -59,6 +59,9 @@ QList<OVActionInfo> makeTable()
     };
     for (const Plain &p : plain)
         t.append({ p.id, QString::fromLatin1(p.category), QString::fromLatin1(p.title), QString() });
+    // One frame while paused, a few seconds while playing: the arrows a player is moved with.
+    t.append({ 71, pb, QStringLiteral("Step Forward"), QStringLiteral("RIGHT") });
+    t.append({ 72, pb, QStringLiteral("Step Backward"), QStringLiteral("LEFT") });
     return t;
 }
 

@@ -40,7 +40,9 @@ public:
         PendingUploads = 54, PasscodeManager = 55, JoinProjectUsingPasscode = 56, MultiProjectWorkshop = 57,
         RemoveVideo = 58, LicensingInfo = 59, Undo = 61, Redo = 62, TranslationEditor = 63,
         CheckForUpdates = 64, DrawingTools = 65, DrawingsLabel = 66, Waveforms = 67,
-        CopyToClipboardPlainText = 68, CopyToClipboardHtml = 69, ExportTranscriptExcel = 70
+        CopyToClipboardPlainText = 68, CopyToClipboardHtml = 69, ExportTranscriptExcel = 70,
+        // Our own additions, numbered on from the fixed table so stored shortcuts never collide.
+        StepForward = 71, StepBackward = 72
     };
 
     explicit OVActionRegistry(QObject *parent = nullptr);

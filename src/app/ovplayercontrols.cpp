@@ -8,11 +8,34 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPalette>
+#include <QProxyStyle>
 #include <QSlider>
 #include <QStyle>
 #include <QToolButton>
 
+#include <algorithm>
 #include <cmath>
+
+namespace {
+
+// A click on the seek bar puts the handle where the click is (and starts a drag from there), as
+// in every media player; the platform's styles would only page towards the pointer.
+class OVSeekBarStyle : public QProxyStyle
+{
+public:
+    using QProxyStyle::QProxyStyle;
+    int styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
+                  QStyleHintReturn *returnData) const override
+    {
+        if (hint == QStyle::SH_Slider_AbsoluteSetButtons)
+            return int(Qt::LeftButton | Qt::MiddleButton);
+        if (hint == QStyle::SH_Slider_PageSetButtons)
+            return int(Qt::NoButton);
+        return QProxyStyle::styleHint(hint, option, widget, returnData);
+    }
+};
+
+} // namespace
 
 OVPlayerControls::OVPlayerControls(QWidget *parent) : QWidget(parent)
 {
@@ -30,6 +53,9 @@ OVPlayerControls::OVPlayerControls(QWidget *parent) : QWidget(parent)
     m_slider = new QSlider(Qt::Horizontal, this);
     m_slider->setRange(0, 0);
     m_slider->setTracking(true);
+    auto *seekBarStyle = new OVSeekBarStyle;
+    seekBarStyle->setParent(m_slider);
+    m_slider->setStyle(seekBarStyle);
     m_speed = new OVSpeedControl(this);
     m_volume = new OVVolumeControl(this);
 
@@ -95,6 +121,8 @@ void OVPlayerControls::setDuration(double seconds)
     if (!(seconds > 0.0) || !std::isfinite(seconds))
         seconds = 0.0;
     m_duration = seconds;
+    // A new file (or none): the picture of the old one is gone.
+    m_frameTime = -1.0;
     m_durationLabel->setText(OVTimeFormat::format(seconds));
     m_slider->setRange(0, int(std::lround(seconds * SliderUnitsPerSecond)));
     refresh();
@@ -205,12 +233,24 @@ void OVPlayerControls::refresh()
     updateButtons();
     if (!m_player || m_dragging)
         return;
-    const OVVideoPlayer::State state = m_player->state();
     // A stopped player keeps showing where it ended.
-    if (state == OVVideoPlayer::Stopped)
+    if (m_player->state() == OVVideoPlayer::Stopped)
         return;
-    const double pos = m_player->position();
-    m_positionLabel->setText(OVTimeFormat::format(pos));
+    showPosition(m_frameTime >= 0.0 && m_player->hasVideoStream() ? m_frameTime : m_player->position());
+}
+
+void OVPlayerControls::showFrameTime(double seconds)
+{
+    if (!std::isfinite(seconds))
+        return;
+    m_frameTime = std::max(0.0, seconds);
+    if (!m_dragging)
+        showPosition(m_frameTime);
+}
+
+void OVPlayerControls::showPosition(double seconds)
+{
+    m_positionLabel->setText(OVTimeFormat::format(seconds));
     const QSignalBlocker block(m_slider);
-    m_slider->setValue(int(std::lround(pos * SliderUnitsPerSecond)));
+    m_slider->setValue(int(std::lround(seconds * SliderUnitsPerSecond)));
 }

@@ -45,6 +45,8 @@ public Q_SLOTS:
     void stepBackward();
     // Shows the player's position and state now.
     void refresh();
+    // The picture of `seconds` has just been put on screen: the position shown follows it.
+    void showFrameTime(double seconds);
 
 Q_SIGNALS:
     // The user moved the slider to this position (seconds).
@@ -57,6 +59,7 @@ private:
     void onSpeedChanged(double speed);
     void onVolumeChanged();
     void updateButtons();
+    void showPosition(double seconds);
     double frameDuration() const;
     // The time of the picture on screen, which frame steps count from.
     double shownTime() const;
@@ -72,6 +75,8 @@ private:
     OVVolumeControl *m_volume = nullptr;
     QTimer m_refresh;
     double m_duration = 0.0;
+    // The time of the picture on screen; -1 until one is shown (and for sound only).
+    double m_frameTime = -1.0;
     bool m_dragging = false;
     bool m_playAfterDrag = false;
     int m_lastDragValue = -1;

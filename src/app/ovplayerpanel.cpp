@@ -1,16 +1,18 @@
 #include "app/ovplayerpanel.h"
 
-#include "project/state.h"
-
 #include "app/ovplayercanvas.h"
 #include "app/ovplayercontrols.h"
+#include "media/ovmediainfo.h"
 #include "media/ovvideoplayer.h"
+#include "project/state.h"
 #include "widgets/ovspeedcontrol.h"
 #include "widgets/ovvolumecontrol.h"
 #include "widgets/ovvolumepopup.h"
 
 #include <QDebug>
+#include <QFutureWatcher>
 #include <QVBoxLayout>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <algorithm>
 
@@ -28,6 +30,14 @@ OVPlayerPanel::OVPlayerPanel(QWidget *parent) : QWidget(parent)
     m_canvas->setPlayer(m_player);
     m_controls->setPlayer(m_player);
     connect(m_player, &OVVideoDecoderBase::initFinished, this, &OVPlayerPanel::onPlayerInitFinished);
+    // Emitted on the decoding thread; queued, it arrives after everything the run did before.
+    connect(m_player, &OVVideoDecoderBase::errorRaised, this, &OVPlayerPanel::onPlayerErrorRaised,
+            Qt::QueuedConnection);
+    // The time under the picture is the time of the picture, not of a clock read at another moment.
+    connect(m_canvas, &OVPlayerCanvas::frameChanged, this, [this] {
+        if (m_canvas->currentFrame() && m_player->hasVideoStream())
+            m_controls->showFrameTime(m_canvas->currentFrame()->time / m_player->timeFactor());
+    });
     connect(m_canvas, &OVPlayerCanvas::fileDropped, this, &OVPlayerPanel::fileDropped);
     connect(m_controls->volumeControl(), &OVVolumeControl::volumeChanged, this,
             [this] { Q_EMIT volumeChanged(volume()); });
@@ -40,23 +50,78 @@ OVPlayerPanel::~OVPlayerPanel()
     m_controls->setPlayer(nullptr);
 }
 
-bool OVPlayerPanel::openMedia(const QString &path)
+bool OVPlayerPanel::openMedia(const QString &path, double startAt, bool paused)
+{
+    if (path.isEmpty())
+        return false;
+    const int generation = ++m_openGeneration;
+    const Request request { path, startAt, paused };
+    auto *watcher = new QFutureWatcher<CheckResult>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, generation, request] {
+        watcher->deleteLater();
+        if (generation == m_openGeneration)
+            onChecked(request, watcher->result());
+    });
+    watcher->setFuture(QtConcurrent::run(&OVPlayerPanel::checkPlayable, path));
+    return true;
+}
+
+OVPlayerPanel::CheckResult OVPlayerPanel::checkPlayable(const QString &path)
+{
+    CheckResult result;
+    OVMediaInfo info;
+    result.error = OVMediaInfo::probe(path, &info);
+    if (result.error)
+        return result;
+    result.duration = info.duration;
+    for (const OVMediaInfo::Stream &stream : std::as_const(info.streams)) {
+        if (stream.type == QLatin1String("video") || stream.type == QLatin1String("audio"))
+            return result;
+    }
+    result.error = OV::Error(OVVideoDecoderBase::NoStreamError, tr("The file holds no video or audio stream."));
+    return result;
+}
+
+void OVPlayerPanel::onChecked(const Request &request, const CheckResult &result)
+{
+    if (result.error) {
+        qWarning().noquote() << "OVPlayerPanel: cannot play" << request.path << ":" << result.error.message();
+        Q_EMIT initFinished(result.error.code(), result.error.message(), request.path);
+        return;
+    }
+    Request checked = request;
+    // A remembered position past the end of a file that has changed since means nothing.
+    if (result.duration > 0.0 && checked.startAt >= result.duration)
+        checked.startAt = 0.0;
+    m_fallback = Request();
+    if (!m_player->path().isEmpty() && m_player->path() != checked.path) {
+        const OVVideoPlayer::State state = m_player->state();
+        m_fallback = { m_player->path(), m_player->position(),
+                       state != OVVideoPlayer::Playing && state != OVVideoPlayer::Starting };
+    }
+    start(checked);
+}
+
+void OVPlayerPanel::start(const Request &request)
 {
     m_canvas->clear();
     m_controls->setDuration(0.0);
     m_awaitingInit = true;
-    if (!m_player->open(path)) {
+    if (!m_player->open(request.path)) {
         m_awaitingInit = false;
         const OV::Error error = m_player->openError();
-        qWarning() << "OVPlayerPanel: cannot open" << path << error.message();
-        Q_EMIT initFinished(error.code() ? error.code() : 1, error.message());
-        return false;
+        qWarning() << "OVPlayerPanel: cannot open" << request.path << error.message();
+        Q_EMIT initFinished(error.code() ? error.code() : 1, error.message(), request.path);
+        return;
     }
-    return true;
+    if (request.startAt > 0.0 || request.paused)
+        m_player->seek(request.startAt, !request.paused);
 }
 
 void OVPlayerPanel::closeMedia()
 {
+    ++m_openGeneration;
+    m_fallback = Request();
     m_awaitingInit = false;
     m_player->close();
     m_canvas->clear();
@@ -91,21 +156,42 @@ void OVPlayerPanel::setState(OVProject::State *state)
 
 void OVPlayerPanel::onPlayerInitFinished(int code)
 {
-    // The player restarts by itself (a seek after the end, another audio stream); only the
-    // first start of a file, or a failure, is news for the main window.
-    if (code == 0 && !m_awaitingInit)
+    // The player restarts by itself (a seek after the end, another audio stream): only the
+    // start openMedia() asked for is news here; a restart that fails raises an error instead.
+    // A start cut short by a newer one is no failure either.
+    if (!m_awaitingInit || code == OVVideoDecoderBase::StoppedError)
         return;
     m_awaitingInit = false;
+    const QString path = m_player->path();
     if (code != 0) {
         const OV::Error error = m_player->lastError();
-        Q_EMIT initFinished(code, error.message());
+        const Request fallback = m_fallback;
+        m_fallback = Request();
+        if (!fallback.path.isEmpty()) {
+            qDebug().noquote() << "OVPlayerPanel: back to" << fallback.path << "at" << fallback.startAt;
+            start(fallback);
+        }
+        Q_EMIT initFinished(code, error.message(), path);
         return;
     }
+    m_fallback = Request();
     const double length = m_player->duration();
     m_controls->setDuration(length);
-    Q_EMIT initFinished(0, QString());
+    Q_EMIT initFinished(0, QString(), path);
     if (length > 0.0)
         Q_EMIT durationKnown(length);
+}
+
+void OVPlayerPanel::onPlayerErrorRaised()
+{
+    // Failures of a start that openMedia() asked for come with initFinished().
+    if (m_awaitingInit)
+        return;
+    const OV::Error error = m_player->lastError();
+    if (error.code() == OVVideoDecoderBase::StoppedError)
+        return;
+    qWarning().noquote() << "OVPlayerPanel: playback of" << m_player->path() << "failed:" << error.message();
+    Q_EMIT playbackFailed(m_player->path(), error.message());
 }
 
 double OVPlayerPanel::volume() const
@@ -133,6 +219,22 @@ void OVPlayerPanel::seekForward()
 void OVPlayerPanel::seekBackward()
 {
     onSeekRequested(std::max(0.0, m_player->position() - SeekStepSeconds));
+}
+
+void OVPlayerPanel::stepOrSeekForward()
+{
+    if (m_player->state() == OVVideoPlayer::Paused)
+        m_controls->stepForward();
+    else
+        seekForward();
+}
+
+void OVPlayerPanel::stepOrSeekBackward()
+{
+    if (m_player->state() == OVVideoPlayer::Paused)
+        m_controls->stepBackward();
+    else
+        seekBackward();
 }
 
 void OVPlayerPanel::speedUp()

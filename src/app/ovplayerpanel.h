@@ -1,5 +1,7 @@
 #pragma once
 
+#include "log/overror.h"
+
 #include <QPointer>
 #include <QWidget>
 
@@ -15,6 +17,9 @@ class State;
 // the player. The main window opens media through it, forwards the views' seek requests and
 // the keyboard actions to its slots, and keeps the volume in its settings through
 // setVolume() / volumeChanged().
+//
+// A file to open is first checked on a worker thread; what plays goes on playing until the new
+// file is known to open, and comes back where it was if the player then cannot start the new one.
 class OVPlayerPanel : public QWidget
 {
     Q_OBJECT
@@ -30,9 +35,9 @@ public:
     explicit OVPlayerPanel(QWidget *parent = nullptr);
     ~OVPlayerPanel() override;
 
-    // Starts playing `path`. The outcome comes with initFinished(); when the file cannot be
-    // read at all this returns false and initFinished() has been emitted already.
-    bool openMedia(const QString &path);
+    // Starts playing `path` from `startAt` seconds, staying paused there when `paused`. The
+    // outcome comes with initFinished(). False only for an empty path.
+    bool openMedia(const QString &path, double startAt = 0.0, bool paused = false);
     void closeMedia();
     QString mediaPath() const;
     // The project's state receives the position while media plays.
@@ -49,6 +54,9 @@ public Q_SLOTS:
     void togglePlayback();
     void seekForward();
     void seekBackward();
+    // One frame while paused, SeekStepSeconds while playing.
+    void stepOrSeekForward();
+    void stepOrSeekBackward();
     void speedUp();
     void speedDown();
     void volumeUp();
@@ -56,19 +64,42 @@ public Q_SLOTS:
     void onSeekRequested(double secsFromStart);
 
 Q_SIGNALS:
-    // 0 and an empty message on success; otherwise the message is for the user.
-    void initFinished(int code, const QString &message);
+    // The start of `path` that openMedia() asked for: 0 and an empty message on success;
+    // otherwise the message is the reason, for the user.
+    void initFinished(int code, const QString &message, const QString &path);
+    // Playback of `path` ended with an error after it had started.
+    void playbackFailed(const QString &path, const QString &message);
     // The length of the opened media in seconds, once it is known.
     void durationKnown(double seconds);
     void fileDropped(const QString &path);
     void volumeChanged(double volume);
 
 private:
+    struct Request
+    {
+        QString path;
+        double startAt = 0.0;
+        bool paused = false;
+    };
+    struct CheckResult
+    {
+        OV::Error error;
+        double duration = 0.0;
+    };
+    static CheckResult checkPlayable(const QString &path);
+    void onChecked(const Request &request, const CheckResult &result);
+    void start(const Request &request);
     void onPlayerInitFinished(int code);
+    void onPlayerErrorRaised();
 
     OVVideoPlayer *m_player = nullptr;
     OVPlayerCanvas *m_canvas = nullptr;
     OVPlayerControls *m_controls = nullptr;
     bool m_awaitingInit = false;
+    // Counts openMedia() and closeMedia() calls: a check that finishes after a newer request is
+    // thrown away.
+    int m_openGeneration = 0;
+    // What played before the file being started, to go back to if it fails.
+    Request m_fallback;
     QPointer<OVProject::State> m_state;
 };

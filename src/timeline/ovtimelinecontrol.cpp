@@ -125,6 +125,7 @@ OVTimelineControl::OVTimelineControl(OVLabelingSettings *settings, QWidget *pare
     connect(m_duration, qOverload<double>(&QDoubleSpinBox::valueChanged), this, &OVTimelineControl::onDurationChanged);
     connect(m_authorMenu, &QMenu::aboutToShow, this, &OVTimelineControl::fillAuthorMenu);
     connect(m_scale, &OVTimeScaleWidget::valueChanged, this, &OVTimelineControl::onTimeScaleChanged);
+    connect(m_scale, &OVTimeScaleWidget::seekRequested, this, &OVTimelineControl::onSeekRequested);
 
     connect(m_widget, &OVTimelineWidget::labelRightClicked, this, &OVTimelineControl::onLabelRightClicked);
     connect(m_widget, &OVTimelineWidget::labelDoubleClicked, this, &OVTimelineControl::onLabelDoubleClicked);

@@ -479,9 +479,17 @@ void OVTimelineWidget::setHighlightedSegment(const Id &segmentId)
     update();
 }
 
+void OVTimelineWidget::setCodingBlockedReason(const QString &reason)
+{
+    if (reason == m_codingBlockedReason)
+        return;
+    m_codingBlockedReason = reason;
+    update();
+}
+
 bool OVTimelineWidget::codeKey(QChar key)
 {
-    if (!m_project || m_project->videoLength() == 0.0)
+    if (!m_project || m_project->videoLength() == 0.0 || !m_codingBlockedReason.isEmpty())
         return false;
     Timeline *timeline = activeTimeline();
     if (!timeline)
@@ -539,6 +547,8 @@ QString OVTimelineWidget::labelingMessage() const
         return QString();
     if (!(m_project->videoLength() > 0.0))
         return tr("Labeling is disabled. Add video to the project first.");
+    if (!m_codingBlockedReason.isEmpty())
+        return m_codingBlockedReason;
     if (!m_labelingEnabled)
         return tr("Labeling is disabled. Click anywhere on timelines to enable.");
     return QString();

@@ -59,6 +59,10 @@ public:
     void setRequireModifier(bool on);
     bool isLabelingEnabled() const { return m_labelingEnabled; }
     void setLabelingEnabled(bool on);
+    // While not empty no key codes, and the rows say why (playback has stopped with an error:
+    // the position no longer moves, so every press would code at a frozen time).
+    QString codingBlockedReason() const { return m_codingBlockedReason; }
+    void setCodingBlockedReason(const QString &reason);
     int nameWidth() const { return m_nameWidth; }
     void setNameWidth(int width);
 
@@ -187,6 +191,7 @@ private:
     bool m_resizingNames = false;
 
     bool m_labelingEnabled = false;
+    QString m_codingBlockedReason;
     bool m_cursorDragging = false;
     bool m_requireModifier = false;
     bool m_repaintPending = false;

@@ -2,9 +2,11 @@
 
 #include "log/ovtimeformat.h"
 
+#include <QApplication>
 #include <QMouseEvent>
 #include <QPainter>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -17,7 +19,7 @@ OVTimeScaleWidget::OVTimeScaleWidget(QWidget *parent)
     : QWidget(parent)
 {
     setCursor(Qt::SizeHorCursor);
-    setToolTip(tr("Drag sideways to zoom"));
+    setToolTip(tr("Click to play from there, drag sideways to zoom"));
 }
 
 double OVTimeScaleWidget::ppsForValue(double value) { return std::pow(10.0, value); }
@@ -72,15 +74,23 @@ void OVTimeScaleWidget::paintEvent(QPaintEvent *)
 
 void OVTimeScaleWidget::mousePressEvent(QMouseEvent *event)
 {
+    if (event->button() != Qt::LeftButton)
+        return;
     m_pressX = int(event->position().x());
     m_pressValue = m_value;
+    m_dragging = false;
 }
 
 void OVTimeScaleWidget::mouseMoveEvent(QMouseEvent *event)
 {
     if (m_pressX < 0 || !(event->buttons() & Qt::LeftButton))
         return;
-    const double v = m_pressValue + (event->position().x() - m_pressX) / PixelsPerDecade;
+    const double dx = event->position().x() - m_pressX;
+    // A hand that trembles while clicking must not zoom.
+    if (!m_dragging && std::abs(dx) < QApplication::startDragDistance())
+        return;
+    m_dragging = true;
+    const double v = m_pressValue + dx / PixelsPerDecade;
     if (v == m_value)
         return;
     m_value = v;
@@ -88,4 +98,14 @@ void OVTimeScaleWidget::mouseMoveEvent(QMouseEvent *event)
     Q_EMIT valueChanged(v);
 }
 
-void OVTimeScaleWidget::mouseReleaseEvent(QMouseEvent *) { m_pressX = -1; }
+void OVTimeScaleWidget::mouseReleaseEvent(QMouseEvent *event)
+{
+    const bool click = m_pressX >= 0 && !m_dragging && event->button() == Qt::LeftButton;
+    m_pressX = -1;
+    m_dragging = false;
+    const double x = event->position().x();
+    // Left of the rows' time area the ruler shows no time.
+    if (!click || x < m_mapping.left)
+        return;
+    Q_EMIT seekRequested(std::max(0.0, m_mapping.timeAt(x)));
+}

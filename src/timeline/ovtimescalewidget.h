@@ -4,9 +4,9 @@
 
 #include <QWidget>
 
-// The ruler above the timeline. It shows the time under each part of the rows and sets the zoom:
-// dragging it sideways zooms in or out. Its value is log10 of the pixels per second, so equal
-// drags change the zoom by equal factors.
+// The ruler above the timeline. It shows the time under each part of the rows, a click on it asks
+// to play from the time clicked, and dragging it sideways zooms in or out. Its value is log10 of
+// the pixels per second, so equal drags change the zoom by equal factors.
 class OVTimeScaleWidget : public QWidget
 {
     Q_OBJECT
@@ -30,6 +30,8 @@ public:
 
 Q_SIGNALS:
     void valueChanged(double value);
+    // A click (a press released without dragging) at this time, in seconds.
+    void seekRequested(double time);
 
 protected:
     void paintEvent(QPaintEvent *event) override;
@@ -42,4 +44,6 @@ private:
     OVTimeMapping m_mapping;
     int m_pressX = -1;
     double m_pressValue = 0.0;
+    // The press has moved far enough to be a zoom drag rather than a click.
+    bool m_dragging = false;
 };

@@ -1,6 +1,8 @@
 #include "app/kvmainwindow.h"
 #include "app/ovactionregistry.h"
+#include "app/ovplayercanvas.h"
 #include "app/ovplayerpanel.h"
+#include "media/ovvideoplayer.h"
 #include "log/nxlogwidget.h"
 #include "project/label.h"
 #include "project/project.h"
@@ -11,6 +13,7 @@
 #include "settings/ovkeyboardsettings.h"
 #include "settings/ovlabelingsettings.h"
 #include "timeline/ovtimelinecontrol.h"
+#include "timeline/ovtimelinewidget.h"
 #include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
@@ -266,54 +269,97 @@ private Q_SLOTS:
         QVERIFY(w.isProjectModified());
     }
 
-    void openingARecordingSetsItsPathAndLength()
+    void openingAndMovingAroundARecording()
     {
         QTemporaryDir dir;
         const QString clip = dir.path() + "/clip.mp4";
         QProcess ff;
         ff.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
-                             "testsrc2=size=320x240:rate=25:duration=3", "-f", "lavfi", "-i",
-                             "sine=frequency=440:duration=3", "-c:v", "libx264", "-pix_fmt", "yuv420p",
+                             "testsrc2=size=320x240:rate=25:duration=8", "-f", "lavfi", "-i",
+                             "sine=frequency=440:duration=8", "-c:v", "libx264", "-pix_fmt", "yuv420p",
                              "-c:a", "aac", "-shortest", clip });
         QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
         qputenv("KAVOT_NO_AUDIO_OUTPUT", "1");
-        TestWindow w(nullptr);
-        QSignalSpy init(w.playerPanel(), &OVPlayerPanel::initFinished);
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        TestWindow w(&settings);
+        OVPlayerPanel *panel = w.playerPanel();
+        OVVideoPlayer *player = panel->player();
+        QSignalSpy init(panel, &OVPlayerPanel::initFinished);
         w.openFile(clip); // no project yet: one is made for the recording
         QVERIFY(w.project());
         QVERIFY(init.wait(20000));
         QCOMPARE(init.first().at(0).toInt(), 0);
         QCOMPARE(w.project()->videoPath(), clip);
-        QTRY_VERIFY_WITH_TIMEOUT(qAbs(w.project()->videoLength() - 3.0) < 0.1, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(qAbs(w.project()->videoLength() - 8.0) < 0.1, 10000);
         QVERIFY(w.errors.isEmpty());
+        w.savePath = dir.path() + "/clip.kvpr";
+        QVERIFY(w.onSaveProjectAs());
 
-        // A file the decoder cannot read is refused and the project keeps its recording.
+        // A file the decoder cannot read is refused by name; the project keeps its recording
+        // (unmodified) and the recording plays on.
         const QString bad = dir.path() + "/notes.mp4";
         QFile f(bad);
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write("these are notes, not a video\n");
         f.close();
-        init.clear();
         w.openVideo(bad);
         QTRY_VERIFY_WITH_TIMEOUT(!w.errors.isEmpty(), 20000);
-        QVERIFY2(w.errors.last().contains("Failed to open input"), qPrintable(w.errors.last()));
+        QVERIFY2(w.errors.last().contains(bad), qPrintable(w.errors.last()));
         QCOMPARE(w.project()->videoPath(), clip);
-        QVERIFY(qAbs(w.project()->videoLength() - 3.0) < 0.1);
+        QVERIFY(qAbs(w.project()->videoLength() - 8.0) < 0.1);
+        QVERIFY(!w.isProjectModified());
+        QCOMPARE(panel->mediaPath(), clip);
+        QVERIFY(player->state() == OVVideoPlayer::Playing);
 
-        // Saved, reopened and played again: opening alone must not mark the project modified.
-        w.savePath = dir.path() + "/clip.kvpr";
-        QVERIFY(w.onSaveProjectAs());
+        // Left and Right: one picture while paused, a few seconds while playing.
+        w.show();
+        QApplication::setActiveWindow(&w);
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        panel->togglePlayback();
+        panel->onSeekRequested(5.0);
+        QTRY_VERIFY_WITH_TIMEOUT(player->state() == OVVideoPlayer::Paused && panel->canvas()->currentFrame()
+                                     && qAbs(panel->canvas()->currentFrame()->time - 5.0) < 0.1,
+                                 20000);
+        const double shown = panel->canvas()->currentFrame()->time;
+        QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &w, Qt::Key_Right);
+        QTRY_VERIFY_WITH_TIMEOUT(qAbs(panel->canvas()->currentFrame()->time - (shown + 0.04)) < 1e-3, 20000);
+        QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &w, Qt::Key_Left);
+        QTRY_VERIFY_WITH_TIMEOUT(qAbs(panel->canvas()->currentFrame()->time - shown) < 1e-3, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(player->state(), OVVideoPlayer::Paused, 5000);
+
+        // Reopened, the project is back where playback stood, paused there.
         QVERIFY(w.onCloseProject(true));
         init.clear();
         QVERIFY(w.loadProject(dir.path() + "/clip.kvpr"));
         QVERIFY(init.wait(20000));
+        QTRY_VERIFY_WITH_TIMEOUT(player->state() == OVVideoPlayer::Paused && qAbs(player->position() - shown) < 0.1,
+                                 20000);
         QTest::qWait(300);
         QVERIFY(!w.isProjectModified());
 
+        panel->togglePlayback();
+        QCOMPARE(player->state(), OVVideoPlayer::Playing);
+        QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &w, Qt::Key_Left);
+        QTRY_VERIFY_WITH_TIMEOUT(player->position() < shown - 3.0, 20000);
+
+        // Playback that ends in an error is told by name, and coding stops until it plays again.
+        OVTimelineWidget *timeline = w.timelineControl()->timelineWidget();
+        QMetaObject::invokeMethod(player, &OVVideoDecoderBase::errorRaised, Qt::QueuedConnection);
+        QTRY_COMPARE_WITH_TIMEOUT(w.errors.size(), 2, 5000);
+        QVERIFY2(w.errors.last().contains(clip), qPrintable(w.errors.last()));
+        QVERIFY(timeline->labelingMessage().contains("clip.mp4"));
+        OVProject::Label *a = w.project()->timelineGroup()->timelines().first()->labels().first();
+        QVERIFY(!timeline->codeKey('A'));
+        QVERIFY(a->segments().isEmpty());
+        panel->togglePlayback(); // paused: the player answers again
+        QVERIFY(!timeline->labelingMessage().contains("clip.mp4"));
+        QVERIFY(timeline->codeKey('A'));
+
         // Closing the window while the recording plays ends without hanging.
-        w.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&w));
-        QTest::qWait(500);
+        panel->togglePlayback();
+        QTest::qWait(300);
+        w.unsavedAnswer = QMessageBox::Discard;
         QVERIFY(w.close());
         QVERIFY(!w.project());
     }

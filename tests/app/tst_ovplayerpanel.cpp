@@ -8,6 +8,7 @@
 #include "widgets/ovvolumecontrol.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QMimeData>
 #include <QPainter>
@@ -154,8 +155,11 @@ private Q_SLOTS:
         const double pausedAt = panel.player()->position();
         QVERIFY(pausedAt >= 4.0 && pausedAt < 6.0);
         controls->refresh();
-        QCOMPARE(controls->positionLabel()->text(), OVTimeFormat::format(pausedAt));
-        QCOMPARE(slider->value(), int(std::lround(pausedAt * 1000)));
+        // Under the picture: the time of the picture.
+        QTRY_COMPARE_WITH_TIMEOUT(controls->positionLabel()->text(),
+                                  OVTimeFormat::format(panel.canvas()->currentFrame()->time), 5000);
+        QCOMPARE(slider->value(), int(std::lround(panel.canvas()->currentFrame()->time * 1000)));
+        QVERIFY(std::abs(panel.canvas()->currentFrame()->time - pausedAt) <= 0.04 + 1e-6);
         QTRY_COMPARE_WITH_TIMEOUT(state.currentPos(), pausedAt, 5000);
 
         // One frame forward and back while paused.
@@ -208,10 +212,83 @@ private Q_SLOTS:
         QCOMPARE(panel.player()->requestedTimeFactor(), 0.5);
 
         QSignalSpy init(&panel, &OVPlayerPanel::initFinished);
-        QVERIFY(!panel.openMedia(m_dir.filePath(QStringLiteral("nothing-here.mp4"))));
-        QCOMPARE(init.count(), 1);
+        const QString missing = m_dir.filePath(QStringLiteral("nothing-here.mp4"));
+        QVERIFY(panel.openMedia(missing));
+        QTRY_COMPARE_WITH_TIMEOUT(init.count(), 1, 20000);
         QVERIFY(init.first().at(0).toInt() != 0);
         QVERIFY(!init.first().at(1).toString().isEmpty());
+        QCOMPARE(init.first().at(2).toString(), missing);
+    }
+
+    void seekBarClickAndTimeUnderThePicture()
+    {
+        OVPlayerPanel panel;
+        panel.resize(640, 480);
+        panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        QSignalSpy init(&panel, &OVPlayerPanel::initFinished);
+        QVERIFY(panel.openMedia(m_clip));
+        QTRY_COMPARE_WITH_TIMEOUT(init.count(), 1, 20000);
+        QCOMPARE(init.first().at(0).toInt(), 0);
+        OVVideoPlayer *player = panel.player();
+        OVPlayerControls *controls = panel.controls();
+
+        // At twice the speed the picture changes every 20 ms: a clock read on the refresh timer
+        // runs several pictures away from the one on screen.
+        controls->speedControl()->setSpeed(2.0);
+        QTRY_VERIFY_WITH_TIMEOUT(player->timeFactor() == 0.5 && player->state() == OVVideoPlayer::Playing, 20000);
+        QTest::qWait(300);
+        double worst = 0.0;
+        int samples = 0;
+        QElapsedTimer clock;
+        clock.start();
+        while (clock.elapsed() < 1500 && player->state() == OVVideoPlayer::Playing) {
+            QTest::qWait(7);
+            const auto frame = panel.canvas()->currentFrame();
+            double shown = 0.0;
+            if (!frame || !OVTimeFormat::parse(controls->positionLabel()->text(), &shown))
+                continue;
+            worst = std::max(worst, std::abs(shown - frame->time / player->timeFactor()));
+            ++samples;
+        }
+        QVERIFY2(samples > 50, qPrintable(QString::number(samples)));
+        QVERIFY2(worst <= 0.04 + 1e-3, qPrintable(QStringLiteral("%1 s between label and picture").arg(worst)));
+
+        // A click on the seek bar goes to the time clicked, not a page towards it.
+        controls->speedControl()->setSpeed(1.0);
+        panel.togglePlayback();
+        QTRY_COMPARE_WITH_TIMEOUT(player->state(), OVVideoPlayer::Paused, 5000);
+        QSlider *slider = controls->slider();
+        const double target = 0.25 * player->duration();
+        QTest::mouseClick(slider, Qt::LeftButton, {}, QPoint(slider->width() / 4, slider->height() / 2));
+        QTRY_VERIFY_WITH_TIMEOUT(panel.canvas()->currentFrame()
+                                     && std::abs(panel.canvas()->currentFrame()->time - target) < 0.4,
+                                 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(player->state(), OVVideoPlayer::Paused, 5000);
+    }
+
+    // The decoder's report of an error that ends playback reaches the window, once, with the
+    // file; one during start-up is the start's failure and is told by initFinished() instead.
+    void decoderErrorsDuringPlayback()
+    {
+        OVPlayerPanel panel;
+        QSignalSpy init(&panel, &OVPlayerPanel::initFinished);
+        QSignalSpy failed(&panel, &OVPlayerPanel::playbackFailed);
+        QVERIFY(panel.openMedia(m_clip));
+        QTRY_COMPARE_WITH_TIMEOUT(init.count(), 1, 20000);
+        // As the decoding thread reports it.
+        QMetaObject::invokeMethod(panel.player(), &OVVideoDecoderBase::errorRaised, Qt::QueuedConnection);
+        QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, 5000);
+        QCOMPARE(failed.first().first().toString(), m_clip);
+
+        connect(panel.player(), &OVVideoPlayer::stateChanged, this, [&panel] {
+            if (panel.player()->state() == OVVideoPlayer::Starting)
+                QMetaObject::invokeMethod(panel.player(), &OVVideoDecoderBase::errorRaised, Qt::QueuedConnection);
+        });
+        QVERIFY(panel.openMedia(m_clip));
+        QTRY_COMPARE_WITH_TIMEOUT(init.count(), 2, 20000);
+        QTest::qWait(100);
+        QCOMPARE(failed.count(), 1);
     }
 
     void dropOnCanvas()

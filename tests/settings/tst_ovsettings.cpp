@@ -192,6 +192,39 @@ private Q_SLOTS:
         QVERIFY(!s.open(path));
         QCOMPARE(s.labeling()->leadOpenTime(), 2.0);
     }
+
+    // Positions survive a save for the projects in the recent list, with any character in a path,
+    // and never come back as garbage from a damaged entry.
+    void lastPositions()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.path() + "/settings.ini";
+        const QString odd = "/data/a|b, c.kvpr";
+        {
+            OVSettings s;
+            QVERIFY(s.open(path));
+            s.recentProjects()->addProject(odd);
+            s.recentProjects()->addProject("/b.kvpr");
+            s.recentProjects()->setLastPosition(odd, 12.5);
+            s.recentProjects()->setLastPosition("/b.kvpr", 3.25);
+            s.recentProjects()->setLastPosition("/not/recent.kvpr", 7.0);
+            QVERIFY(s.saveNow());
+        }
+        OVSettings s;
+        QVERIFY(s.open(path));
+        OVRecentProjects *recent = s.recentProjects();
+        QCOMPARE(recent->lastPosition(odd), 12.5);
+        QCOMPARE(recent->lastPosition("/b.kvpr"), 3.25);
+        QCOMPARE(recent->lastPosition("/not/recent.kvpr"), 0.0);
+        // Out of the list, out of the positions at the next write.
+        recent->removeProject(odd);
+        recent->setLastPosition("/b.kvpr", 4.0);
+        QCOMPARE(recent->value("lastPositions").toStringList(), QStringList({ "4.000|/b.kvpr" }));
+        for (const char *damaged : { "x|/b.kvpr", "-5|/b.kvpr", "nan|/b.kvpr", "inf|/b.kvpr", "|/b.kvpr" }) {
+            recent->setValue("lastPositions", QStringList({ QString::fromLatin1(damaged) }));
+            QCOMPARE(recent->lastPosition("/b.kvpr"), 0.0);
+        }
+    }
 };
 
 QTEST_MAIN(TestOVSettings)

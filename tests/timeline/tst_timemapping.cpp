@@ -1,6 +1,8 @@
 #include "timeline/ovtimemapping.h"
 #include "timeline/ovtimescalewidget.h"
 
+#include <QMouseEvent>
+#include <QSignalSpy>
 #include <QTest>
 
 class TstTimeMapping : public QObject
@@ -13,6 +15,8 @@ private Q_SLOTS:
     void cursorGrab();
     void scaleValue_data();
     void scaleValue();
+    void rulerClick_data();
+    void rulerClick();
 };
 
 void TstTimeMapping::conversion_data()
@@ -94,5 +98,45 @@ void TstTimeMapping::scaleValue()
     QVERIFY(qFuzzyCompare(OVTimeScaleWidget::ppsForValue(OVTimeScaleWidget::valueForPps(pps)), pps));
 }
 
-QTEST_GUILESS_MAIN(TstTimeMapping)
+void TstTimeMapping::rulerClick_data()
+{
+    QTest::addColumn<int>("pressX");
+    QTest::addColumn<int>("releaseX");
+    QTest::addColumn<double>("seekTo"); // -1: no seek
+    QTest::addColumn<bool>("zooms");
+    // The time area starts at x = 150 showing 20 s, at 10 pixels a second.
+    QTest::newRow("click") << 250 << 250 << 30.0 << false;
+    QTest::newRow("click with a tremble") << 250 << 252 << 30.2 << false;
+    QTest::newRow("drag zooms") << 250 << 290 << -1.0 << true;
+    QTest::newRow("at the left edge") << 150 << 150 << 20.0 << false;
+    QTest::newRow("on the name column") << 100 << 100 << -1.0 << false;
+}
+
+void TstTimeMapping::rulerClick()
+{
+    QFETCH(int, pressX);
+    QFETCH(int, releaseX);
+    QFETCH(double, seekTo);
+    QFETCH(bool, zooms);
+    OVTimeScaleWidget scale;
+    scale.resize(600, 22);
+    scale.setMapping({ 150.0, 20.0, 10.0 });
+    QSignalSpy seek(&scale, &OVTimeScaleWidget::seekRequested);
+    QSignalSpy zoom(&scale, &OVTimeScaleWidget::valueChanged);
+    auto send = [&scale](QEvent::Type type, int x, Qt::MouseButton button, Qt::MouseButtons held) {
+        const QPointF at(x, 10);
+        QMouseEvent event(type, at, scale.mapToGlobal(at), button, held, Qt::NoModifier);
+        QCoreApplication::sendEvent(&scale, &event);
+    };
+    send(QEvent::MouseButtonPress, pressX, Qt::LeftButton, Qt::LeftButton);
+    send(QEvent::MouseMove, (pressX + releaseX) / 2, Qt::NoButton, Qt::LeftButton);
+    send(QEvent::MouseMove, releaseX, Qt::NoButton, Qt::LeftButton);
+    send(QEvent::MouseButtonRelease, releaseX, Qt::LeftButton, Qt::NoButton);
+    QCOMPARE(zoom.isEmpty(), !zooms);
+    QCOMPARE(seek.size(), seekTo < 0 ? 0 : 1);
+    if (seekTo >= 0)
+        QVERIFY(qAbs(seek.first().first().toDouble() - seekTo) < 1e-9);
+}
+
+QTEST_MAIN(TstTimeMapping)
 #include "tst_timemapping.moc"
