@@ -647,6 +647,8 @@ void KVMainWindow::onPlayerInitFinished(int errorCode)
         if (requested && m_project && m_project->videoPath() != m_playerPath) {
             m_project->setVideoPath(m_playerPath);
             m_project->setVideoLength(m_player->player()->duration());
+            // The ruler was fitted to no recording at all; show the whole new one.
+            QTimer::singleShot(0, m_timeline, &OVTimelineControl::zoomTimelineToFit);
         }
         m_actions->action(R::RemoveVideo)->setEnabled(m_project && !m_project->videoPath().isEmpty());
         return;

@@ -138,21 +138,50 @@ void OVPlayerControls::togglePlayback()
 {
     if (!m_player)
         return;
-    if (m_player->state() == OVVideoPlayer::Playing)
+    if (m_pausedSeekPicture >= 0.0) {
+        // Still on its way to a paused picture: the same seek, but playing on from there.
+        m_pausedSeekPicture = -1.0;
+        m_player->seek(m_player->position(), true);
+    } else if (m_player->state() == OVVideoPlayer::Playing) {
         m_player->pause();
-    else
+    } else {
         m_player->resume();
+    }
     refresh();
+}
+
+bool OVPlayerControls::isPausedForUser() const
+{
+    return m_player && (m_player->state() == OVVideoPlayer::Paused || m_pausedSeekPicture >= 0.0);
+}
+
+void OVPlayerControls::seekKeepingPause(double seconds)
+{
+    if (!m_player)
+        return;
+    seconds = std::max(0.0, seconds);
+    if (isPausedForUser())
+        seekPaused(seconds, seconds);
+    else
+        m_player->seek(seconds, true);
+}
+
+void OVPlayerControls::seekPaused(double seconds, double expectedPicture)
+{
+    m_player->seek(seconds, false);
+    m_pausedSeekPicture = expectedPicture;
+    updateButtons();
 }
 
 // A seek that stays paused shows the second picture at or after its target (see
 // OVVideoPlayer::seek): aiming a quarter frame before a picture therefore shows the one after it.
 void OVPlayerControls::stepForward()
 {
-    if (!m_player || m_player->state() != OVVideoPlayer::Paused)
+    if (!isPausedForUser())
         return;
     const double d = frameDuration();
-    m_player->seek(std::max(0.0, shownTime() - d / 4), false);
+    const double here = m_pausedSeekPicture >= 0.0 ? m_pausedSeekPicture : shownTime();
+    seekPaused(std::max(0.0, here - d / 4), here + d);
 }
 
 double OVPlayerControls::shownTime() const
@@ -163,20 +192,20 @@ double OVPlayerControls::shownTime() const
 
 void OVPlayerControls::stepBackward()
 {
-    if (!m_player || m_player->state() != OVVideoPlayer::Paused)
+    if (!isPausedForUser())
         return;
     const double d = frameDuration();
-    const double here = shownTime();
+    const double here = m_pausedSeekPicture >= 0.0 ? m_pausedSeekPicture : shownTime();
     if (here < d / 2)
         return;
-    m_player->seek(std::max(0.0, here - 2.25 * d), false);
+    seekPaused(std::max(0.0, here - 2.25 * d), here - d);
 }
 
 void OVPlayerControls::onSliderPressed()
 {
     m_dragging = true;
     m_lastDragValue = -1;
-    m_playAfterDrag = m_player && m_player->state() == OVVideoPlayer::Playing;
+    m_playAfterDrag = m_player && m_player->state() == OVVideoPlayer::Playing && !isPausedForUser();
 }
 
 void OVPlayerControls::onSliderMoved(int value)
@@ -187,8 +216,12 @@ void OVPlayerControls::onSliderMoved(int value)
     const double seconds = double(value) / SliderUnitsPerSecond;
     m_positionLabel->setText(OVTimeFormat::format(seconds));
     // While dragging, the picture follows the handle without running off.
-    if (m_player)
-        m_player->seek(seconds, !m_dragging && m_player->state() == OVVideoPlayer::Playing);
+    if (m_player) {
+        if (m_dragging)
+            seekPaused(seconds, seconds);
+        else
+            seekKeepingPause(seconds);
+    }
     Q_EMIT seekRequested(seconds);
 }
 
@@ -196,8 +229,12 @@ void OVPlayerControls::onSliderReleased()
 {
     m_dragging = false;
     const double seconds = double(m_slider->value()) / SliderUnitsPerSecond;
-    if (m_player)
-        m_player->seek(seconds, m_playAfterDrag);
+    if (m_player && m_playAfterDrag) {
+        m_pausedSeekPicture = -1.0;
+        m_player->seek(seconds, true);
+    } else if (m_player) {
+        seekPaused(seconds, seconds);
+    }
     m_playAfterDrag = false;
     refresh();
 }
@@ -222,7 +259,7 @@ void OVPlayerControls::updateButtons()
     const bool playing = state == OVVideoPlayer::Playing || state == OVVideoPlayer::Starting;
     m_play->setIcon(style()->standardIcon(playing ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
     m_play->setEnabled(m_player && m_player->source());
-    const bool paused = state == OVVideoPlayer::Paused;
+    const bool paused = isPausedForUser();
     m_stepBack->setEnabled(paused);
     m_stepForward->setEnabled(paused);
     m_slider->setEnabled(m_player && m_player->source() && m_duration > 0.0);
@@ -230,6 +267,9 @@ void OVPlayerControls::updateButtons()
 
 void OVPlayerControls::refresh()
 {
+    if (m_pausedSeekPicture >= 0.0
+        && (!m_player || m_player->state() == OVVideoPlayer::Paused || m_player->state() == OVVideoPlayer::Stopped))
+        m_pausedSeekPicture = -1.0;
     updateButtons();
     if (!m_player || m_dragging)
         return;

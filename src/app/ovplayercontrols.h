@@ -27,6 +27,11 @@ public:
     explicit OVPlayerControls(QWidget *parent = nullptr);
 
     void setPlayer(OVVideoPlayer *player);
+    // Paused, or running on to the picture of a seek that is to stay paused (a step, a click
+    // while paused): what the user sees as paused. The player itself reports playing meanwhile.
+    bool isPausedForUser() const;
+    // Goes to `seconds`, staying paused there when paused for the user, else playing on.
+    void seekKeepingPause(double seconds);
     void setDuration(double seconds);
     double duration() const { return m_duration; }
 
@@ -61,6 +66,7 @@ private:
     void updateButtons();
     void showPosition(double seconds);
     double frameDuration() const;
+    void seekPaused(double seconds, double expectedPicture);
     // The time of the picture on screen, which frame steps count from.
     double shownTime() const;
 
@@ -77,6 +83,9 @@ private:
     double m_duration = 0.0;
     // The time of the picture on screen; -1 until one is shown (and for sound only).
     double m_frameTime = -1.0;
+    // The picture a seek that is to stay paused aims at, until the player has paused there; -1
+    // when none. Steps in quick succession count on from it rather than from the old picture.
+    double m_pausedSeekPicture = -1.0;
     bool m_dragging = false;
     bool m_playAfterDrag = false;
     int m_lastDragValue = -1;

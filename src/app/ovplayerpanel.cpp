@@ -223,7 +223,7 @@ void OVPlayerPanel::seekBackward()
 
 void OVPlayerPanel::stepOrSeekForward()
 {
-    if (m_player->state() == OVVideoPlayer::Paused)
+    if (m_controls->isPausedForUser())
         m_controls->stepForward();
     else
         seekForward();
@@ -231,7 +231,7 @@ void OVPlayerPanel::stepOrSeekForward()
 
 void OVPlayerPanel::stepOrSeekBackward()
 {
-    if (m_player->state() == OVVideoPlayer::Paused)
+    if (m_controls->isPausedForUser())
         m_controls->stepBackward();
     else
         seekBackward();
@@ -267,6 +267,6 @@ void OVPlayerPanel::onSeekRequested(double secsFromStart)
     if (length > 0.0)
         secsFromStart = std::min(secsFromStart, length);
     // A paused player stays paused on the new picture.
-    m_player->seek(std::max(0.0, secsFromStart), m_player->state() != OVVideoPlayer::Paused);
+    m_controls->seekKeepingPause(secsFromStart);
     m_controls->refresh();
 }
