@@ -359,7 +359,7 @@ void KVMainWindow::rememberPlaybackPosition()
     if (!m_settings || !m_project || m_projectPath.isEmpty() || m_player->mediaPath().isEmpty()
         || m_player->mediaPath() != m_project->videoPath())
         return;
-    m_settings->recentProjects()->setLastPosition(m_projectPath, m_player->player()->position());
+    m_settings->recentProjects()->setLastPosition(m_projectPath, m_player->shownPosition());
 }
 
 void KVMainWindow::ensureUserTimeline()

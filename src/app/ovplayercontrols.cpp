@@ -166,6 +166,15 @@ void OVPlayerControls::seekKeepingPause(double seconds)
         m_player->seek(seconds, true);
 }
 
+double OVPlayerControls::shownPosition() const
+{
+    if (!m_player)
+        return 0.0;
+    if (m_pausedSeekPicture >= 0.0)
+        return m_pausedSeekPicture;
+    return m_frameTime >= 0.0 && m_player->hasVideoStream() ? m_frameTime : m_player->position();
+}
+
 void OVPlayerControls::seekPaused(double seconds, double expectedPicture)
 {
     m_player->seek(seconds, false);

@@ -32,6 +32,9 @@ public:
     bool isPausedForUser() const;
     // Goes to `seconds`, staying paused there when paused for the user, else playing on.
     void seekKeepingPause(double seconds);
+    // The time of the picture on screen, or of the one a paused seek is on its way to; the
+    // player's position without pictures.
+    double shownPosition() const;
     void setDuration(double seconds);
     double duration() const { return m_duration; }
 

@@ -114,6 +114,7 @@ void OVPlayerPanel::start(const Request &request)
         Q_EMIT initFinished(error.code() ? error.code() : 1, error.message(), request.path);
         return;
     }
+    m_settleAt = request.paused ? request.startAt : -1.0;
     if (request.startAt > 0.0 || request.paused)
         m_player->seek(request.startAt, !request.paused);
 }
@@ -121,6 +122,7 @@ void OVPlayerPanel::start(const Request &request)
 void OVPlayerPanel::closeMedia()
 {
     ++m_openGeneration;
+    m_settleAt = -1.0;
     m_fallback = Request();
     m_awaitingInit = false;
     m_player->close();
@@ -132,6 +134,11 @@ void OVPlayerPanel::closeMedia()
 QString OVPlayerPanel::mediaPath() const
 {
     return m_player->path();
+}
+
+double OVPlayerPanel::shownPosition() const
+{
+    return m_controls->shownPosition();
 }
 
 void OVPlayerPanel::setState(OVProject::State *state)
@@ -175,6 +182,13 @@ void OVPlayerPanel::onPlayerInitFinished(int code)
         return;
     }
     m_fallback = Request();
+    const double fps = m_player->frameRate();
+    if (m_settleAt > 0.0 && fps > 0.0) {
+        // A paused seek shows the second picture at or after its target: aim between the two
+        // pictures before the one wanted, so that it is that one which comes up.
+        m_player->seek(std::max(0.0, m_settleAt - 1.25 / fps), false);
+    }
+    m_settleAt = -1.0;
     const double length = m_player->duration();
     m_controls->setDuration(length);
     Q_EMIT initFinished(0, QString(), path);

@@ -40,6 +40,8 @@ public:
     bool openMedia(const QString &path, double startAt = 0.0, bool paused = false);
     void closeMedia();
     QString mediaPath() const;
+    // The time of the picture on screen (of the sound, without pictures).
+    double shownPosition() const;
     // The project's state receives the position while media plays.
     void setState(OVProject::State *state);
 
@@ -101,5 +103,7 @@ private:
     int m_openGeneration = 0;
     // What played before the file being started, to go back to if it fails.
     Request m_fallback;
+    // The picture a paused start is to show, aimed at once the frame rate is known; -1 when none.
+    double m_settleAt = -1.0;
     QPointer<OVProject::State> m_state;
 };
