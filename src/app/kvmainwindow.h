@@ -6,6 +6,7 @@
 #include <QStringList>
 
 class OVActionRegistry;
+class OVCodingSnapshot;
 class OVLocalFileStorage;
 class OVSettings;
 class OVTimelineControl;
@@ -79,6 +80,10 @@ public Q_SLOTS:
     // Playback stopped with an error after it had started: the user is told and coding stops.
     void onPlaybackFailed(const QString &path, const QString &message);
     void onSeekRequested(double position);
+    // export
+    void onExportStatsTriggered();
+    void onExportRawDataTriggered();
+    void onMultiProjectWorkshopTriggered();
     // application
     void showAbout();
     void showSettings();
@@ -101,6 +106,9 @@ protected:
     virtual QString chooseOpenPath();
     virtual QString chooseSavePath();
     virtual QString chooseMediaPath();
+    // Where an export goes; `filter` as for a file dialog. Empty when the user cancels.
+    virtual QString chooseExportPath(const QString &caption, const QString &filter);
+    virtual QStringList chooseProjectPaths();
 
 private:
     void createActions();
@@ -115,6 +123,7 @@ private:
     void updateProjectSummary();
     // Keeps where playback of the open project stands, for the next time it is opened.
     void rememberPlaybackPosition();
+    OVCodingSnapshot codingSnapshot() const;
 
     OVSettings *m_settings;
     OVActionRegistry *m_actions;
@@ -136,4 +145,5 @@ private:
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;
     QMenu *m_recentMenu = nullptr;
+    QAction *m_statsAction = nullptr;
 };
