@@ -11,6 +11,7 @@
 #include "settings/ovkeyboardsettings.h"
 #include "settings/ovlabelingsettings.h"
 #include "timeline/ovtimelinecontrol.h"
+#include "timeline/ovtimelinewidget.h"
 #include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
@@ -246,6 +247,7 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowActive(&w));
         w.timelineControl()->setFocus();
         QTRY_VERIFY(w.timelineControl()->hasFocus() || w.timelineControl()->isAncestorOf(QApplication::focusWidget()));
+        w.timelineControl()->timelineWidget()->setLabelingEnabled(true);
         OVProject::Label *a = w.project()->timelineGroup()->timelines().first()->labels().first();
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_A);
         QCOMPARE(a->segments().size(), 1);
@@ -263,6 +265,19 @@ private Q_SLOTS:
         redo->trigger();
         redo->trigger();
         QCOMPARE(a->segments().first()->end(), 15.0);
+        QVERIFY(w.isProjectModified());
+
+        // The mark follows the history: away from the saved state and back again.
+        w.setModified(false); // as a save does
+        undo->trigger();
+        QVERIFY(w.isProjectModified());
+        redo->trigger();
+        QVERIFY(!w.isProjectModified());
+        QVERIFY(!w.isWindowModified());
+        // A change outside the history stays until the next save, whatever undo does.
+        w.project()->setTitle("Retitled");
+        undo->trigger();
+        redo->trigger();
         QVERIFY(w.isProjectModified());
     }
 
