@@ -78,13 +78,12 @@ protected:
 private:
     bool insert()
     {
-        // Every label must be there and none of the segments, or nothing is done.
+        // Every label must be there, or nothing is done. (The segments' ids are fresh, and undo
+        // took them out: looking for them would cost a scan of the label per coded key.)
         QHash<Id, Label *> labels;
         for (const SegmentData &d : m_segments) {
             Label *l = labels.value(d.labelId);
             if (!l && !(l = label(d.labelId)))
-                return false;
-            if (l->segment(d.id))
                 return false;
             labels.insert(d.labelId, l);
         }
@@ -418,7 +417,8 @@ Segment *OVTimelineHistory::addSegment(Label *label, double start, double end, c
     d.description = description;
     if (!push(new SegmentSetCommand(history(), ensureId(t), { d }, true, tr("Add segment"))))
         return nullptr;
-    return label->segment(d.id);
+    Segment *added = label->segments().isEmpty() ? nullptr : label->segments().last();
+    return added && added->id() == d.id ? added : nullptr;
 }
 
 bool OVTimelineHistory::setSegmentTimes(Segment *segment, double start, double end)
