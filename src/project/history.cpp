@@ -35,24 +35,16 @@ bool History::push(HistoryCommand *command)
     return ok;
 }
 
-bool History::undo()
-{
-    if (m_macroOpen || !m_stack->canUndo())
-        return false;
-    m_failed = false;
-    m_stack->undo();
-    const bool ok = !m_failed;
-    m_failed = false;
-    refreshClean();
-    return ok;
-}
+bool History::undo() { return step(false); }
 
-bool History::redo()
+bool History::redo() { return step(true); }
+
+bool History::step(bool forward)
 {
-    if (m_macroOpen || !m_stack->canRedo())
+    if (m_macroOpen || !(forward ? m_stack->canRedo() : m_stack->canUndo()))
         return false;
     m_failed = false;
-    m_stack->redo();
+    forward ? m_stack->redo() : m_stack->undo();
     const bool ok = !m_failed;
     m_failed = false;
     refreshClean();

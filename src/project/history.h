@@ -95,6 +95,7 @@ Q_SIGNALS:
     void stepFailed(const QString &text);
 
 private:
+    bool step(bool forward);
     const QUndoCommand *top() const;
     bool holds(const QUndoCommand *command, int from) const;
     // Before the stack deletes the steps above the index (a new step after an undo).

@@ -105,10 +105,7 @@ void TstTimelineCoding::coding()
 
     OVTimelineControl control(&settings);
     control.setProject(&project);
-    control.resize(900, 300);
-    control.show();
-    control.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&control));
+    QVERIFY(showActive(&control));
     control.timelineWidget()->setLabelingEnabled(true);
     control.timelineWidget()->setFocus();
     QVERIFY(control.timelineWidget()->hasFocus());
@@ -186,10 +183,7 @@ void TstTimelineCoding::refusedPressSaysWhyAndKeepsTheKeyboard()
     Timeline *t = newProject(&project);
     OVTimelineControl control(&settings);
     control.setProject(&project);
-    control.resize(900, 300);
-    control.show();
-    control.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&control));
+    QVERIFY(showActive(&control));
     OVTimelineWidget *w = control.timelineWidget();
     w->setFocus();
     QSignalSpy status(&control, &OVTimelineControl::statusMessage);

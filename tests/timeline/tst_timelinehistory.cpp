@@ -78,10 +78,7 @@ void TstTimelineHistory::codingSessionUndoRedo()
 
     OVTimelineControl control(&settings);
     control.setProject(&project);
-    control.resize(900, 300);
-    control.show();
-    control.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&control));
+    QVERIFY(showActive(&control));
     control.timelineWidget()->setLabelingEnabled(true);
     control.timelineWidget()->setFocus();
 
