@@ -13,6 +13,7 @@
 #include "log/nxlog.h"
 #include "log/nxlogwidget.h"
 #include "media/ovvideoplayer.h"
+#include "project/history.h"
 #include "project/label.h"
 #include "project/ovlocalfilestorage.h"
 #include "project/project.h"
@@ -43,11 +44,13 @@
 #include <QStackedWidget>
 #include <QStatusBar>
 #include <QStandardPaths>
+#include <QStatusBar>
 #include <QTimer>
 #include <QUndoStack>
 #include <QUrl>
 
 namespace {
+constexpr int StatusMessageMs = 8000;
 const char *kStyleSheet = "KVMainWindow { background-color: black; }"
                           "QSplitter::handle:horizontal { background-color: rgb(89, 89, 89); }"
                           "QSplitter::handle:vertical { background-color: rgb(89, 89, 89); }";
@@ -103,7 +106,7 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     // The window is black; the control's own captions need their usual background to be read.
     m_timeline->setAutoFillBackground(true);
     connect(m_timeline, &OVTimelineControl::seekRequested, this, &KVMainWindow::onSeekRequested);
-    connect(m_timeline->undoStack(), &QUndoStack::indexChanged, this, &KVMainWindow::onProjectHistoryChanged);
+    connect(m_timeline, &OVTimelineControl::statusMessage, this, [this](const QString &text) { statusBar()->showMessage(text, StatusMessageMs); });
     m_mainSplitter->addWidget(m_playerStack);
     m_mainSplitter->addWidget(m_timeline);
     m_mainSplitter->setStretchFactor(0, 3);
@@ -132,9 +135,9 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
 
 KVMainWindow::~KVMainWindow()
 {
-    // Children (the timeline and its undo history) die after this body, while signals still reach
-    // us: cut them off before the actions they update are gone.
-    disconnect(m_timeline->undoStack(), nullptr, this, nullptr);
+    // The project (and its history) goes before the children whose actions its signals update.
+    if (m_project)
+        disconnect(m_project->history(), nullptr, this, nullptr);
     m_timeline->setProject(nullptr);
     delete m_project;
 }
@@ -281,6 +284,13 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
         connect(m_project, &OVProject::Project::changed, this, &KVMainWindow::onProjectDataChanged);
         connect(m_project, &OVProject::Project::projectTypeChanged, this, &KVMainWindow::onProjectTypeChanged);
         connect(m_project->timelineGroup(), &OVProject::TimelineGroup::changed, this, &KVMainWindow::onChangeDetected);
+        OVProject::History *history = m_project->history();
+        connect(history, &OVProject::History::changed, this, &KVMainWindow::onProjectHistoryChanged);
+        connect(history, &OVProject::History::cleanChanged, this, &KVMainWindow::onProjectHistoryChanged);
+        connect(history, &OVProject::History::stepFailed, this, [this](const QString &step) {
+            qWarning().noquote() << "History step could not be applied:" << step;
+            statusBar()->showMessage(tr("\"%1\" could not be undone or redone: what it changed is gone.").arg(step), StatusMessageMs);
+        });
         m_player->setState(m_project->state());
         Q_EMIT projectOpened();
     }
@@ -507,7 +517,11 @@ void KVMainWindow::onProjectTypeChanged()
 
 void KVMainWindow::onChangeDetected()
 {
-    // Called on every coded key press: only the first change since a save has anything to update.
+    // The history's own steps are judged by its clean state (so undoing back to the saved state
+    // clears the mark); a change made outside it stays until the next save.
+    if (m_project && m_project->history()->isApplying())
+        return;
+    m_unrecordedChanges = true;
     if (!m_modified)
         setModified(true);
 }
@@ -522,6 +536,20 @@ void KVMainWindow::openBackupFolder()
 
 void KVMainWindow::setModified(bool modified)
 {
+    if (!modified) {
+        // The document as it is now is the saved one.
+        m_unrecordedChanges = false;
+        if (m_project)
+            m_project->history()->setClean();
+    } else if (m_project && m_project->history()->isClean()) {
+        m_unrecordedChanges = true;
+    }
+    applyModified();
+}
+
+void KVMainWindow::applyModified()
+{
+    const bool modified = m_project && (m_unrecordedChanges || !m_project->history()->isClean());
     m_modified = modified;
     setWindowModified(modified);
     updateWindowTitle();
@@ -581,19 +609,24 @@ void KVMainWindow::updateRecentProjectsMenu()
 
 void KVMainWindow::undo()
 {
-    m_timeline->undoStack()->undo();
+    if (m_project)
+        m_project->history()->undo();
 }
 
 void KVMainWindow::redo()
 {
-    m_timeline->undoStack()->redo();
+    if (m_project)
+        m_project->history()->redo();
 }
 
 void KVMainWindow::onProjectHistoryChanged()
 {
     using R = OVActionRegistry;
-    m_actions->action(R::Undo)->setEnabled(m_project && m_timeline->undoStack()->canUndo());
-    m_actions->action(R::Redo)->setEnabled(m_project && m_timeline->undoStack()->canRedo());
+    const OVProject::History *history = m_project ? m_project->history() : nullptr;
+    m_actions->action(R::Undo)->setEnabled(history && history->canUndo());
+    m_actions->action(R::Redo)->setEnabled(history && history->canRedo());
+    if (m_project && m_modified != (m_unrecordedChanges || !m_project->history()->isClean()))
+        applyModified();
 }
 
 void KVMainWindow::onSeekRequested(double position)

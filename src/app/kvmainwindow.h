@@ -41,7 +41,9 @@ public:
     NXLogWidget *logWidget() const { return m_logWidget; }
     // The user who codes in this session: the remembered login, else the system user.
     QString currentUser() const;
-    // The modified mark of the open project (title "[*]", the question on close).
+    // The modified mark of the open project (title "[*]", the question on close). It is set while
+    // the history is away from its clean state or a change was made outside the history;
+    // setModified(false) declares the document as it is now the saved one.
     void setModified(bool modified);
     // Writes the open project, if it has unsaved changes, into the backup folder without touching
     // its own file: used when the session ends without asking (logout, SIGTERM). Returns the path.
@@ -123,6 +125,7 @@ private:
     void updateProjectSummary();
     // Keeps where playback of the open project stands, for the next time it is opened.
     void rememberPlaybackPosition();
+    void applyModified();
     OVCodingSnapshot codingSnapshot() const;
 
     OVSettings *m_settings;
@@ -131,6 +134,8 @@ private:
     QString m_projectPath;
     OVLocalFileStorage *m_storage = nullptr;
     bool m_modified = false;
+    // A change since the last save that is not a step of the history (a new recording, the header).
+    bool m_unrecordedChanges = false;
     QSplitter *m_mainSplitter = nullptr;
     QStackedWidget *m_playerStack = nullptr;
     QLabel *m_playerArea = nullptr;

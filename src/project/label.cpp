@@ -317,3 +317,34 @@ QList<Label::Span> Label::spansInRange(double from, double to) const
 }
 
 } // namespace OVProject
+
+namespace OVProject {
+
+QString Label::checkIndex() const
+{
+    ensureIndex();
+    if (m_index.size() != std::size_t(m_segments.size()))
+        return QStringLiteral("indexes %1 of %2 segments").arg(m_index.size()).arg(m_segments.size());
+    for (std::size_t i = 0; i < m_index.size(); ++i) {
+        const IndexEntry &e = m_index[i];
+        if (!e.segment || e.segment->m_label != this || !m_segments.contains(e.segment))
+            return QStringLiteral("entry %1 holds a segment of another label").arg(i);
+        if (e.start != timeKey(e.segment->start()) || e.end != timeKey(e.segment->end()))
+            return QStringLiteral("entry %1 holds stale times of segment %2").arg(i).arg(e.segment->id());
+        if (i > 0 && m_index[i - 1].start > e.start)
+            return QStringLiteral("entry %1 is out of order").arg(i);
+    }
+    const std::size_t blocks = (m_index.size() + BlockSize - 1) / BlockSize;
+    if (m_blockMaxEnd.size() != blocks)
+        return QStringLiteral("%1 block maxima for %2 blocks").arg(m_blockMaxEnd.size()).arg(blocks);
+    for (std::size_t b = 0; b < blocks; ++b) {
+        double maxEnd = -std::numeric_limits<double>::infinity();
+        for (std::size_t i = b * BlockSize; i < std::min(m_index.size(), (b + 1) * BlockSize); ++i)
+            maxEnd = std::max(maxEnd, m_index[i].end);
+        if (m_blockMaxEnd[b] != maxEnd)
+            return QStringLiteral("block %1 keeps the largest end %2 instead of %3").arg(b).arg(m_blockMaxEnd[b]).arg(maxEnd);
+    }
+    return QString();
+}
+
+} // namespace OVProject

@@ -82,6 +82,10 @@ public:
 
     Timeline *timeline() const;
 
+    // Rebuilds what the time index should hold from the segment list and compares: order, times,
+    // and every block's largest end. A text naming the first difference, empty if none.
+    QString checkIndex() const;
+
 Q_SIGNALS:
     void segmentsChanged();
     void changed();

@@ -1,5 +1,6 @@
 #include "project/project.h"
 
+#include "project/history.h"
 #include "project/state.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
@@ -10,6 +11,7 @@ Project::Project(QObject *parent)
     : BaseNode(Id(), parent)
     , m_state(new State(this))
     , m_group(new TimelineGroup(this))
+    , m_history(new History(this))
 {
     m_id.clear();
 }
@@ -75,6 +77,7 @@ void Project::reset()
     m_owner.clear();
     m_offlineUser.clear();
     m_group->clear();
+    m_history->clear();
     m_state->reset();
     if (typeChanged)
         Q_EMIT projectTypeChanged();
@@ -106,6 +109,8 @@ void Project::takeContentFrom(Project *other)
 {
     if (!other || other == this)
         return;
+    // Steps name timelines of the content being replaced.
+    m_history->clear();
     m_group->clear();
     copyFrom(other);
     const QList<Timeline *> moving = other->timelineGroup()->timelines();

@@ -6,6 +6,7 @@
 
 namespace OVProject {
 
+class History;
 class State;
 class Timeline;
 class TimelineGroup;
@@ -24,8 +25,8 @@ public:
     bool copyFrom(const BaseNode *other) override;
     QString contentHash() const override;
 
-    // Clears every text and list, deletes the timelines, resets the view state and sets the
-    // defaults: type 0, no text width limit, online id -1, video id -1, relative video path on.
+    // Clears every text and list, deletes the timelines, forgets the history, resets the view
+    // state and sets the defaults: type 0, no text width limit, online id -1, video id -1, relative video path on.
     void reset();
     // reset(), a fresh id, and one timeline for `user` with the default labels.
     Timeline *startNew(const QString &user);
@@ -64,6 +65,8 @@ public:
 
     State *state() const { return m_state; }
     TimelineGroup *timelineGroup() const { return m_group; }
+    // The document's one undo history; every change made through a view is a step of it.
+    History *history() const { return m_history; }
 
 Q_SIGNALS:
     void changed();
@@ -86,6 +89,7 @@ private:
     QString m_offlineUser;
     State *m_state;
     TimelineGroup *m_group;
+    History *m_history;
 };
 
 } // namespace OVProject

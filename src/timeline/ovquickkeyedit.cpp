@@ -32,6 +32,12 @@ void OVQuickKeyEdit::keyPressEvent(QKeyEvent *event)
     }
     const QString text = event->text();
     if (text.size() == 1 && text.at(0).isPrint() && !text.at(0).isSpace()) {
+        const QString problem = m_keyCheck ? m_keyCheck(text.at(0).toUpper()) : QString();
+        if (!problem.isEmpty()) {
+            setText(problem + QStringLiteral("\n") + tr("Press another key (Escape cancels)"));
+            adjustSize();
+            return;
+        }
         Q_EMIT keyChosen(text.at(0).toUpper());
         close();
         return;

@@ -6,6 +6,8 @@
 #include "project/state.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
+#include "project/history.h"
+#include "timeline/ovkeyboardcoder.h"
 #include "timeline/ovlabelpalette.h"
 #include "timeline/ovquickcoloredit.h"
 #include "timeline/ovquickedit.h"
@@ -18,6 +20,7 @@
 #include "timeline/ovtlsegmentdialog.h"
 
 #include <QApplication>
+#include <QAbstractButton>
 #include <QComboBox>
 #include <QDebug>
 #include <QDoubleSpinBox>
@@ -28,7 +31,6 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QTimer>
 #include <QToolButton>
 #include <QUndoStack>
 #include <QVBoxLayout>
@@ -69,10 +71,12 @@ OVTimelineControl::OVTimelineControl(OVLabelingSettings *settings, QWidget *pare
     , m_duration(secondsBox(this, 3600.0))
     , m_authors(new QToolButton(this))
     , m_authorMenu(new QMenu(this))
-    , m_focusTimer(new QTimer(this))
+    , m_coder(new OVKeyboardCoder(m_widget->history(), this))
 {
     setFocusPolicy(Qt::StrongFocus);
-    m_widget->setLabelingSettings(settings);
+    // A click anywhere on the panel that no field takes gives the keyboard to the coding surface.
+    setFocusProxy(m_widget);
+    m_coder->setLabelingSettings(settings);
     m_mode->addItem(tr("Single Press Mode"));
     m_mode->addItem(tr("Double Press Mode"));
     m_authors->setText(tr("Timelines"));
@@ -90,6 +94,13 @@ OVTimelineControl::OVTimelineControl(OVLabelingSettings *settings, QWidget *pare
     moreMenu->addAction(tr("Delete Selected Segments"), this, [this] { deleteSelectedSegments(); });
     moreMenu->addAction(tr("Clear All"), this, [this] { clearAll(); });
     more->setMenu(moreMenu);
+    // A click on a button must leave the keyboard with the coding surface: a button that took the
+    // focus would be pressed again by the next Space.
+    for (QAbstractButton *b : { static_cast<QAbstractButton *>(m_addLabel), static_cast<QAbstractButton *>(load),
+             static_cast<QAbstractButton *>(save), static_cast<QAbstractButton *>(fit), static_cast<QAbstractButton *>(more),
+             static_cast<QAbstractButton *>(m_authors) })
+        b->setFocusPolicy(Qt::NoFocus);
+    m_mode->setFocusPolicy(Qt::NoFocus);
 
     auto *bar = new QHBoxLayout;
     bar->setContentsMargins(4, 2, 4, 2);
@@ -138,6 +149,16 @@ OVTimelineControl::OVTimelineControl(OVLabelingSettings *settings, QWidget *pare
         m_widget->setLabelingEnabled(true);
         m_widget->setFocus(Qt::MouseFocusReason);
     });
+    connect(m_widget, &OVTimelineWidget::labelingEnabledChanged, m_coder, &OVKeyboardCoder::setLabelingEnabled);
+    connect(m_widget, &OVTimelineWidget::codingBlockedReasonChanged, m_coder, &OVKeyboardCoder::setBlockedReason);
+    connect(m_coder, &OVKeyboardCoder::coded, this, [this](const OVKeyboardCoder::Result &r) {
+        if (r.outcome == OVKeyboardCoder::Opened)
+            m_widget->selectSegmentIds({ r.segmentId });
+        if (!r.message.isEmpty()) {
+            m_widget->flashLabel(r.labelId);
+            Q_EMIT statusMessage(r.message);
+        }
+    });
 
     if (settings) {
         connect(settings, &OVLabelingSettings::labelingModeChanged, this, &OVTimelineControl::onLabelingModeChanged);
@@ -146,26 +167,23 @@ OVTimelineControl::OVTimelineControl(OVLabelingSettings *settings, QWidget *pare
     refreshSettingsFields();
     onTimelinePpsChanged(m_widget->pps());
 
-    m_focusTimer->setInterval(500);
-    connect(m_focusTimer, &QTimer::timeout, this, &OVTimelineControl::onFocusCheckTimer);
-    m_focusTimer->start();
-
-    // Keys reach whichever child has the focus; the application-wide filter sees them all and
-    // keeps those meant for coding.
-    qApp->installEventFilter(this);
+    // Coding keys are those that reach the coding surface (or this panel itself) while it has the
+    // focus; nothing else of the application is watched.
     m_widget->installEventFilter(this);
 }
 
-OVTimelineControl::~OVTimelineControl() { qApp->removeEventFilter(this); }
+OVTimelineControl::~OVTimelineControl() = default;
 
 void OVTimelineControl::setProject(Project *project)
 {
     m_project = project;
     m_widget->setProject(project);
+    m_coder->setProject(project);
+    m_coder->setLabelingEnabled(m_widget->isLabelingEnabled());
     m_scale->setMapping(m_widget->mapping());
 }
 
-QUndoStack *OVTimelineControl::undoStack() const { return m_widget->history()->undoStack(); }
+QUndoStack *OVTimelineControl::undoStack() const { return m_project ? m_project->history()->undoStack() : nullptr; }
 
 void OVTimelineControl::setTranscribingEnabled(bool on)
 {
@@ -191,27 +209,10 @@ bool OVTimelineControl::confirm(const QString &question)
 
 // --- keys ---------------------------------------------------------------------------------------
 
-bool OVTimelineControl::focusIsInside() const
-{
-    const QWidget *focus = QApplication::focusWidget();
-    if (!focus)
-        return false;
-    if (focus == this)
-        return true;
-    // Only the coding surface itself: the spin boxes of this panel keep their digits.
-    for (const QWidget *w = focus; w; w = w->parentWidget()) {
-        if (w == m_widget)
-            return true;
-    }
-    return false;
-}
-
 bool OVTimelineControl::eventFilter(QObject *watched, QEvent *event)
 {
-    // Only at the event's first stop, the focus widget: an unhandled key travels up through its
-    // parents and must not be coded again on the way.
-    if (event->type() == QEvent::KeyPress && watched == QApplication::focusWidget() && focusIsInside())
-        return handleKey(static_cast<QKeyEvent *>(event));
+    if (watched == m_widget && event->type() == QEvent::KeyPress && handleKey(static_cast<QKeyEvent *>(event)))
+        return true;
     if (watched == m_widget && event->type() == QEvent::Wheel) {
         auto *wheel = static_cast<QWheelEvent *>(event);
         const QPoint d = wheel->angleDelta();
@@ -219,6 +220,15 @@ bool OVTimelineControl::eventFilter(QObject *watched, QEvent *event)
         return true;
     }
     return QWidget::eventFilter(watched, event);
+}
+
+void OVTimelineControl::keyPressEvent(QKeyEvent *event)
+{
+    // Only while this panel itself has the focus: keys its fields did not take travel up to here
+    // and are not meant for coding.
+    if (hasFocus() && handleKey(event))
+        return;
+    QWidget::keyPressEvent(event);
 }
 
 bool OVTimelineControl::handleKey(QKeyEvent *event)
@@ -232,14 +242,18 @@ bool OVTimelineControl::handleKey(QKeyEvent *event)
         deleteSelectedSegments();
         return true;
     }
-    // A held key repeats; coding one event per physical press.
-    if (event->isAutoRepeat())
-        return false;
     const QChar c = QChar(char16_t(event->key() & 0xffff)).toUpper();
     if (c.isNull() || !c.isPrint())
         return false;
-    // A press that codes is consumed, so that the same event is not coded again on its way up.
-    return m_widget->codeKey(c);
+    // A held key repeats; one event is coded per physical press, and the repeats of a coding key
+    // are swallowed with it.
+    if (event->isAutoRepeat()) {
+        const Timeline *t = OVKeyboardCoder::activeTimeline(m_project);
+        return t && t->labelForKey(c);
+    }
+    // A coding key is consumed whether or not it coded, so that it does not go on to do
+    // something else; the coder says why when it did not.
+    return !m_coder->code(c).labelId.isEmpty();
 }
 
 // --- settings fields --------------------------------------------------------------------------
@@ -335,10 +349,13 @@ void OVTimelineControl::zoomTimelineToFit()
 
 void OVTimelineControl::onFocusCheckTimer()
 {
-    // After a dialog or a click on the video the focus may end up nowhere; coding needs it here.
-    if (!isVisible() || !window()->isActiveWindow() || QApplication::focusWidget() || !m_widget->isLabelingEnabled())
+    // After one of this panel's dialogs or popups the focus may be left nowhere; coding needs it
+    // back on the surface.
+    if (!isVisible() || !window()->isActiveWindow() || !m_widget->isLabelingEnabled())
         return;
-    m_widget->setFocus(Qt::OtherFocusReason);
+    const QWidget *focus = QApplication::focusWidget();
+    if (!focus || focus == this)
+        m_widget->setFocus(Qt::OtherFocusReason);
 }
 
 void OVTimelineControl::fillAuthorMenu()
@@ -408,7 +425,10 @@ void OVTimelineControl::editLabel(Label *label)
     OVTLLabelDialog dialog(this);
     dialog.setValues(label->name(), label->key(), label->color(), label->description());
     QPointer<Label> guard(label);
-    if (dialog.exec() != QDialog::Accepted || !guard)
+    dialog.setKeyCheck([guard](QChar key) { return guard ? OVTimelineHistory::keyConflict(guard->timeline(), key, guard) : QString(); });
+    const bool accepted = dialog.exec() == QDialog::Accepted;
+    onFocusCheckTimer();
+    if (!accepted || !guard)
         return;
     m_widget->history()->editLabel(guard, dialog.name(), dialog.key(), dialog.color(), dialog.description());
 }
@@ -421,7 +441,9 @@ void OVTimelineControl::editSegment(Segment *segment)
     const Timeline *t = segment->label() ? segment->label()->timeline() : nullptr;
     dialog.setValues(segment->start(), segment->end(), t ? t->owner() : QString(), segment->description());
     QPointer<Segment> guard(segment);
-    if (dialog.exec() != QDialog::Accepted || !guard)
+    const bool accepted = dialog.exec() == QDialog::Accepted;
+    onFocusCheckTimer();
+    if (!accepted || !guard)
         return;
     m_widget->history()->editSegment(guard, dialog.start(), dialog.end(), dialog.description());
 }
@@ -456,6 +478,7 @@ void OVTimelineControl::onLabelNameDoubleClicked(Id labelId, QPoint pos, int are
     }
     case OVTimelineLabelPainter::NameKey: {
         auto *edit = new OVQuickKeyEdit(this);
+        edit->setKeyCheck([guard](QChar key) { return guard ? OVTimelineHistory::keyConflict(guard->timeline(), key, guard) : QString(); });
         connect(edit, &OVQuickKeyEdit::keyChosen, this, [guard, history](QChar k) {
             if (guard)
                 history->editLabel(guard, guard->name(), k, guard->color(), guard->description());
@@ -581,8 +604,13 @@ bool OVTimelineControl::loadTimelineFile(const QString &path)
     Timeline *t = m_widget->activeTimeline();
     QList<Label *> labels;
     const OV::Error error = t ? OVJsonSerializer::loadLabelSetFile(path, &labels) : OV::Error(1, tr("There is no timeline to load into."));
-    bool ok = error.isOk() && m_widget->history()->replaceLabels(t, labels);
+    QStringList refused;
+    bool ok = error.isOk() && m_widget->history()->replaceLabels(t, labels, &refused);
     qDeleteAll(labels);
+    if (!refused.isEmpty()) {
+        qWarning().noquote() << "Label keys refused while loading" << path << ":" << refused.join(QLatin1Char(' '));
+        Q_EMIT statusMessage(refused.join(QLatin1Char(' ')));
+    }
     qDebug() << "Timeline loaded from:" << path << " success:" << ok;
     if (!ok)
         qWarning() << "Failed to load timeline" << path;

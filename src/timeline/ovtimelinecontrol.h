@@ -17,6 +17,7 @@ class QPushButton;
 class QTimer;
 class QToolButton;
 class QUndoStack;
+class OVKeyboardCoder;
 class OVTimeScaleWidget;
 class OVTimelineWidget;
 
@@ -27,8 +28,8 @@ class Timeline;
 } // namespace OVProject
 
 // The timeline panel of the main window: the coding widget with its ruler, the add-label button,
-// the labeling mode and lead times, and the timeline file load and save. It turns key presses
-// into coding while the focus is inside it and forwards the widget's seek requests.
+// the labeling mode and lead times, and the timeline file load and save. It hands key presses on
+// the coding surface to the keyboard coder and forwards the widget's seek requests.
 class OVTimelineControl : public QWidget
 {
     Q_OBJECT
@@ -40,7 +41,8 @@ public:
     OVProject::Project *project() const { return m_project; }
     OVTimelineWidget *timelineWidget() const { return m_widget; }
     OVTimeScaleWidget *timeScale() const { return m_scale; }
-    // Every change made on the timeline, for the main window's Undo and Redo.
+    OVKeyboardCoder *coder() const { return m_coder; }
+    // The project's history (null without a project).
     QUndoStack *undoStack() const;
 
     // While transcribing, letter keys belong to the transcript and do not code.
@@ -62,6 +64,8 @@ public:
 
 Q_SIGNALS:
     void seekRequested(double time);
+    // Something the user should read in the status bar (why a key press coded nothing).
+    void statusMessage(const QString &text);
 
 public Q_SLOTS:
     void onAddLabelClicked();
@@ -87,9 +91,9 @@ public Q_SLOTS:
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
 
 private:
-    bool focusIsInside() const;
     bool handleKey(QKeyEvent *event);
     OVProject::Label *activeLabel(const OVProject::Id &id) const;
     void editLabel(OVProject::Label *label);
@@ -112,7 +116,7 @@ private:
     QDoubleSpinBox *m_duration;
     QToolButton *m_authors;
     QMenu *m_authorMenu;
-    QTimer *m_focusTimer;
+    OVKeyboardCoder *m_coder;
     bool m_transcribing = false;
     bool m_updatingFields = false;
     Confirmation m_confirm;

@@ -1,5 +1,7 @@
 #include "timeline/ovtimelinehistory.h"
 
+#include "project/history.h"
+#include "project/historycommand.h"
 #include "project/label.h"
 #include "project/project.h"
 #include "project/segment.h"
@@ -7,6 +9,9 @@
 #include "project/timelinegroup.h"
 
 #include <QHash>
+
+#include <algorithm>
+#include <cmath>
 #include <QSet>
 #include <QUndoCommand>
 #include <QUndoStack>
@@ -18,13 +23,12 @@ namespace {
 using SegmentData = OVTimelineHistory::SegmentData;
 using LabelData = OVTimelineHistory::LabelData;
 
-// Base of every step: finds the nodes again by id through the history's current project.
-class TimelineCommand : public QUndoCommand
+// Base of every timeline step: finds the nodes again by id through the history's project.
+class TimelineCommand : public HistoryCommand
 {
 public:
-    TimelineCommand(OVTimelineHistory *history, const Id &timelineId, const QString &text)
-        : QUndoCommand(text)
-        , m_history(history)
+    TimelineCommand(History *history, const Id &timelineId, const QString &text)
+        : HistoryCommand(history, text)
         , m_timelineId(timelineId)
     {
     }
@@ -32,7 +36,7 @@ public:
 protected:
     Timeline *timeline() const
     {
-        Project *p = m_history->project();
+        Project *p = project();
         return p ? p->timelineGroup()->timeline(m_timelineId) : nullptr;
     }
     Label *label(const Id &id) const
@@ -46,7 +50,6 @@ protected:
         return l ? l->segment(segmentId) : nullptr;
     }
 
-    OVTimelineHistory *m_history;
     Id m_timelineId;
 };
 
@@ -62,52 +65,67 @@ Segment *makeSegment(const SegmentData &d)
 class SegmentSetCommand : public TimelineCommand
 {
 public:
-    SegmentSetCommand(OVTimelineHistory *h, const Id &timelineId, const QList<SegmentData> &segments, bool add, const QString &text)
+    SegmentSetCommand(History *h, const Id &timelineId, const QList<SegmentData> &segments, bool add, const QString &text)
         : TimelineCommand(h, timelineId, text)
         , m_segments(segments)
         , m_add(add)
     {
     }
-    void redo() override { m_add ? insert() : remove(); }
-    void undo() override { m_add ? remove() : insert(); }
+
+protected:
+    bool apply(bool forward) override { return forward == m_add ? insert() : remove(); }
 
 private:
-    void insert()
+    bool insert()
     {
+        // Every label must be there, or nothing is done. (The segments' ids are fresh, and undo
+        // took them out: looking for them would cost a scan of the label per coded key.)
+        QHash<Id, Label *> labels;
+        for (const SegmentData &d : m_segments) {
+            Label *l = labels.value(d.labelId);
+            if (!l && !(l = label(d.labelId)))
+                return false;
+            labels.insert(d.labelId, l);
+        }
         if (m_segments.size() == 1) {
             // Keyboard coding: the label places one segment in its index without a re-sort.
-            if (Label *l = label(m_segments.first().labelId))
-                l->addSegment(makeSegment(m_segments.first()));
-            return;
+            labels.value(m_segments.first().labelId)->addSegment(makeSegment(m_segments.first()));
+            return true;
         }
         QHash<Id, QList<Segment *>> byLabel;
         for (const SegmentData &d : m_segments)
             byLabel[d.labelId].append(makeSegment(d));
-        for (auto it = byLabel.begin(); it != byLabel.end(); ++it) {
-            if (Label *l = label(it.key()))
-                l->addSegments(it.value());
-            else
-                qDeleteAll(it.value());
-        }
+        for (auto it = byLabel.begin(); it != byLabel.end(); ++it)
+            labels.value(it.key())->addSegments(it.value());
+        return true;
     }
-    void remove()
+    bool remove()
     {
         QHash<Id, QSet<Id>> byLabel;
         for (const SegmentData &d : m_segments)
             byLabel[d.labelId].insert(d.id);
+        QList<QPair<Label *, QList<Segment *>>> doomed;
+        int found = 0;
         for (auto it = byLabel.cbegin(); it != byLabel.cend(); ++it) {
             Label *l = label(it.key());
             if (!l)
-                continue;
-            QList<Segment *> doomed;
+                return false;
+            QList<Segment *> mine;
             for (Segment *s : l->segments()) {
                 if (it.value().contains(s->id()))
-                    doomed.append(s);
+                    mine.append(s);
             }
+            found += int(mine.size());
+            doomed.append({ l, mine });
+        }
+        if (found != m_segments.size())
+            return false;
+        for (const auto &[l, segments] : std::as_const(doomed)) {
             // Newest first: the label's list is searched from its end.
-            for (auto s = doomed.crbegin(); s != doomed.crend(); ++s)
+            for (auto s = segments.crbegin(); s != segments.crend(); ++s)
                 l->removeSegment(*s);
         }
+        return true;
     }
 
     QList<SegmentData> m_segments;
@@ -118,24 +136,26 @@ private:
 class SegmentEditCommand : public TimelineCommand
 {
 public:
-    SegmentEditCommand(OVTimelineHistory *h, const Id &timelineId, const SegmentData &before, const SegmentData &after, const QString &text)
+    SegmentEditCommand(History *h, const Id &timelineId, const SegmentData &before, const SegmentData &after, const QString &text)
         : TimelineCommand(h, timelineId, text)
         , m_before(before)
         , m_after(after)
     {
     }
-    void redo() override { apply(m_after); }
-    void undo() override { apply(m_before); }
 
-private:
-    void apply(const SegmentData &d)
+protected:
+    bool apply(bool forward) override
     {
+        const SegmentData &d = forward ? m_after : m_before;
         Segment *s = segment(d.labelId, d.id);
         if (!s)
-            return;
+            return false;
         s->setTimes(d.start, d.end);
         s->setDescription(d.description);
+        return true;
     }
+
+private:
     SegmentData m_before;
     SegmentData m_after;
 };
@@ -150,30 +170,34 @@ public:
         Id from;
         Id to;
     };
-    SegmentMoveCommand(OVTimelineHistory *h, const Id &timelineId, const QList<Move> &moves, const QString &text)
+    SegmentMoveCommand(History *h, const Id &timelineId, const QList<Move> &moves, const QString &text)
         : TimelineCommand(h, timelineId, text)
         , m_moves(moves)
     {
     }
-    void redo() override
+
+protected:
+    bool apply(bool forward) override
     {
-        for (const Move &m : m_moves)
-            move(m.segmentId, m.from, m.to);
-    }
-    void undo() override
-    {
-        for (auto it = m_moves.crbegin(); it != m_moves.crend(); ++it)
-            move(it->segmentId, it->to, it->from);
+        QList<QPair<Segment *, Label *>> plan;
+        for (const Move &m : m_moves) {
+            Segment *s = segment(forward ? m.from : m.to, m.segmentId);
+            Label *target = label(forward ? m.to : m.from);
+            if (!s || !target)
+                return false;
+            plan.append({ s, target });
+        }
+        if (forward) {
+            for (const auto &[s, target] : std::as_const(plan))
+                target->addSegment(s);
+        } else {
+            for (auto it = plan.crbegin(); it != plan.crend(); ++it)
+                it->second->addSegment(it->first);
+        }
+        return true;
     }
 
 private:
-    void move(const Id &segmentId, const Id &from, const Id &to)
-    {
-        Segment *s = segment(from, segmentId);
-        Label *target = label(to);
-        if (s && target)
-            target->addSegment(s);
-    }
     QList<Move> m_moves;
 };
 
@@ -189,21 +213,22 @@ void applyLabelFields(Label *l, const LabelData &d)
 class LabelEditCommand : public TimelineCommand
 {
 public:
-    LabelEditCommand(OVTimelineHistory *h, const Id &timelineId, const LabelData &before, const LabelData &after, const QString &text)
+    LabelEditCommand(History *h, const Id &timelineId, const LabelData &before, const LabelData &after, const QString &text)
         : TimelineCommand(h, timelineId, text)
         , m_before(before)
         , m_after(after)
     {
     }
-    void redo() override
+
+protected:
+    bool apply(bool forward) override
     {
-        if (Label *l = label(m_after.id))
-            applyLabelFields(l, m_after);
-    }
-    void undo() override
-    {
-        if (Label *l = label(m_before.id))
-            applyLabelFields(l, m_before);
+        const LabelData &d = forward ? m_after : m_before;
+        Label *l = label(d.id);
+        if (!l)
+            return false;
+        applyLabelFields(l, d);
+        return true;
     }
 
 private:
@@ -215,7 +240,7 @@ private:
 class LabelSetCommand : public TimelineCommand
 {
 public:
-    LabelSetCommand(OVTimelineHistory *h, const Id &timelineId, const LabelData &label, int index, const QList<SegmentData> &segments, bool add, const QString &text)
+    LabelSetCommand(History *h, const Id &timelineId, const LabelData &label, int index, const QList<SegmentData> &segments, bool add, const QString &text)
         : TimelineCommand(h, timelineId, text)
         , m_label(label)
         , m_index(index)
@@ -223,15 +248,16 @@ public:
         , m_add(add)
     {
     }
-    void redo() override { m_add ? insert() : remove(); }
-    void undo() override { m_add ? remove() : insert(); }
+
+protected:
+    bool apply(bool forward) override { return forward == m_add ? insert() : remove(); }
 
 private:
-    void insert()
+    bool insert()
     {
         Timeline *t = timeline();
-        if (!t)
-            return;
+        if (!t || t->label(m_label.id))
+            return false;
         auto *l = new Label(m_label.id);
         applyLabelFields(l, m_label);
         QList<Segment *> segments;
@@ -240,12 +266,16 @@ private:
             segments.append(makeSegment(d));
         l->addSegments(segments);
         t->insertLabel(m_index, l);
+        return true;
     }
-    void remove()
+    bool remove()
     {
         Timeline *t = timeline();
-        if (Label *l = t ? t->label(m_label.id) : nullptr)
-            t->removeLabel(l);
+        Label *l = t ? t->label(m_label.id) : nullptr;
+        if (!l)
+            return false;
+        t->removeLabel(l);
+        return true;
     }
     LabelData m_label;
     int m_index;
@@ -256,33 +286,34 @@ private:
 class LabelMoveCommand : public TimelineCommand
 {
 public:
-    LabelMoveCommand(OVTimelineHistory *h, const Id &timelineId, int from, int to, const QString &text)
+    LabelMoveCommand(History *h, const Id &timelineId, int from, int to, const QString &text)
         : TimelineCommand(h, timelineId, text)
         , m_from(from)
         , m_to(to)
     {
     }
-    void redo() override
+
+protected:
+    bool apply(bool forward) override
     {
         Timeline *t = timeline();
-        if (!t)
-            return;
-        m_sortOrders.clear();
-        for (Label *l : t->labels())
-            m_sortOrders.append(l->sortOrder());
-        t->moveLabel(m_from, m_to);
-        // The display order is the label order everywhere else (lists, exports): keep them equal.
-        for (int i = 0; i < t->labels().size(); ++i)
-            t->labels().at(i)->setSortOrder(i);
-    }
-    void undo() override
-    {
-        Timeline *t = timeline();
-        if (!t)
-            return;
-        t->moveLabel(m_to, m_from);
-        for (int i = 0; i < t->labels().size() && i < m_sortOrders.size(); ++i)
-            t->labels().at(i)->setSortOrder(m_sortOrders.at(i));
+        const int n = t ? int(t->labels().size()) : 0;
+        if (!t || m_from >= n || m_to >= n)
+            return false;
+        if (forward) {
+            m_sortOrders.clear();
+            for (Label *l : t->labels())
+                m_sortOrders.append(l->sortOrder());
+            t->moveLabel(m_from, m_to);
+            // The display order is the label order everywhere else (lists, exports): keep them equal.
+            for (int i = 0; i < n; ++i)
+                t->labels().at(i)->setSortOrder(i);
+        } else {
+            t->moveLabel(m_to, m_from);
+            for (int i = 0; i < n && i < m_sortOrders.size(); ++i)
+                t->labels().at(i)->setSortOrder(m_sortOrders.at(i));
+        }
+        return true;
     }
 
 private:
@@ -295,51 +326,47 @@ private:
 
 OVTimelineHistory::OVTimelineHistory(QObject *parent)
     : QObject(parent)
-    , m_stack(new QUndoStack(this))
 {
 }
 
-void OVTimelineHistory::setProject(Project *project)
-{
-    m_project = project;
-    if (m_macroOpen)
-        m_stack->endMacro();
-    m_stack->clear();
-    m_gestureDepth = 0;
-    m_macroOpen = false;
-}
+void OVTimelineHistory::setProject(Project *project) { m_project = project; }
+
+History *OVTimelineHistory::history() const { return m_project ? m_project->history() : nullptr; }
+
+QUndoStack *OVTimelineHistory::undoStack() const { return m_project ? m_project->history()->undoStack() : nullptr; }
 
 void OVTimelineHistory::beginGesture(const QString &text)
 {
-    if (m_gestureDepth++ == 0)
-        m_gestureText = text;
+    if (History *h = history())
+        h->beginGesture(text);
 }
 
 void OVTimelineHistory::endGesture()
 {
-    if (m_gestureDepth == 0)
-        return;
-    if (--m_gestureDepth == 0 && m_macroOpen) {
-        m_macroOpen = false;
-        m_stack->endMacro();
-    }
+    if (History *h = history())
+        h->endGesture();
 }
 
-void OVTimelineHistory::push(QUndoCommand *command)
-{
-    // The macro opens with its first change so that a gesture that changed nothing leaves no step.
-    if (m_gestureDepth > 0 && !m_macroOpen) {
-        m_stack->beginMacro(m_gestureText);
-        m_macroOpen = true;
-    }
-    m_stack->push(command);
-}
+bool OVTimelineHistory::push(HistoryCommand *command) { return history()->push(command); }
 
 Id OVTimelineHistory::ensureId(BaseNode *node)
 {
     if (node->id().isEmpty())
         node->setId(BaseNode::newId());
     return node->id();
+}
+
+Timeline *OVTimelineHistory::timelineOf(Label *label) const
+{
+    // Only the project's own timelines: a step on another project's node would be refused by the
+    // history only after it had dropped the steps that redo could still reach.
+    Timeline *t = label ? label->timeline() : nullptr;
+    return ownTimeline(t);
+}
+
+Timeline *OVTimelineHistory::ownTimeline(Timeline *timeline) const
+{
+    return m_project && timeline && m_project->timelineGroup()->timelines().contains(timeline) ? timeline : nullptr;
 }
 
 OVTimelineHistory::SegmentData OVTimelineHistory::segmentData(const Segment *segment)
@@ -366,7 +393,16 @@ OVTimelineHistory::LabelData OVTimelineHistory::labelData(const Label *label)
     return d;
 }
 
-static Timeline *timelineOf(Label *label) { return label ? label->timeline() : nullptr; }
+
+
+static QString labelNamedByKey(const QList<Label *> &labels, QChar key)
+{
+    for (const Label *l : labels) {
+        if (l->matchesKey(key))
+            return l->name();
+    }
+    return QString();
+}
 
 Segment *OVTimelineHistory::addSegment(Label *label, double start, double end, const QString &description)
 {
@@ -379,7 +415,8 @@ Segment *OVTimelineHistory::addSegment(Label *label, double start, double end, c
     d.start = start;
     d.end = end;
     d.description = description;
-    push(new SegmentSetCommand(this, ensureId(t), { d }, true, tr("Add segment")));
+    if (!push(new SegmentSetCommand(history(), ensureId(t), { d }, true, tr("Add segment"))))
+        return nullptr;
     Segment *added = label->segments().isEmpty() ? nullptr : label->segments().last();
     return added && added->id() == d.id ? added : nullptr;
 }
@@ -406,8 +443,7 @@ bool OVTimelineHistory::editSegment(Segment *segment, double start, double end, 
     after.start = start;
     after.end = end;
     after.description = description;
-    push(new SegmentEditCommand(this, ensureId(t), before, after, tr("Edit segment")));
-    return true;
+    return push(new SegmentEditCommand(history(), ensureId(t), before, after, tr("Edit segment")));
 }
 
 bool OVTimelineHistory::moveSegments(const QList<Segment *> &segments, Label *target)
@@ -425,8 +461,7 @@ bool OVTimelineHistory::moveSegments(const QList<Segment *> &segments, Label *ta
     }
     if (moves.isEmpty())
         return true;
-    push(new SegmentMoveCommand(this, ensureId(t), moves, tr("Move segments")));
-    return true;
+    return push(new SegmentMoveCommand(history(), ensureId(t), moves, tr("Move segments")));
 }
 
 bool OVTimelineHistory::removeSegments(const QList<Segment *> &segments)
@@ -445,13 +480,12 @@ bool OVTimelineHistory::removeSegments(const QList<Segment *> &segments)
         ensureId(s->label());
         data.append(segmentData(s));
     }
-    push(new SegmentSetCommand(this, ensureId(t), data, false, tr("Delete segments")));
-    return true;
+    return push(new SegmentSetCommand(history(), ensureId(t), data, false, tr("Delete segments")));
 }
 
 Label *OVTimelineHistory::addLabel(Timeline *timeline, const QString &name, QChar key, const QColor &color, const QString &description)
 {
-    if (!m_project || !timeline)
+    if (!ownTimeline(timeline) || !keyConflict(timeline, key).isEmpty())
         return nullptr;
     LabelData d;
     d.id = BaseNode::newId();
@@ -460,7 +494,8 @@ Label *OVTimelineHistory::addLabel(Timeline *timeline, const QString &name, QCha
     d.color = color;
     d.key = key.toUpper();
     d.sortOrder = int(timeline->labels().size());
-    push(new LabelSetCommand(this, ensureId(timeline), d, int(timeline->labels().size()), {}, true, tr("Add label")));
+    if (!push(new LabelSetCommand(history(), ensureId(timeline), d, int(timeline->labels().size()), {}, true, tr("Add label"))))
+        return nullptr;
     return timeline->label(d.id);
 }
 
@@ -478,8 +513,9 @@ bool OVTimelineHistory::editLabel(Label *label, const QString &name, QChar key, 
     after.description = description;
     if (after.name == before.name && after.key == before.key && after.color == before.color && after.description == before.description)
         return true;
-    push(new LabelEditCommand(this, ensureId(t), before, after, tr("Edit label")));
-    return true;
+    if (after.key != before.key && !keyConflict(t, after.key, label).isEmpty())
+        return false;
+    return push(new LabelEditCommand(history(), ensureId(t), before, after, tr("Edit label")));
 }
 
 bool OVTimelineHistory::removeLabel(Label *label)
@@ -494,37 +530,45 @@ bool OVTimelineHistory::removeLabel(Label *label)
         ensureId(s);
         segments.append(segmentData(s));
     }
-    push(new LabelSetCommand(this, ensureId(t), labelData(label), int(t->labels().indexOf(label)), segments, false, tr("Delete label")));
-    return true;
+    return push(new LabelSetCommand(history(), ensureId(t), labelData(label), int(t->labels().indexOf(label)), segments, false, tr("Delete label")));
 }
 
 bool OVTimelineHistory::moveLabel(Timeline *timeline, int from, int to)
 {
-    if (!m_project || !timeline)
+    if (!ownTimeline(timeline))
         return false;
     const int n = int(timeline->labels().size());
     if (from < 0 || from >= n || to < 0 || to >= n)
         return false;
     if (from == to)
         return true;
-    push(new LabelMoveCommand(this, ensureId(timeline), from, to, tr("Move label")));
-    return true;
+    return push(new LabelMoveCommand(history(), ensureId(timeline), from, to, tr("Move label")));
 }
 
-bool OVTimelineHistory::replaceLabels(Timeline *timeline, const QList<Label *> &labels)
+bool OVTimelineHistory::replaceLabels(Timeline *timeline, const QList<Label *> &labels, QStringList *refusedKeys)
 {
-    if (!m_project || !timeline)
+    if (!ownTimeline(timeline))
         return false;
     const Id timelineId = ensureId(timeline);
     beginGesture(tr("Replace labels"));
     const QList<Label *> old = timeline->labels();
+    bool ok = true;
     for (Label *l : old)
-        removeLabel(l);
+        ok = removeLabel(l) && ok;
     int index = 0;
+    QSet<QChar> keys;
     for (const Label *l : labels) {
         LabelData d = labelData(l);
         d.id = BaseNode::newId();
         d.sortOrder = index;
+        d.key = d.key.toUpper();
+        if (!d.key.isNull() && keys.contains(d.key)) {
+            // The first label keeps the key, as keyboard coding would have found it first.
+            if (refusedKeys)
+                refusedKeys->append(tr("\"%1\" loses the key %2, which \"%3\" already uses.").arg(d.name, QString(d.key), labelNamedByKey(labels, d.key)));
+            d.key = QChar();
+        }
+        keys.insert(d.key);
         QList<SegmentData> segments;
         segments.reserve(l->segmentCount());
         for (const Segment *s : l->segments()) {
@@ -533,10 +577,53 @@ bool OVTimelineHistory::replaceLabels(Timeline *timeline, const QList<Label *> &
             sd.labelId = d.id;
             segments.append(sd);
         }
-        push(new LabelSetCommand(this, timelineId, d, index++, segments, true, tr("Add label")));
+        ok = push(new LabelSetCommand(history(), timelineId, d, index++, segments, true, tr("Add label"))) && ok;
     }
     endGesture();
-    return true;
+    return ok;
+}
+
+QString OVTimelineHistory::keyConflict(const Timeline *timeline, QChar key, const Label *except)
+{
+    if (!timeline || key.isNull())
+        return QString();
+    for (const Label *l : timeline->labels()) {
+        if (l != except && l->matchesKey(key))
+            return tr("The key %1 is already used by the label \"%2\". Each label of a timeline needs a key of its own.").arg(QString(key.toUpper()), l->name());
+    }
+    return QString();
+}
+
+// Compares the label's range queries with a scan of all its segments, in windows placed where an
+// index goes wrong: at each segment's ends (a point query at exactly an end), just around them,
+// between neighbours and over everything.
+static QString checkQueries(const Label *l)
+{
+    QList<double> edges;
+    for (const Segment *s : l->segments())
+        edges << s->start() << s->end();
+    std::sort(edges.begin(), edges.end());
+    QList<std::pair<double, double>> windows{ { -1e300, 1e300 } };
+    // Every edge of a small label; a spread of a few hundred of a large one (the scan is linear).
+    const int stride = std::max<int>(1, int(edges.size() / 400));
+    for (int i = 0; i < edges.size(); i += stride) {
+        const double e = edges.at(i);
+        windows << std::pair{ e, e } << std::pair{ std::nextafter(e, 1e308), std::nextafter(e, 1e308) } << std::pair{ e - 0.5, e - 0.25 };
+        if (i + 1 < edges.size())
+            windows << std::pair{ e, edges.at(i + 1) } << std::pair{ (e + edges.at(i + 1)) / 2, (e + edges.at(i + 1)) / 2 };
+    }
+    for (const auto &[from, to] : std::as_const(windows)) {
+        QSet<const Segment *> expected;
+        for (const Segment *s : l->segments()) {
+            if (s->start() <= to && s->end() >= from)
+                expected.insert(s);
+        }
+        const QList<Segment *> found = l->segmentsInRange(from, to);
+        const QSet<const Segment *> got(found.cbegin(), found.cend());
+        if (got != expected || found.size() != expected.size())
+            return QStringLiteral("the query %1..%2 finds %3 segments, a scan %4").arg(from, 0, 'g', 17).arg(to, 0, 'g', 17).arg(found.size()).arg(expected.size());
+    }
+    return QString();
 }
 
 QString OVTimelineHistory::checkConsistency(const Project *project)
@@ -565,14 +652,10 @@ QString OVTimelineHistory::checkConsistency(const Project *project)
                     return QStringLiteral("duplicate segment id %1").arg(s->id());
                 segmentIds.insert(s->id());
             }
-            // The time index must hold exactly the label's segments.
-            const QList<Label::Span> indexed = l->spansInRange(-1e300, 1e300);
-            if (indexed.size() != l->segments().size())
-                return QStringLiteral("label %1 indexes %2 of %3 segments").arg(l->id()).arg(indexed.size()).arg(l->segments().size());
-            for (const Label::Span &span : indexed) {
-                if (span.segment->label() != l || span.start != span.segment->start() || span.end != span.segment->end())
-                    return QStringLiteral("label %1 indexes stale times of segment %2").arg(l->id(), span.segment->id());
-            }
+            if (const QString index = l->checkIndex(); !index.isEmpty())
+                return QStringLiteral("label %1: %2").arg(l->id(), index);
+            if (const QString query = checkQueries(l); !query.isEmpty())
+                return QStringLiteral("label %1: %2").arg(l->id(), query);
         }
     }
     return QString();

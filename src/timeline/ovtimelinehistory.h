@@ -7,21 +7,24 @@
 #include <QList>
 #include <QObject>
 #include <QPointer>
+#include <QStringList>
 
-class QUndoCommand;
 class QUndoStack;
 
 namespace OVProject {
+class History;
+class HistoryCommand;
 class Label;
 class Project;
 class Segment;
 class Timeline;
 } // namespace OVProject
 
-// Every change the timeline makes to the model goes through here as a request. A request either
-// changes the model and leaves one undo step (or one part of the open gesture), or returns
-// false / null and changes nothing. Undo steps hold ids and values, never node pointers, since
-// nodes are deleted and re-created by undo and redo.
+// The timeline's requests to change the model. A request either changes the model and leaves one
+// step in the project's history (or one part of the open gesture), or returns false / null and
+// changes nothing. Steps hold ids and values, never node pointers, since nodes are deleted and
+// re-created by undo and redo. This object holds no history of its own: any number of them (one
+// per view) push to the same project history.
 class OVTimelineHistory : public QObject
 {
     Q_OBJECT
@@ -47,10 +50,11 @@ public:
 
     explicit OVTimelineHistory(QObject *parent = nullptr);
 
-    // A new project starts a new history.
     void setProject(OVProject::Project *project);
     OVProject::Project *project() const { return m_project; }
-    QUndoStack *undoStack() const { return m_stack; }
+    // The project's history, or null without a project.
+    OVProject::History *history() const;
+    QUndoStack *undoStack() const;
 
     // Several requests made between these two calls are undone as one step (a drag, a dialog).
     void beginGesture(const QString &text);
@@ -64,13 +68,17 @@ public:
     bool moveSegments(const QList<OVProject::Segment *> &segments, OVProject::Label *target);
     bool removeSegments(const QList<OVProject::Segment *> &segments);
 
+    // Labels of one timeline never share a key: a request that would give a label a key another
+    // label of its timeline has is refused. keyConflict() says why, empty when the key is free.
+    static QString keyConflict(const OVProject::Timeline *timeline, QChar key, const OVProject::Label *except = nullptr);
     OVProject::Label *addLabel(OVProject::Timeline *timeline, const QString &name, QChar key, const QColor &color, const QString &description = QString());
     bool editLabel(OVProject::Label *label, const QString &name, QChar key, const QColor &color, const QString &description);
     bool removeLabel(OVProject::Label *label);
     bool moveLabel(OVProject::Timeline *timeline, int from, int to);
     // Replaces all labels of the timeline by copies of `labels` (with their segments, under new
-    // ids), as one step.
-    bool replaceLabels(OVProject::Timeline *timeline, const QList<OVProject::Label *> &labels);
+    // ids), as one step. A key that an earlier label of `labels` already has is dropped, and
+    // `refusedKeys` says so, one sentence per label.
+    bool replaceLabels(OVProject::Timeline *timeline, const QList<OVProject::Label *> &labels, QStringList *refusedKeys = nullptr);
 
     // Model invariants the timeline relies on; a text naming the first broken one, empty if none.
     static QString checkConsistency(const OVProject::Project *project);
@@ -82,11 +90,9 @@ private:
     // Gives a node without id a fresh one, so that undo steps can find it again.
     static OVProject::Id ensureId(OVProject::BaseNode *node);
 
-    void push(QUndoCommand *command);
+    bool push(OVProject::HistoryCommand *command);
+    OVProject::Timeline *timelineOf(OVProject::Label *label) const;
+    OVProject::Timeline *ownTimeline(OVProject::Timeline *timeline) const;
 
     QPointer<OVProject::Project> m_project;
-    QUndoStack *m_stack;
-    int m_gestureDepth = 0;
-    bool m_macroOpen = false;
-    QString m_gestureText;
 };

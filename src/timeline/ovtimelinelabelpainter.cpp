@@ -51,7 +51,7 @@ QRect OVTimelineLabelPainter::barRect(const OVTimeMapping &m, double start, doub
     if (end == Segment::OpenEnd)
         end = std::max(currentPos, start);
     const int x1 = m.xAt(start);
-    const int x2 = std::max(m.xAt(end), x1 + 1);
+    const int x2 = std::max(m.xAt(end), x1 + MinBarPixels);
     return QRect(QPoint(x1, m_rowRect.top() + BarMargin), QPoint(x2 - 1, m_rowRect.bottom() - BarMargin));
 }
 
@@ -65,7 +65,8 @@ void OVTimelineLabelPainter::paint(QPainter &p, const PaintContext &c) const
     const QRect visible = timeArea & c.clip;
 
     p.save();
-    p.fillRect(visible, (c.rowIndex % 2) ? QColor(246, 246, 246) : QColor(Qt::white));
+    const bool flashing = !c.flashed.isEmpty() && c.flashed == m_labelId;
+    p.fillRect(visible, flashing ? QColor(255, 200, 120) : (c.rowIndex % 2) ? QColor(246, 246, 246) : QColor(Qt::white));
     p.setPen(QColor(225, 225, 225));
     p.drawLine(visible.left(), m_rowRect.bottom(), visible.right(), m_rowRect.bottom());
 
@@ -92,7 +93,7 @@ void OVTimelineLabelPainter::paint(QPainter &p, const PaintContext &c) const
         auto flush = [&]() {
             if (!runOpen)
                 return;
-            const QRect r(runStart, top, std::max(1, runEnd - runStart), height);
+            const QRect r(runStart, top, std::max(MinBarPixels, runEnd - runStart), height);
             p.fillRect(r, fill);
             p.setPen(outline);
             p.drawRect(r.adjusted(0, 0, -1, -1));
@@ -119,8 +120,8 @@ void OVTimelineLabelPainter::paint(QPainter &p, const PaintContext &c) const
             if (end < from)
                 continue; // an open segment started after the playing position
             const int x1 = m.xAt(span.start);
-            const int x2 = std::max(m.xAt(end), x1 + 1);
-            if ((anySelected && c.selection->contains(span.segment)) || span.segment == c.highlighted) {
+            const int x2 = std::max(m.xAt(end), x1 + MinBarPixels);
+            if ((anySelected && c.selection->contains(span.segment->id())) || (!c.highlighted.isEmpty() && span.segment->id() == c.highlighted)) {
                 marked.append(span.segment);
                 continue;
             }
@@ -141,10 +142,10 @@ void OVTimelineLabelPainter::paint(QPainter &p, const PaintContext &c) const
         // Selected and highlighted bars on top, in the light colour with a strong outline.
         for (const Segment *s : marked) {
             const int x1 = m.xAt(s->start());
-            const int x2 = std::max(m.xAt(shownEnd(s, c.currentPos)), x1 + 2);
+            const int x2 = std::max(m.xAt(shownEnd(s, c.currentPos)), x1 + MinBarPixels);
             const QRect r(x1, top, x2 - x1, height);
             p.fillRect(r, highlight);
-            p.setPen(QPen(s == c.highlighted ? QColor(Qt::blue) : QColor(Qt::black), 2));
+            p.setPen(QPen(s->id() == c.highlighted ? QColor(Qt::blue) : QColor(Qt::black), 2));
             p.drawRect(r.adjusted(1, 1, -1, -1));
         }
     }
@@ -156,6 +157,12 @@ void OVTimelineLabelPainter::paint(QPainter &p, const PaintContext &c) const
             p.setOpacity(0.4);
         drawName(p);
         p.restore();
+        if (flashing) {
+            p.save();
+            p.setPen(QPen(QColor(230, 120, 0), 2));
+            p.drawRect(m_rowRect.adjusted(1, 1, -1, -1));
+            p.restore();
+        }
     }
 }
 
@@ -201,8 +208,8 @@ Segment *OVTimelineLabelPainter::segmentAt(int x, const OVTimeMapping &m, double
 {
     if (!m_label || x < m.left)
         return nullptr;
-    // Bars are at least one pixel wide: look one pixel around x.
-    const QList<Segment *> hits = m_label->segmentsInRange(m.timeAt(x - 1), m.timeAt(x + 1));
+    // Bars are at least MinBarPixels wide: look that far left of x.
+    const QList<Segment *> hits = m_label->segmentsInRange(m.timeAt(x - MinBarPixels), m.timeAt(x + 1));
     for (auto it = hits.crbegin(); it != hits.crend(); ++it) {
         const QRect r = barRect(m, (*it)->start(), (*it)->end(), currentPos);
         if (x >= r.left() && x <= r.right())
@@ -230,7 +237,7 @@ QList<Segment *> OVTimelineLabelPainter::segmentsIn(const QRect &r, const OVTime
     QList<Segment *> result;
     if (!m_label || !r.intersects(m_rowRect.adjusted(0, BarMargin, 0, -BarMargin)))
         return result;
-    const QList<Segment *> candidates = m_label->segmentsInRange(m.timeAt(r.left() - 1), m.timeAt(r.right() + 1));
+    const QList<Segment *> candidates = m_label->segmentsInRange(m.timeAt(r.left() - MinBarPixels), m.timeAt(r.right() + 1));
     for (Segment *s : candidates) {
         const QRect bar = barRect(m, s->start(), s->end(), currentPos);
         if (bar.intersects(r))

@@ -28,6 +28,9 @@ public:
     // Parts of the name box, as reported by labelNameDoubleClicked().
     enum NameArea { NameText = 0, NameKey = 1, NameColor = 2 };
     enum Edge { NoEdge = 0, StartEdge = 1, EndEdge = 2 };
+    // Narrowest bar: a segment of no length (coded while paused, or clamped at 0) must still be
+    // seen and hit by the mouse.
+    static constexpr int MinBarPixels = 2;
 
     OVTimelineLabelPainter(OVProject::Label *label, bool editable, QObject *parent = nullptr);
 
@@ -48,8 +51,10 @@ public:
         OVTimeMapping mapping;
         double currentPos = 0.0;
         QRect clip;
-        const QSet<const QObject *> *selection = nullptr;
-        const OVProject::Segment *highlighted = nullptr;
+        const QSet<OVProject::Id> *selection = nullptr;
+        OVProject::Id highlighted;
+        // A label whose row is flashing (a key press of it coded nothing).
+        OVProject::Id flashed;
         int rowIndex = 0;
     };
     void paint(QPainter &p, const PaintContext &c) const;

@@ -6,7 +6,8 @@
 #include "project/state.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
-#include "settings/ovlabelingsettings.h"
+#include "timeline/ovkeyboardcoder.h"
+#include "timeline/ovtimelinegestures.h"
 #include "timeline/ovtimelinehistory.h"
 #include "timeline/ovtimelinelabelpainter.h"
 #include "timeline/ovwaveformarea.h"
@@ -34,16 +35,17 @@ const QString SegPtrFormat = QStringLiteral("segptr");
 const QString SegPtrListFormat = QStringLiteral("segptrlist");
 // Horizontal scroll bar units per second (the bar works in integers).
 constexpr double ScrollUnitsPerSecond = 1000.0;
-constexpr int NameEdgeGrabPixels = 3;
 constexpr int MinNameWidth = 60;
+constexpr int FlashMs = 700;
 } // namespace
 
 OVTimelineWidget::OVTimelineWidget(QWidget *parent)
     : QWidget(parent)
-    , m_defaultSettings(new OVLabelingSettings(this))
     , m_history(new OVTimelineHistory(this))
+    , m_gestures(new OVTimelineGestures(this))
     , m_refreshTimer(new QTimer(this))
     , m_relayoutTimer(new QTimer(this))
+    , m_flashTimer(new QTimer(this))
     , m_horizontalScroll(new QScrollBar(Qt::Horizontal, this))
     , m_verticalScrollBar(new QScrollBar(Qt::Vertical, this))
     , m_splitter(new QSplitter(Qt::Vertical, this))
@@ -68,16 +70,22 @@ OVTimelineWidget::OVTimelineWidget(QWidget *parent)
     m_splitter->setStretchFactor(1, 0);
     m_splitter->setSizes({ 300, 40 });
 
+    m_refreshTimer->setSingleShot(true);
     m_refreshTimer->setInterval(100);
     m_relayoutTimer->setSingleShot(true);
     m_relayoutTimer->setInterval(10);
+    m_flashTimer->setSingleShot(true);
+    m_flashTimer->setInterval(FlashMs);
 
     connect(m_horizontalScroll, &QScrollBar::valueChanged, this, &OVTimelineWidget::onScrollbarValueChanged);
     connect(m_verticalScrollBar, &QScrollBar::valueChanged, this, &OVTimelineWidget::onVerticalScrollberValueChanged);
     connect(m_refreshTimer, &QTimer::timeout, this, &OVTimelineWidget::onRefreshTimer);
     connect(m_relayoutTimer, &QTimer::timeout, this, &OVTimelineWidget::updateWaveformsGeometry);
     connect(m_splitter, &QSplitter::splitterMoved, this, &OVTimelineWidget::onSplitterMoved);
-    m_refreshTimer->start();
+    connect(m_flashTimer, &QTimer::timeout, this, [this] {
+        m_flashLabel.clear();
+        update();
+    });
 }
 
 OVTimelineWidget::~OVTimelineWidget() = default;
@@ -91,13 +99,14 @@ void OVTimelineWidget::setProject(Project *project)
         disconnect(m_project->timelineGroup(), nullptr, this, nullptr);
         disconnect(m_project->state(), nullptr, this, nullptr);
     }
+    m_gestures->reset();
     m_project = project;
     m_history->setProject(project);
     m_selection.clear();
-    m_grabbed = nullptr;
     m_hovered = nullptr;
-    m_highlighted = nullptr;
-    m_labelingEnabled = false;
+    m_highlighted.clear();
+    m_flashLabel.clear();
+    setLabelingEnabled(false);
     if (project) {
         TimelineGroup *group = project->timelineGroup();
         State *state = project->state();
@@ -108,9 +117,9 @@ void OVTimelineWidget::setProject(Project *project)
         connect(state, &State::currentPosChanged, this, &OVTimelineWidget::onStateChanged);
         connect(state, &State::activeUserChanged, this, &OVTimelineWidget::refreshLabels);
         connect(state, &State::displayedTimelineUsersChanged, this, &OVTimelineWidget::refreshLabels);
-        connect(state, &State::changed, this, &OVTimelineWidget::onStateChanged);
+        connect(state, &State::playRangeChanged, this, qOverload<>(&QWidget::update));
         // The video length lives in the header; its arrival enables coding.
-        connect(project, &Project::changed, this, &OVTimelineWidget::onStateChanged);
+        connect(project, &Project::changed, this, &OVTimelineWidget::onProjectChanged);
         m_currentPos = state->currentPos();
     }
     m_videoLength = project ? project->videoLength() : 0.0;
@@ -118,8 +127,6 @@ void OVTimelineWidget::setProject(Project *project)
     updateScrollbars();
     update();
 }
-
-void OVTimelineWidget::setLabelingSettings(OVLabelingSettings *settings) { m_settings = settings; }
 
 void OVTimelineWidget::setPps(double pps)
 {
@@ -163,6 +170,7 @@ void OVTimelineWidget::setLabelingEnabled(bool on)
         return;
     m_labelingEnabled = on;
     update();
+    Q_EMIT labelingEnabledChanged(on);
 }
 
 void OVTimelineWidget::setNameWidth(int width)
@@ -196,16 +204,7 @@ QRect OVTimelineWidget::rowsRect() const
 
 int OVTimelineWidget::timeAreaWidth() const { return std::max(0, rowsRect().width() - m_nameWidth); }
 
-Timeline *OVTimelineWidget::activeTimeline() const
-{
-    if (!m_project)
-        return nullptr;
-    const TimelineGroup *group = m_project->timelineGroup();
-    const QString user = m_project->state()->activeUser();
-    if (user.isEmpty())
-        return group->timelines().isEmpty() ? nullptr : group->timelines().first();
-    return group->timelineForOwner(user);
-}
+Timeline *OVTimelineWidget::activeTimeline() const { return OVKeyboardCoder::activeTimeline(m_project); }
 
 QList<Timeline *> OVTimelineWidget::displayedTimelines() const
 {
@@ -333,29 +332,28 @@ void OVTimelineWidget::setCurrentPos(double pos)
     m_currentPos = pos;
     const int x = cursorX();
     m_waveforms->setCursorX(x >= 0 ? x - m_waveforms->mapTo(this, QPoint(0, 0)).x() : -1);
-    // Playback publishes many positions a second; the refresh timer turns them into repaints.
-    m_repaintPending = true;
+    // Playback publishes many positions a second; a repaint at most every refresh interval is
+    // enough for the eye, and without positions the timer stays idle.
+    if (!m_refreshTimer->isActive())
+        m_refreshTimer->start();
 }
 
 void OVTimelineWidget::onStateChanged()
 {
-    if (!m_project)
-        return;
-    setCurrentPos(m_project->state()->currentPos());
-    if (m_project->videoLength() != m_videoLength) {
-        m_videoLength = m_project->videoLength();
-        updateScrollbars();
-    }
-    m_repaintPending = true;
+    if (m_project)
+        setCurrentPos(m_project->state()->currentPos());
 }
 
-void OVTimelineWidget::onRefreshTimer()
+void OVTimelineWidget::onProjectChanged()
 {
-    if (!m_repaintPending)
+    if (!m_project || m_project->videoLength() == m_videoLength)
         return;
-    m_repaintPending = false;
+    m_videoLength = m_project->videoLength();
+    updateScrollbars();
     update();
 }
+
+void OVTimelineWidget::onRefreshTimer() { update(); }
 
 int OVTimelineWidget::cursorX() const
 {
@@ -415,7 +413,7 @@ QList<Segment *> OVTimelineWidget::selectedSegments() const
     for (Timeline *t : displayedTimelines()) {
         for (Label *l : t->labels()) {
             for (Segment *s : l->segments()) {
-                if (m_selection.contains(s))
+                if (m_selection.contains(s->id()))
                     result.append(s);
             }
         }
@@ -423,24 +421,31 @@ QList<Segment *> OVTimelineWidget::selectedSegments() const
     return result;
 }
 
-bool OVTimelineWidget::isSelected(const Segment *segment) const { return m_selection.contains(segment); }
+bool OVTimelineWidget::isSelected(const Segment *segment) const { return segment && m_selection.contains(segment->id()); }
 
 void OVTimelineWidget::addToSelection(Segment *segment)
 {
-    if (!segment || m_selection.contains(segment))
+    if (!segment || m_selection.contains(segment->id()))
         return;
-    m_selection.insert(segment);
-    connect(segment, &QObject::destroyed, this, &OVTimelineWidget::onSelectedSegmentDestroyed, Qt::UniqueConnection);
+    m_selection.insert(segment->id());
+    update();
 }
-
-void OVTimelineWidget::onSelectedSegmentDestroyed(QObject *segment) { m_selection.remove(segment); }
 
 void OVTimelineWidget::selectSegments(const QList<Segment *> &segments, bool add)
 {
     if (!add)
         m_selection.clear();
-    for (Segment *s : segments)
-        addToSelection(s);
+    for (Segment *s : segments) {
+        if (s)
+            m_selection.insert(s->id());
+    }
+    update();
+}
+
+void OVTimelineWidget::selectSegmentIds(const QList<Id> &ids)
+{
+    m_selection = QSet<Id>(ids.cbegin(), ids.cend());
+    m_selection.remove(Id());
     update();
 }
 
@@ -454,28 +459,16 @@ void OVTimelineWidget::clearSelection()
 
 void OVTimelineWidget::onSegmentSelectionToggled(Id segmentId)
 {
-    for (Timeline *t : displayedTimelines()) {
-        if (Segment *s = t->findSegment(segmentId)) {
-            if (m_selection.contains(s))
-                m_selection.remove(s);
-            else
-                addToSelection(s);
-            update();
-            return;
-        }
-    }
+    if (segmentId.isEmpty())
+        return;
+    if (!m_selection.remove(segmentId))
+        m_selection.insert(segmentId);
+    update();
 }
 
 void OVTimelineWidget::setHighlightedSegment(const Id &segmentId)
 {
-    Segment *found = nullptr;
-    if (!segmentId.isEmpty()) {
-        for (Timeline *t : displayedTimelines()) {
-            if ((found = t->findSegment(segmentId)))
-                break;
-        }
-    }
-    m_highlighted = found;
+    m_highlighted = segmentId;
     update();
 }
 
@@ -484,45 +477,40 @@ void OVTimelineWidget::setCodingBlockedReason(const QString &reason)
     if (reason == m_codingBlockedReason)
         return;
     m_codingBlockedReason = reason;
+    Q_EMIT codingBlockedReasonChanged(reason);
     update();
 }
 
-bool OVTimelineWidget::codeKey(QChar key)
+void OVTimelineWidget::flashLabel(const Id &labelId)
 {
-    if (!m_project || m_project->videoLength() == 0.0 || !m_codingBlockedReason.isEmpty())
-        return false;
-    Timeline *timeline = activeTimeline();
-    if (!timeline)
-        return false;
-    Label *label = timeline->labelForKey(key.toUpper());
-    if (!label)
-        return false;
-    const OVLabelingSettings *settings = m_settings ? m_settings.data() : m_defaultSettings;
-    const double p = m_project->state()->currentPos();
-    bool changed = false;
-    if (Segment *open = label->openSegment()) {
-        const double e = std::max(0.0, p - settings->leadCloseTime());
-        // A closing lead longer than the segment so far turns it around rather than inverting it.
-        if (e <= open->start())
-            changed = m_history->setSegmentTimes(open, e, open->start());
-        else
-            changed = m_history->setSegmentTimes(open, open->start(), e);
-    } else if (!label->segmentsInRange(p, p).isEmpty()) {
-        // The label already has a segment at p: a second one there would only duplicate it.
-        return false;
-    } else {
-        const double s = std::max(0.0, p - settings->leadOpenTime());
-        if (settings->isDoublePressMode()) {
-            Segment *segment = m_history->addSegment(label, s, Segment::OpenEnd);
-            if (segment)
-                selectSegments({ segment });
-            changed = segment != nullptr;
-        } else {
-            changed = m_history->addSegment(label, s, s + settings->defaultSegmentDuration()) != nullptr;
-        }
-    }
+    m_flashLabel = labelId;
+    m_flashTimer->start();
     update();
-    return changed;
+}
+
+void OVTimelineWidget::setVerticalScroll(int value)
+{
+    value = std::clamp(value, 0, std::max(0, totalRowsHeight() - rowsRect().height()));
+    if (value != m_verticalScroll)
+        m_verticalScrollBar->setValue(value);
+}
+
+void OVTimelineWidget::setRubberBand(const QRect &band)
+{
+    if (band == m_rubberBand)
+        return;
+    m_rubberBand = band;
+    update();
+}
+
+void OVTimelineWidget::setHovered(Segment *segment, const QPoint &pos)
+{
+    m_hoverPos = pos;
+    // The info box follows the pointer over a segment, so even the same segment repaints.
+    if (segment != m_hovered || segment) {
+        m_hovered = segment;
+        update();
+    }
 }
 
 void OVTimelineWidget::applyWheel(int delta, Qt::KeyboardModifiers modifiers)
@@ -556,15 +544,17 @@ QString OVTimelineWidget::labelingMessage() const
 
 QMimeData *OVTimelineWidget::createDragData(Segment *grabbed) const
 {
+    // Ids, not addresses: a drop that arrives after the segment was deleted (and perhaps another
+    // allocated in its place) then finds nothing instead of the wrong segment.
     auto *data = new QMimeData;
     if (!grabbed)
         return data;
-    data->setData(SegPtrFormat, QByteArray::number(quintptr(grabbed)));
-    if (m_selection.contains(grabbed) && m_selection.size() > 1) {
-        QList<QByteArray> addresses;
-        for (Segment *s : selectedSegments())
-            addresses.append(QByteArray::number(quintptr(s)));
-        data->setData(SegPtrListFormat, addresses.join(','));
+    data->setData(SegPtrFormat, grabbed->id().toUtf8());
+    if (isSelected(grabbed) && m_selection.size() > 1) {
+        QStringList ids;
+        for (const Segment *s : selectedSegments())
+            ids.append(s->id());
+        data->setData(SegPtrListFormat, ids.join(QLatin1Char(',')).toUtf8());
     }
     return data;
 }
@@ -575,21 +565,18 @@ QList<Segment *> OVTimelineWidget::segmentsFromDragData(const QMimeData *data) c
     if (!data)
         return result;
     const QByteArray raw = data->hasFormat(SegPtrListFormat) ? data->data(SegPtrListFormat) : data->data(SegPtrFormat);
-    QSet<quintptr> wanted;
+    QSet<Id> wanted;
     for (const QByteArray &part : raw.split(',')) {
-        bool ok = false;
-        const quintptr address = part.trimmed().toULongLong(&ok);
-        if (ok)
-            wanted.insert(address);
+        const Id id = QString::fromUtf8(part.trimmed());
+        if (!id.isEmpty())
+            wanted.insert(id);
     }
     if (wanted.isEmpty())
         return result;
-    // The addresses are only compared, never followed: a segment deleted since the drag began
-    // simply is not found.
     for (Timeline *t : displayedTimelines()) {
         for (Label *l : t->labels()) {
             for (Segment *s : l->segments()) {
-                if (wanted.contains(quintptr(s)))
+                if (wanted.contains(s->id()))
                     result.append(s);
             }
         }
@@ -627,12 +614,6 @@ bool OVTimelineWidget::deleteSegments(const QList<Segment *> &segments)
     return m_history->removeSegments(own);
 }
 
-void OVTimelineWidget::endGesture()
-{
-    m_history->endGesture();
-    Q_EMIT editFinished();
-}
-
 // --- painting ---------------------------------------------------------------------------------
 
 void OVTimelineWidget::paintEvent(QPaintEvent *event)
@@ -650,6 +631,7 @@ void OVTimelineWidget::paintEvent(QPaintEvent *event)
     c.clip = rows & event->rect();
     c.selection = &m_selection;
     c.highlighted = m_highlighted;
+    c.flashed = m_flashLabel;
     for (int i = 0; i < m_painters.size(); ++i) {
         const OVTimelineLabelPainter *painter = m_painters.at(i);
         if (painter->rowRect().top() > c.clip.bottom())
@@ -701,7 +683,7 @@ void OVTimelineWidget::paintEvent(QPaintEvent *event)
 
 void OVTimelineWidget::paintInfoBox(QPainter &p)
 {
-    if (!m_hovered || !m_rubberBand.isNull() || m_grabbed)
+    if (!m_hovered || !m_rubberBand.isNull() || m_gestures->isHoldingSegment())
         return;
     const QString text = OVTimelineLabelPainter::segmentInfo(m_hovered, m_currentPos);
     const QFontMetrics fm(font());
@@ -758,213 +740,13 @@ void OVTimelineWidget::layoutChildren()
 
 // --- mouse ------------------------------------------------------------------------------------
 
-void OVTimelineWidget::mousePressEvent(QMouseEvent *event)
-{
-    m_pressX = m_pressY = 0;
-    m_panning = false;
-    if (!m_project)
-        return;
-    const QPoint pos = event->position().toPoint();
-    if (!rowsRect().contains(pos))
-        return;
-    setFocus(Qt::MouseFocusReason);
-    if (!m_labelingEnabled && m_project->videoLength() > 0.0)
-        Q_EMIT emptyTimelineClicked();
+void OVTimelineWidget::mousePressEvent(QMouseEvent *event) { m_gestures->press(event); }
 
-    const OVTimeMapping m = mapping();
-    OVTimelineLabelPainter *painter = painterAt(pos);
-    if (event->button() == Qt::RightButton) {
-        if (painter)
-            painter->rightClicked(pos, event->globalPosition().toPoint(), m, m_currentPos);
-        else // below the last row
-            Q_EMIT labelRightClicked(Id(), nullptr, event->globalPosition().toPoint());
-        return;
-    }
-    if (event->button() != Qt::LeftButton)
-        return;
-    if (std::abs(pos.x() - int(m.left)) < NameEdgeGrabPixels) {
-        m_resizingNames = true;
-        return;
-    }
-    if (painter && painter->nameRect().contains(pos)) {
-        if (painter->isEditable() && painter->label()) {
-            m_sortLabel = painter->label();
-            m_history->beginGesture(tr("Move label"));
-            m_gestureOpen = true;
-            painter->beginSortDrag();
-        }
-        return;
-    }
+void OVTimelineWidget::mouseMoveEvent(QMouseEvent *event) { m_gestures->move(event); }
 
-    // While another view owns the keyboard (transcribing), editing clicks need Control, so a
-    // stray click on the rows only seeks or pans.
-    Qt::KeyboardModifiers modifiers = event->modifiers();
-    bool editing = true;
-    if (m_requireModifier) {
-        editing = modifiers & Qt::ControlModifier;
-        modifiers &= ~Qt::ControlModifier;
-    }
-    Segment *segment = painter && editing ? painter->segmentAt(pos.x(), m, m_currentPos) : nullptr;
-    if (!segment) {
-        if (m.grabsCursor(pos.x(), m_currentPos)) {
-            m_cursorDragging = true;
-            return;
-        }
-        if (editing && (modifiers & Qt::ShiftModifier)) {
-            m_pressX = pos.x();
-            m_pressY = pos.y();
-            m_rubberBand = QRect(pos, QSize(1, 1));
-        } else {
-            m_pressX = pos.x();
-            m_pressY = pos.y();
-            m_pressOffset = m_offset;
-            m_pressVerticalScroll = m_verticalScroll;
-            m_panning = true;
-            if (editing && !(modifiers & Qt::ControlModifier))
-                clearSelection();
-        }
-        return;
-    }
+void OVTimelineWidget::mouseReleaseEvent(QMouseEvent *event) { m_gestures->release(event); }
 
-    m_grabbed = segment;
-    m_pressX = pos.x();
-    m_pressY = pos.y();
-    if (modifiers & Qt::ControlModifier) {
-        painter->toggleSelection(segment);
-    } else if (modifiers & Qt::ShiftModifier) {
-        m_rubberBand = QRect(pos, QSize(1, 1));
-        addToSelection(segment);
-    } else {
-        // A press on a selected segment keeps the selection so that all of it can be dragged.
-        if (!m_selection.contains(segment))
-            selectSegments({ segment });
-        if (painter->isEditable()) {
-            m_resizeEdge = painter->edgeAt(segment, pos.x(), m, m_currentPos);
-            if (m_resizeEdge != OVTimelineLabelPainter::NoEdge) {
-                m_history->beginGesture(tr("Resize segment"));
-                m_gestureOpen = true;
-            }
-        }
-    }
-    update();
-}
-
-void OVTimelineWidget::mouseMoveEvent(QMouseEvent *event)
-{
-    if (!m_project)
-        return;
-    const QPoint pos = event->position().toPoint();
-    m_hoverPos = pos;
-    const OVTimeMapping m = mapping();
-
-    if (event->buttons() == Qt::NoButton) {
-        Segment *hovered = segmentAt(pos);
-        if (hovered != m_hovered) {
-            m_hovered = hovered;
-            update();
-        } else if (hovered) {
-            update();
-        }
-        OVTimelineLabelPainter *p = painterAt(pos);
-        const bool edge = std::abs(pos.x() - int(m.left)) < NameEdgeGrabPixels
-            || (p && p->isEditable() && hovered && p->edgeAt(hovered, pos.x(), m, m_currentPos) != OVTimelineLabelPainter::NoEdge)
-            || (!hovered && m.grabsCursor(pos.x(), m_currentPos));
-        setCursor(edge ? Qt::SizeHorCursor : Qt::ArrowCursor);
-        return;
-    }
-
-    if (m_cursorDragging) {
-        double t = std::max(0.0, m.timeAt(pos.x()));
-        if (m_project->videoLength() > 0.0)
-            t = std::min(t, m_project->videoLength());
-        Q_EMIT seekRequested(t);
-        return;
-    }
-    if (m_resizingNames) {
-        setNameWidth(pos.x() - rowsRect().left());
-        return;
-    }
-    if (m_sortLabel) {
-        if (OVTimelineLabelPainter *p = painterForLabel(m_sortLabel))
-            p->moveSortDrag();
-        return;
-    }
-    if (!m_rubberBand.isNull()) {
-        m_rubberBand = QRect(QPoint(m_pressX, m_pressY), pos).normalized();
-        QList<Segment *> touched;
-        for (OVTimelineLabelPainter *p : std::as_const(m_painters))
-            touched += p->segmentsIn(m_rubberBand, m, m_currentPos);
-        selectSegments(touched);
-        return;
-    }
-    if (m_panning) {
-        double offset = m_pressOffset - (pos.x() - m_pressX) / m_pps;
-        offset = std::max(0.0, std::min(offset, std::max(0.0, m_project->videoLength())));
-        const int scroll = int(m_pressVerticalScroll) - (pos.y() - m_pressY);
-        if (scroll != m_verticalScroll)
-            m_verticalScrollBar->setValue(scroll);
-        setOffset(offset, true);
-        return;
-    }
-    if (m_grabbed && (event->buttons() & Qt::LeftButton)) {
-        if (m_resizeEdge != OVTimelineLabelPainter::NoEdge) {
-            const double t = std::max(0.0, m.timeAt(pos.x()));
-            if (m_resizeEdge == OVTimelineLabelPainter::StartEdge)
-                m_history->setSegmentTimes(m_grabbed, std::min(t, m_grabbed->end()), m_grabbed->end());
-            else
-                m_history->setSegmentTimes(m_grabbed, m_grabbed->start(), std::max(t, m_grabbed->start()));
-            return;
-        }
-        if ((pos - QPoint(m_pressX, m_pressY)).manhattanLength() < QApplication::startDragDistance())
-            return;
-        OVTimelineLabelPainter *from = painterForLabel(m_grabbed->label());
-        if (!from || !from->isEditable())
-            return;
-        auto *drag = new QDrag(this);
-        drag->setMimeData(createDragData(m_grabbed));
-        connect(drag, &QObject::destroyed, this, &OVTimelineWidget::onDragFinished);
-        drag->exec(Qt::MoveAction);
-    }
-}
-
-void OVTimelineWidget::mouseReleaseEvent(QMouseEvent *event)
-{
-    m_rubberBand = QRect();
-    if (!m_project)
-        return;
-    const QPoint pos = event->position().toPoint();
-    const bool clicked = (pos - QPoint(m_pressX, m_pressY)).manhattanLength() < QApplication::startDragDistance();
-    const Qt::KeyboardModifiers plain = m_requireModifier ? Qt::KeyboardModifiers(Qt::ControlModifier) : Qt::KeyboardModifiers(Qt::NoModifier);
-    if (m_grabbed && m_resizeEdge == OVTimelineLabelPainter::NoEdge && clicked && event->modifiers() == plain)
-        selectSegments({ m_grabbed.data() });
-    if (m_sortLabel) {
-        if (OVTimelineLabelPainter *p = painterForLabel(m_sortLabel))
-            p->finishSortDrag();
-        m_sortLabel = nullptr;
-    }
-    m_cursorDragging = false;
-    m_resizingNames = false;
-    m_panning = false;
-    m_pressX = m_pressY = 0;
-    m_grabbed = nullptr;
-    m_resizeEdge = OVTimelineLabelPainter::NoEdge;
-    if (m_gestureOpen) {
-        m_gestureOpen = false;
-        endGesture();
-    } else {
-        Q_EMIT editFinished();
-    }
-    update();
-}
-
-void OVTimelineWidget::mouseDoubleClickEvent(QMouseEvent *event)
-{
-    if (!m_project || event->button() != Qt::LeftButton)
-        return;
-    const QPoint pos = event->position().toPoint();
-    if (OVTimelineLabelPainter *p = painterAt(pos))
-        p->doubleClicked(pos, event->globalPosition().toPoint(), mapping(), m_currentPos);
-}
+void OVTimelineWidget::mouseDoubleClickEvent(QMouseEvent *event) { m_gestures->doubleClick(event); }
 
 void OVTimelineWidget::onLabelSortOrderDragStarted()
 {
@@ -987,14 +769,7 @@ void OVTimelineWidget::onLabelSortOrderDragMoved()
     m_history->moveLabel(t, int(t->labels().indexOf(label)), int(t->labels().indexOf(over)));
 }
 
-void OVTimelineWidget::onDragFinished()
-{
-    m_pressX = m_pressY = 0;
-    m_grabbed = nullptr;
-    m_resizeEdge = OVTimelineLabelPainter::NoEdge;
-    Q_EMIT editFinished();
-    update();
-}
+void OVTimelineWidget::onDragFinished() { m_gestures->onDragFinished(); }
 
 void OVTimelineWidget::wheelEvent(QWheelEvent *event)
 {
@@ -1036,14 +811,7 @@ void OVTimelineWidget::dropEvent(QDropEvent *event)
         event->ignore();
         return;
     }
-    const bool moved = dropSegments(event->mimeData(), event->position().toPoint());
-    event->setDropAction(Qt::MoveAction);
-    event->accept();
-    if (moved)
-        update();
-    m_pressX = m_pressY = 0;
-    m_grabbed = nullptr;
-    Q_EMIT editFinished();
+    m_gestures->drop(event);
 }
 
 void OVTimelineWidget::leaveEvent(QEvent *)

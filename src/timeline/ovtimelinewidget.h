@@ -17,9 +17,8 @@ class QMimeData;
 class QScrollBar;
 class QSplitter;
 class QTimer;
-#include "settings/ovlabelingsettings.h"
 
-class OVLabelingSettings;
+class OVTimelineGestures;
 class OVTimelineHistory;
 class OVTimelineLabelPainter;
 class OVWaveformArea;
@@ -33,7 +32,8 @@ class Timeline;
 
 // The coding surface: one row per label of every displayed timeline, segments as bars on a
 // common time axis, the playing-position cursor, and the waveform strip under a splitter.
-// Rows of the active timeline are editable; every edit goes through the history().
+// Rows of the active timeline are editable; every edit goes through the history(), and the mouse
+// gestures that make them live in OVTimelineGestures. Keyboard coding is OVKeyboardCoder's.
 class OVTimelineWidget : public QWidget
 {
     Q_OBJECT
@@ -47,8 +47,7 @@ public:
 
     void setProject(OVProject::Project *project);
     OVProject::Project *project() const { return m_project; }
-    // Not owned; without settings the defaults of the labeling settings apply.
-    void setLabelingSettings(OVLabelingSettings *settings);
+    // The requests this view makes; they push to the project's one history.
     OVTimelineHistory *history() const { return m_history; }
 
     double pps() const { return m_pps; }
@@ -65,6 +64,8 @@ public:
     void setCodingBlockedReason(const QString &reason);
     int nameWidth() const { return m_nameWidth; }
     void setNameWidth(int width);
+    int verticalScroll() const { return m_verticalScroll; }
+    void setVerticalScroll(int value);
 
     // The current time <-> pixel mapping in this widget's coordinates.
     OVTimeMapping mapping() const;
@@ -82,16 +83,24 @@ public:
     OVTimelineLabelPainter *painterForLabel(const OVProject::Label *label) const;
     OVProject::Segment *segmentAt(const QPoint &pos) const;
 
-    // Selection (segments of any displayed timeline; edits apply to those of the active one).
+    // Selection (segments of any displayed timeline; edits apply to those of the active one). It
+    // holds ids: a segment that undo deletes and redo re-creates is the same segment.
     QList<OVProject::Segment *> selectedSegments() const;
     bool isSelected(const OVProject::Segment *segment) const;
     void selectSegments(const QList<OVProject::Segment *> &segments, bool add = false);
+    void selectSegmentIds(const QList<OVProject::Id> &ids);
+    void addToSelection(OVProject::Segment *segment);
     void clearSelection();
     void setHighlightedSegment(const OVProject::Id &segmentId);
+    // Draws attention to a label's row for a moment (a key press that coded nothing).
+    void flashLabel(const OVProject::Id &labelId);
+    OVProject::Id flashedLabel() const { return m_flashLabel; }
 
-    // The coding handler: `key` is the upper-cased character of a key press. True when the
-    // model changed.
-    bool codeKey(QChar key);
+    // Set by the gestures while they run.
+    void setRubberBand(const QRect &band);
+    QRect rubberBand() const { return m_rubberBand; }
+    void setHovered(OVProject::Segment *segment, const QPoint &pos);
+    QPoint hoverPos() const { return m_hoverPos; }
     // One wheel notch (sign of `delta`) with the given modifiers: zoom with Control, else scroll.
     void applyWheel(int delta, Qt::KeyboardModifiers modifiers);
     // The labeling message drawn over the rows, empty when none.
@@ -112,6 +121,8 @@ Q_SIGNALS:
     void ppsChanged(double pps);
     void offsetChanged(double offset);
     void emptyTimelineClicked();
+    void labelingEnabledChanged(bool on);
+    void codingBlockedReasonChanged(const QString &reason);
     void seekRequested(double time);
     // A mouse gesture or drop that may have changed the model has ended.
     void editFinished();
@@ -149,26 +160,22 @@ protected:
     void leaveEvent(QEvent *event) override;
     bool event(QEvent *event) override;
 
-private Q_SLOTS:
-    void onSelectedSegmentDestroyed(QObject *segment);
-
 private:
+    friend class OVTimelineGestures;
     void relayout();
     void layoutChildren();
     void scheduleRelayout();
     void setCurrentPos(double pos);
-    void endGesture();
+    void onProjectChanged();
     int totalRowsHeight() const;
     int cursorX() const;
     void paintOverlay(QPainter &p);
     void paintInfoBox(QPainter &p);
-    void addToSelection(OVProject::Segment *segment);
     int painterIndexAt(int y) const;
 
     QPointer<OVProject::Project> m_project;
-    QPointer<OVLabelingSettings> m_settings;
-    OVLabelingSettings *m_defaultSettings;
     OVTimelineHistory *m_history;
+    OVTimelineGestures *m_gestures;
 
     double m_pps = 1.0;
     double m_offset = 0.0;
@@ -176,33 +183,25 @@ private:
     double m_currentPos = 0.0;
     double m_videoLength = 0.0;
     int m_verticalScroll = 0;
-
-    // Current mouse gesture.
-    int m_pressX = 0;
-    int m_pressY = 0;
-    double m_pressOffset = 0.0;
-    double m_pressVerticalScroll = 0.0;
-    bool m_panning = false;
     QRect m_rubberBand;
-    QPointer<OVProject::Segment> m_grabbed;
-    int m_resizeEdge = 0;
-    bool m_gestureOpen = false;
-    QPointer<OVProject::Label> m_sortLabel;
-    bool m_resizingNames = false;
 
     bool m_labelingEnabled = false;
     QString m_codingBlockedReason;
-    bool m_cursorDragging = false;
     bool m_requireModifier = false;
-    bool m_repaintPending = false;
 
+    // Started by a position change, so that playback repaints ten times a second and a paused
+    // player repaints nothing.
     QTimer *m_refreshTimer;
     QTimer *m_relayoutTimer;
+    QTimer *m_flashTimer;
     QList<OVTimelineLabelPainter *> m_painters;
-    QSet<const QObject *> m_selection;
-    QPointer<OVProject::Segment> m_highlighted;
+    QSet<OVProject::Id> m_selection;
+    OVProject::Id m_highlighted;
+    OVProject::Id m_flashLabel;
     QPointer<OVProject::Segment> m_hovered;
     QPoint m_hoverPos;
+    // The label whose name is being dragged to a new place.
+    QPointer<OVProject::Label> m_sortLabel;
 
     QScrollBar *m_horizontalScroll;
     QScrollBar *m_verticalScrollBar;

@@ -6,6 +6,7 @@
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QGridLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -17,11 +18,18 @@ OVTLLabelDialog::OVTLLabelDialog(QWidget *parent)
     , m_key(new QLineEdit(this))
     , m_description(new QPlainTextEdit(this))
     , m_colors(new QButtonGroup(this))
+    , m_problem(new QLabel(this))
 {
     setWindowTitle(tr("Label"));
     m_key->setMaxLength(1);
     m_key->setMaximumWidth(40);
-    connect(m_key, &QLineEdit::textEdited, this, [this](const QString &t) { m_key->setText(t.toUpper()); });
+    connect(m_key, &QLineEdit::textEdited, this, [this](const QString &t) {
+        m_key->setText(t.toUpper());
+        m_problem->hide();
+    });
+    m_problem->setStyleSheet(QStringLiteral("color: #b00000;"));
+    m_problem->setWordWrap(true);
+    m_problem->hide();
 
     auto *grid = new QGridLayout;
     grid->setSpacing(2);
@@ -40,6 +48,7 @@ OVTLLabelDialog::OVTLLabelDialog(QWidget *parent)
     auto *form = new QFormLayout(this);
     form->addRow(tr("Name:"), m_name);
     form->addRow(tr("Key:"), m_key);
+    form->addRow(m_problem);
     form->addRow(tr("Colour:"), grid);
     form->addRow(tr("Description:"), m_description);
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
@@ -81,3 +90,18 @@ QChar OVTLLabelDialog::key() const
 }
 
 QString OVTLLabelDialog::description() const { return m_description->toPlainText(); }
+
+QString OVTLLabelDialog::keyProblem() const { return m_keyCheck ? m_keyCheck(key()) : QString(); }
+
+void OVTLLabelDialog::accept()
+{
+    const QString problem = keyProblem();
+    if (!problem.isEmpty()) {
+        m_problem->setText(problem);
+        m_problem->show();
+        m_key->setFocus();
+        m_key->selectAll();
+        return;
+    }
+    QDialog::accept();
+}

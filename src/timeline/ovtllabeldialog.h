@@ -3,7 +3,10 @@
 #include <QColor>
 #include <QDialog>
 
+#include <functional>
+
 class QButtonGroup;
+class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
 
@@ -20,6 +23,14 @@ public:
     QColor color() const { return m_color; }
     QString description() const;
 
+    // Says why a key cannot be taken (another label has it), empty when it can. The dialog stays
+    // open, showing the reason, until the key is free.
+    using KeyCheck = std::function<QString(QChar key)>;
+    void setKeyCheck(KeyCheck check) { m_keyCheck = std::move(check); }
+    QString keyProblem() const;
+
+    void accept() override;
+
 private:
     void selectColor(const QColor &color);
 
@@ -27,5 +38,7 @@ private:
     QLineEdit *m_key;
     QPlainTextEdit *m_description;
     QButtonGroup *m_colors;
+    QLabel *m_problem;
     QColor m_color;
+    KeyCheck m_keyCheck;
 };

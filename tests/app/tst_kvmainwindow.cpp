@@ -12,6 +12,7 @@
 #include "project/timelinegroup.h"
 #include "settings/ovkeyboardsettings.h"
 #include "settings/ovlabelingsettings.h"
+#include "timeline/ovkeyboardcoder.h"
 #include "timeline/ovtimelinecontrol.h"
 #include "timeline/ovtimelinewidget.h"
 #include "settings/ovrecentprojects.h"
@@ -249,6 +250,7 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowActive(&w));
         w.timelineControl()->setFocus();
         QTRY_VERIFY(w.timelineControl()->hasFocus() || w.timelineControl()->isAncestorOf(QApplication::focusWidget()));
+        w.timelineControl()->timelineWidget()->setLabelingEnabled(true);
         OVProject::Label *a = w.project()->timelineGroup()->timelines().first()->labels().first();
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_A);
         QCOMPARE(a->segments().size(), 1);
@@ -266,6 +268,19 @@ private Q_SLOTS:
         redo->trigger();
         redo->trigger();
         QCOMPARE(a->segments().first()->end(), 15.0);
+        QVERIFY(w.isProjectModified());
+
+        // The mark follows the history: away from the saved state and back again.
+        w.setModified(false); // as a save does
+        undo->trigger();
+        QVERIFY(w.isProjectModified());
+        redo->trigger();
+        QVERIFY(!w.isProjectModified());
+        QVERIFY(!w.isWindowModified());
+        // A change outside the history stays until the next save, whatever undo does.
+        w.project()->setTitle("Retitled");
+        undo->trigger();
+        redo->trigger();
         QVERIFY(w.isProjectModified());
     }
 
@@ -350,16 +365,18 @@ private Q_SLOTS:
 
         // Playback that ends in an error is told by name, and coding stops until it plays again.
         OVTimelineWidget *timeline = w.timelineControl()->timelineWidget();
+        OVKeyboardCoder *coder = w.timelineControl()->coder();
+        timeline->setLabelingEnabled(true);
         QMetaObject::invokeMethod(player, &OVVideoDecoderBase::errorRaised, Qt::QueuedConnection);
         QTRY_COMPARE_WITH_TIMEOUT(w.errors.size(), 2, 5000);
         QVERIFY2(w.errors.last().contains(clip), qPrintable(w.errors.last()));
         QVERIFY(timeline->labelingMessage().contains("clip.mp4"));
         OVProject::Label *a = w.project()->timelineGroup()->timelines().first()->labels().first();
-        QVERIFY(!timeline->codeKey('A'));
+        QCOMPARE(coder->code('A').outcome, OVKeyboardCoder::Blocked);
         QVERIFY(a->segments().isEmpty());
         panel->togglePlayback(); // paused: the player answers again
         QVERIFY(!timeline->labelingMessage().contains("clip.mp4"));
-        QVERIFY(timeline->codeKey('A'));
+        QVERIFY(coder->code('A').changed());
 
         // Closing the window while the recording plays ends without hanging.
         panel->togglePlayback();

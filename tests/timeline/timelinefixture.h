@@ -9,6 +9,8 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <QTest>
+#include <QWidget>
 
 // Helpers shared by the timeline tests: a project with one timeline of four labels (keys A-D)
 // and a text form of a timeline's segments that compares exactly.
@@ -47,6 +49,15 @@ inline QStringList snapshot(const OVProject::Timeline *t)
         out += segs;
     }
     return out;
+}
+
+// Shows `w` as the active window, as keyboard coding needs it.
+inline bool showActive(QWidget *w)
+{
+    w->resize(900, 300);
+    w->show();
+    w->activateWindow();
+    return QTest::qWaitForWindowActive(w);
 }
 
 } // namespace TimelineFixture

@@ -9,6 +9,8 @@
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 #include <QUndoStack>
 #include <QVBoxLayout>
@@ -24,6 +26,7 @@ private Q_SLOTS:
     void coding_data();
     void coding();
     void focusOutsideCodesNothing();
+    void refusedPressSaysWhyAndKeepsTheKeyboard();
     void labelingModeFields();
     void zoomToFit();
 
@@ -102,10 +105,8 @@ void TstTimelineCoding::coding()
 
     OVTimelineControl control(&settings);
     control.setProject(&project);
-    control.resize(900, 300);
-    control.show();
-    control.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&control));
+    QVERIFY(showActive(&control));
+    control.timelineWidget()->setLabelingEnabled(true);
     control.timelineWidget()->setFocus();
     QVERIFY(control.timelineWidget()->hasFocus());
 
@@ -140,6 +141,7 @@ void TstTimelineCoding::focusOutsideCodesNothing()
     layout->addWidget(edit);
     layout->addWidget(control);
     control->setProject(&project);
+    control->timelineWidget()->setLabelingEnabled(true);
     window.resize(900, 400);
     window.show();
     window.activateWindow();
@@ -172,6 +174,38 @@ void TstTimelineCoding::focusOutsideCodesNothing()
     QTest::keyClick(control, 'B');
     QCOMPARE(segmentList(t).size(), 2);
     QVERIFY(segmentList(t).last().startsWith(QLatin1String("1:")));
+}
+
+void TstTimelineCoding::refusedPressSaysWhyAndKeepsTheKeyboard()
+{
+    OVLabelingSettings settings;
+    Project project;
+    Timeline *t = newProject(&project);
+    OVTimelineControl control(&settings);
+    control.setProject(&project);
+    QVERIFY(showActive(&control));
+    OVTimelineWidget *w = control.timelineWidget();
+    w->setFocus();
+    QSignalSpy status(&control, &OVTimelineControl::statusMessage);
+
+    // Labeling not yet enabled: the press says so and the label's row flashes.
+    QTest::keyClick(w, 'c');
+    QCOMPARE(segmentList(t), QStringList());
+    QCOMPARE(status.size(), 1);
+    QVERIFY(status.last().first().toString().contains(QLatin1String("labeling is disabled")));
+    QCOMPARE(w->flashedLabel(), t->labels().at(2)->id());
+    QTRY_VERIFY(w->flashedLabel().isEmpty());
+
+    // A click on one of the panel's buttons leaves the keyboard with the timeline, so Space does
+    // not press the button again.
+    w->setLabelingEnabled(true);
+    auto *add = control.findChild<QPushButton *>();
+    QVERIFY(add && add->text() == QLatin1String("Add Label"));
+    QTest::mouseClick(add, Qt::LeftButton);
+    QCOMPARE(t->labels().size(), 5);
+    QVERIFY(w->hasFocus());
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+    QCOMPARE(t->labels().size(), 5);
 }
 
 void TstTimelineCoding::labelingModeFields()

@@ -39,6 +39,19 @@ void TstTimelineDialogs::labelDialog()
     QCOMPARE(dialog.key(), QChar(QLatin1Char('Q')));
     key->clear();
     QVERIFY(dialog.key().isNull());
+
+    // A key another label has keeps the dialog open with the reason, until it is changed.
+    dialog.setKeyCheck([](QChar k) { return k == QLatin1Char('B') ? QStringLiteral("B is taken") : QString(); });
+    dialog.show();
+    QTest::keyClicks(key, QStringLiteral("b"));
+    dialog.accept();
+    QVERIFY(dialog.isVisible());
+    QCOMPARE(dialog.result(), int(QDialog::Rejected));
+    QCOMPARE(dialog.keyProblem(), QStringLiteral("B is taken"));
+    key->clear();
+    QTest::keyClicks(key, QStringLiteral("e"));
+    dialog.accept();
+    QCOMPARE(dialog.result(), int(QDialog::Accepted));
 }
 
 void TstTimelineDialogs::segmentDialog_data()
@@ -86,6 +99,7 @@ void TstTimelineDialogs::quickKeyEdit_data()
     QTest::newRow("escape cancels") << int(Qt::Key_Escape) << "" << -1;
     QTest::newRow("delete clears") << int(Qt::Key_Delete) << "" << 0;
     QTest::newRow("space is no key") << int(Qt::Key_Space) << " " << -1;
+    QTest::newRow("a key another label has") << int(Qt::Key_B) << "b" << -1;
 }
 
 void TstTimelineDialogs::quickKeyEdit()
@@ -95,6 +109,7 @@ void TstTimelineDialogs::quickKeyEdit()
     QFETCH(int, emitted);
     OVQuickKeyEdit edit;
     edit.setAttribute(Qt::WA_DeleteOnClose, false);
+    edit.setKeyCheck([](QChar k) { return k == QLatin1Char('B') ? QStringLiteral("taken") : QString(); });
     QSignalSpy spy(&edit, &OVQuickKeyEdit::keyChosen);
     QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier, text);
     QApplication::sendEvent(&edit, &press);

@@ -4,7 +4,9 @@
 #include "timeline/ovtimelinelabelpainter.h"
 #include "timeline/ovtimelinewidget.h"
 
+#include <QImage>
 #include <QMimeData>
+#include <QTimer>
 #include <QSignalSpy>
 #include <QTest>
 #include <QUndoStack>
@@ -29,6 +31,9 @@ private Q_SLOTS:
     void dragSegments_data();
     void dragSegments();
     void dropAcceptsOnlySegPtr();
+    void zeroLengthSegmentsShowAndSelect_data();
+    void zeroLengthSegmentsShowAndSelect();
+    void nothingRunsWithoutPositions();
     void labelingMessages();
     void labelReorderIsOneStep();
     void resizeIsOneStep();
@@ -83,12 +88,10 @@ QPoint TstTimelineWidget::pointAt(int row, double time) const
 void TstTimelineWidget::sameValueSignalsNothing()
 {
     QSignalSpy pps(m_widget, &OVTimelineWidget::ppsChanged);
-    QTest::ignoreMessage(QtDebugMsg, "TimelineWidget::pps set to: 2.5");
     m_widget->setPps(2.5);
     m_widget->setPps(2.5);
     QCOMPARE(pps.size(), 1);
     QSignalSpy offset(m_widget, &OVTimelineWidget::offsetChanged);
-    QTest::ignoreMessage(QtDebugMsg, "TimelineWidget::offset set to: 42");
     m_widget->setOffset(42.0);
     m_widget->setOffset(42.0);
     QCOMPARE(offset.size(), 1);
@@ -221,7 +224,6 @@ void TstTimelineWidget::selectionByClickAndRubberBand()
 
     // With a modifier required, a plain click selects nothing.
     m_widget->clearSelection();
-    QTest::ignoreMessage(QtDebugMsg, "TimelineWidget::requireModifier set to: true");
     m_widget->setRequireModifier(true);
     QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, pointAt(1, 35.0));
     QVERIFY(m_widget->selectedSegments().isEmpty());
@@ -267,8 +269,17 @@ void TstTimelineWidget::dragSegments()
     const QStringList lines = segmentLines();
 
     std::unique_ptr<QMimeData> data(m_widget->createDragData(segs.at(dragged)));
-    QCOMPARE(data->data(QStringLiteral("segptr")), QByteArray::number(quintptr(segs.at(dragged))));
+    QCOMPARE(data->data(QStringLiteral("segptr")), segs.at(dragged)->id().toUtf8());
     QCOMPARE(data->hasFormat(QStringLiteral("segptrlist")), !selected.isEmpty());
+    if (!selected.isEmpty()) {
+        QList<QByteArray> ids = data->data(QStringLiteral("segptrlist")).split(',');
+        QList<QByteArray> wanted;
+        for (const Segment *s : selection)
+            wanted << s->id().toUtf8();
+        std::sort(ids.begin(), ids.end());
+        std::sort(wanted.begin(), wanted.end());
+        QCOMPARE(ids, wanted);
+    }
     QVERIFY(dragDrop(data.get(), pointAt(row, time)));
     QCOMPARE(segmentList(m_timeline), after);
     QCOMPARE(segmentLines(), lines);
@@ -282,19 +293,76 @@ void TstTimelineWidget::dragSegments()
 
 void TstTimelineWidget::dropAcceptsOnlySegPtr()
 {
-    Segment *s = m_widget->history()->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
+    OVTimelineHistory *h = m_widget->history();
+    Segment *s = h->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
+    const Id id = s->id();
     QMimeData listOnly;
-    listOnly.setData(QStringLiteral("segptrlist"), QByteArray::number(quintptr(s)));
+    listOnly.setData(QStringLiteral("segptrlist"), id.toUtf8());
     const QPoint target = pointAt(1, 5.0);
     QVERIFY(!dragDrop(&listOnly, target));
     QVERIFY(!m_widget->dropSegments(&listOnly, target));
     QCOMPARE(s->label(), m_timeline->labels().at(0));
 
-    // An address that names no living segment moves nothing.
-    QMimeData stale;
-    stale.setData(QStringLiteral("segptr"), QByteArray::number(quintptr(s) + 8));
-    QVERIFY(!m_widget->dropSegments(&stale, target));
-    QCOMPARE(s->label(), m_timeline->labels().at(0));
+    // The data names the segment, not the object: once it is deleted (and another segment made in
+    // the memory it had) the drop moves nothing; once redo brings it back, the drop finds it.
+    std::unique_ptr<QMimeData> data(m_widget->createDragData(s));
+    h->undoStack()->undo();
+    h->addSegment(m_timeline->labels().at(0), 30.0, 40.0);
+    QVERIFY(!m_widget->dropSegments(data.get(), target));
+    QCOMPARE(segmentList(m_timeline), QStringList{ "0:30-40" });
+    h->undoStack()->undo();
+    h->undoStack()->undo(); // nothing left to undo: the new step replaced the redo of `s`
+    QVERIFY(!m_widget->dropSegments(data.get(), target));
+    Segment *again = h->addSegment(m_timeline->labels().at(0), 10.0, 20.0);
+    QVERIFY(again->id() != id);
+    QVERIFY(!m_widget->dropSegments(data.get(), target));
+    QCOMPARE(again->label(), m_timeline->labels().at(0));
+}
+
+void TstTimelineWidget::zeroLengthSegmentsShowAndSelect_data()
+{
+    QTest::addColumn<double>("pps");
+    QTest::addColumn<double>("time");
+    QTest::newRow("1 px/s") << 1.0 << 100.0;
+    QTest::newRow("zoomed in") << 40.0 << 5.0;
+    QTest::newRow("between pixels") << 3.0 << 33.4;
+    QTest::newRow("at 0") << 1.0 << 0.0;
+}
+
+void TstTimelineWidget::zeroLengthSegmentsShowAndSelect()
+{
+    QFETCH(double, pps);
+    QFETCH(double, time);
+    m_widget->setPps(pps);
+    Label *label = m_timeline->labels().at(1);
+    Segment *s = m_widget->history()->addSegment(label, time, time); // a press while paused
+    QVERIFY(s);
+    const int x = m_widget->mapping().xAt(time);
+    const QImage shot = m_widget->grab().toImage();
+    const int y = pointAt(1, time).y();
+    for (int dx = 0; dx < 2; ++dx) {
+        // The bar's outline is a darker shade of the label's colour; the row is white or grey.
+        const QColor seen = shot.pixelColor(QPoint(x + dx, y) * shot.devicePixelRatio());
+        QVERIFY2(seen.saturation() > 60, qPrintable(QStringLiteral("x+%1 is %2").arg(dx).arg(seen.name())));
+        QCOMPARE(m_widget->segmentAt(QPoint(x + dx, y)), s);
+    }
+    QTest::mouseClick(m_widget, Qt::LeftButton, Qt::NoModifier, QPoint(x + 1, y));
+    QCOMPARE(m_widget->selectedSegments(), QList<Segment *>{ s });
+}
+
+void TstTimelineWidget::nothingRunsWithoutPositions()
+{
+    auto running = [this] {
+        int n = 0;
+        for (const QTimer *t : m_widget->findChildren<QTimer *>())
+            n += t->isActive();
+        return n;
+    };
+    QTRY_COMPARE(running(), 0);
+    m_project->state()->setCurrentPos(12.0); // playback publishes a position
+    QVERIFY(running() > 0);
+    QTRY_COMPARE(running(), 0); // and the repaint it asked for is done
+    QCOMPARE(m_widget->currentPos(), 12.0);
 }
 
 void TstTimelineWidget::labelingMessages()
