@@ -211,10 +211,22 @@ Result measure(const QString &file, double factor, double seconds)
     }
     QElapsedTimer wall;
     wall.start();
+    double latencyMin = 1e9, latencyMax = 0;
+    qint64 lastLatencyCheck = 0;
     while (wall.elapsed() < qint64(seconds * 1000)) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
         QThread::usleep(500);
+        if (wall.elapsed() - lastLatencyCheck >= 100 && player.audioOut()->isRunning()) {
+            lastLatencyCheck = wall.elapsed();
+            const double l = player.audioOut()->outputLatency();
+            if (l > 0) {
+                latencyMin = std::min(latencyMin, l);
+                latencyMax = std::max(latencyMax, l);
+            }
+        }
     }
+    if (latencyMax > 0)
+        fprintf(stdout, "  output latency reported: %.1f to %.1f ms\n", latencyMin * 1000, latencyMax * 1000);
     if (OVAudioOut *out = player.audioOut(); out && !out->isOpen())
         fprintf(stderr, "the player played without a sound device\n");
     player.close();
