@@ -62,6 +62,7 @@ struct MonitorCapture
     std::vector<quint64> onsets;
     std::atomic<std::size_t> blockCount{0};
     std::atomic<std::size_t> onsetCount{0};
+    std::atomic<int> overflows{0};
     quint64 index = 0;
     quint64 lastLoud = 0;
     bool everLoud = false;
@@ -74,9 +75,12 @@ struct MonitorCapture
     }
 
     static int callback(const void *input, void *, unsigned long frames, const PaStreamCallbackTimeInfo *,
-                        PaStreamCallbackFlags, void *user)
+                        PaStreamCallbackFlags flags, void *user)
     {
         auto *self = static_cast<MonitorCapture *>(user);
+        // Lost input shifts the sample indexes: counted, so a run that had it can be told.
+        if (flags & paInputOverflow)
+            self->overflows.fetch_add(1, std::memory_order_relaxed);
         const double now = steadyNow();
         const auto *in = static_cast<const qint16 *>(input);
         for (unsigned long i = 0; in && i < frames; ++i) {
@@ -182,6 +186,7 @@ struct Result
 {
     int pairs = 0;
     int flashes = 0;
+    int beeps = 0;
     double mean = 0;
     double p95 = 0;
     double maxAbs = 0;
@@ -229,6 +234,8 @@ Result measure(const QString &file, double factor, double seconds)
         fprintf(stdout, "  output latency reported: %.1f to %.1f ms\n", latencyMin * 1000, latencyMax * 1000);
     if (OVAudioOut *out = player.audioOut(); out && !out->isOpen())
         fprintf(stderr, "the player played without a sound device\n");
+    fprintf(stdout, "  output underflows %llu, capture overflows %d\n",
+            (unsigned long long)player.audioOut()->underflows(), capture.overflows.load());
     player.close();
     capture.stop();
 
@@ -251,6 +258,7 @@ Result measure(const QString &file, double factor, double seconds)
         }
     }
     r.flashes = int(watcher.flashes.size());
+    r.beeps = int(beeps.size());
     r.pairs = int(offsets.size());
     if (offsets.empty())
         return r;
@@ -353,8 +361,8 @@ int main(int argc, char **argv)
         fprintf(stdout, "playing at %.0fx for %.0f s\n", 1.0 / run.factor, seconds);
         fflush(stdout);
         run.r = measure(file, run.factor, seconds);
-        fprintf(stdout, "  %d flashes, %d paired: mean %+.1f ms, p95 |offset| %.1f ms, max %.1f ms, drift %+.2f ms/min\n",
-                run.r.flashes, run.r.pairs, run.r.mean, run.r.p95, run.r.maxAbs, run.r.driftPerMin);
+        fprintf(stdout, "  %d beeps, %d flashes, %d paired: mean %+.1f ms, p95 |offset| %.1f ms, max %.1f ms, drift %+.2f ms/min\n",
+                run.r.beeps, run.r.flashes, run.r.pairs, run.r.mean, run.r.p95, run.r.maxAbs, run.r.driftPerMin);
         fflush(stdout);
     }
     Pa_Terminate();

@@ -23,11 +23,12 @@ std::atomic<bool> s_noDeviceReported{false};
 struct OVAudioOutCallbacks
 {
     static int stream(const void *, void *output, unsigned long frames,
-                      const PaStreamCallbackTimeInfo *time, PaStreamCallbackFlags, void *userData)
+                      const PaStreamCallbackTimeInfo *time, PaStreamCallbackFlags flags, void *userData)
     {
         static_cast<OVAudioOut *>(userData)->process(static_cast<qint16 *>(output), frames,
                                                      time ? time->outputBufferDacTime : 0.0,
-                                                     time ? time->currentTime : 0.0);
+                                                     time ? time->currentTime : 0.0,
+                                                     (flags & paOutputUnderflow) != 0);
         return paContinue;
     }
 
@@ -81,6 +82,7 @@ bool OVAudioOut::open(int sampleRate, double suggestedLatency)
     // this stream into it (a start or seek flushes older sound through the queues' serial).
     m_ringReadAtOpen = m_ring.readCount();
     m_framesConsumed.store(0, std::memory_order_release);
+    m_underflows.store(0, std::memory_order_relaxed);
     m_sampleRate = sampleRate;
 
     if (!m_paInitialised) {
@@ -193,8 +195,11 @@ void OVAudioOut::setMuted(bool muted)
     m_muted.store(muted, std::memory_order_relaxed);
 }
 
-void OVAudioOut::process(qint16 *out, unsigned long frames, double dacTime, double currentTime)
+void OVAudioOut::process(qint16 *out, unsigned long frames, double dacTime, double currentTime,
+                         bool underflow)
 {
+    if (underflow)
+        m_underflows.fetch_add(1, std::memory_order_relaxed);
     m_ring.applyFlush();
     const double gain = m_gain.load(std::memory_order_relaxed);
     const bool muted = m_muted.load(std::memory_order_relaxed);

@@ -7,6 +7,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <cmath>
 #include <thread>
 
 namespace {
@@ -314,7 +315,8 @@ private Q_SLOTS:
 
     // The decoding thread queues and pumps while a callback thread drains the ring through the
     // fill routine and a GUI thread seeks now and then: every callback buffer that comes out is
-    // exactly one that went in, never a mix of two (run under ThreadSanitizer too).
+    // exactly one that went in, never a mix of two, and carries that one's time (run under
+    // ThreadSanitizer too).
     void threadsMeetOnlyThroughTheRing()
     {
         OVAudioRing ring(4096);
@@ -340,11 +342,14 @@ private Q_SLOTS:
             }
         });
         std::atomic<int> tears{0};
+        std::atomic<int> wrongTimes{0};
         std::atomic<quint64> consumed{0};
         std::thread callback([&] {
             std::vector<qint16> out(512);
             while (!stop.load()) {
                 ring.applyFlush();
+                double stamped = -1.0;
+                const bool hasTime = ring.timeAtRead(2, 48000, &stamped);
                 const std::size_t n =
                     OVAudioOut::fillBuffer(ring, out.data(), 256, 1.0, false);
                 if (n == 0) {
@@ -352,6 +357,9 @@ private Q_SLOTS:
                     continue;
                 }
                 consumed += n;
+                // Reads fall on buffer starts, where the stamp is the buffer's own time.
+                if (!hasTime || std::abs(stamped - out[0] * 0.01) > 1e-9)
+                    ++wrongTimes;
                 for (qint16 v : out) {
                     if (v != out[0])
                         ++tears;
@@ -368,6 +376,7 @@ private Q_SLOTS:
         callback.join();
         QVERIFY(consumed.load() > 0);
         QCOMPARE(tears.load(), 0);
+        QCOMPARE(wrongTimes.load(), 0);
     }
 };
 
