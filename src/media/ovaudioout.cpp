@@ -1,12 +1,15 @@
 #include "media/ovaudioout.h"
 
 #include "media/ovaudioplayerinterface.h"
+#include "media/ovaudiosync.h"
+#include "media/ovplaybackclock.h"
 
 #include <QDebug>
 
 #include <portaudio.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 namespace {
@@ -20,9 +23,12 @@ std::atomic<bool> s_noDeviceReported{false};
 struct OVAudioOutCallbacks
 {
     static int stream(const void *, void *output, unsigned long frames,
-                      const PaStreamCallbackTimeInfo *, PaStreamCallbackFlags, void *userData)
+                      const PaStreamCallbackTimeInfo *time, PaStreamCallbackFlags flags, void *userData)
     {
-        static_cast<OVAudioOut *>(userData)->process(static_cast<qint16 *>(output), frames);
+        static_cast<OVAudioOut *>(userData)->process(static_cast<qint16 *>(output), frames,
+                                                     time ? time->outputBufferDacTime : 0.0,
+                                                     time ? time->currentTime : 0.0,
+                                                     (flags & paOutputUnderflow) != 0);
         return paContinue;
     }
 
@@ -30,7 +36,8 @@ struct OVAudioOutCallbacks
 };
 
 OVAudioOut::OVAudioOut(QObject *parent)
-    : QObject(parent), m_ring(static_cast<std::size_t>(RingSeconds * RingRate) * Channels)
+    : QObject(parent), m_ring(static_cast<std::size_t>(RingSeconds * RingRate) * Channels),
+      m_scratch(std::make_unique<qint16[]>(ScratchFrames * Channels))
 {
     const PaError err = Pa_Initialize();
     m_paInitialised = err == paNoError;
@@ -57,6 +64,7 @@ void OVAudioOut::setPlayer(OVAudioPlayerInterface *player)
     if (m_playerObject)
         disconnect(m_playerObject, nullptr, this, nullptr);
     m_player = player;
+    m_clock.store(player ? player->playbackClock() : nullptr, std::memory_order_release);
     m_playerObject = player ? player->playerObject() : nullptr;
     if (!m_playerObject)
         return;
@@ -74,6 +82,7 @@ bool OVAudioOut::open(int sampleRate, double suggestedLatency)
     // this stream into it (a start or seek flushes older sound through the queues' serial).
     m_ringReadAtOpen = m_ring.readCount();
     m_framesConsumed.store(0, std::memory_order_release);
+    m_underflows.store(0, std::memory_order_relaxed);
     m_sampleRate = sampleRate;
 
     if (!m_paInitialised) {
@@ -118,8 +127,11 @@ bool OVAudioOut::open(int sampleRate, double suggestedLatency)
         return false;
     }
     m_stream = stream;
+    const PaStreamInfo *streamInfo = Pa_GetStreamInfo(stream);
+    m_streamLatency.store(streamInfo ? streamInfo->outputLatency : params.suggestedLatency,
+                          std::memory_order_relaxed);
     qDebug() << "AudioOut: opened" << info->name << "at" << sampleRate << "Hz, latency"
-             << params.suggestedLatency;
+             << params.suggestedLatency << "reported" << m_streamLatency.load();
     return true;
 }
 
@@ -183,15 +195,69 @@ void OVAudioOut::setMuted(bool muted)
     m_muted.store(muted, std::memory_order_relaxed);
 }
 
-void OVAudioOut::process(qint16 *out, unsigned long frames)
+void OVAudioOut::process(qint16 *out, unsigned long frames, double dacTime, double currentTime,
+                         bool underflow)
 {
+    if (underflow)
+        m_underflows.fetch_add(1, std::memory_order_relaxed);
     m_ring.applyFlush();
-    if (m_stopped.load(std::memory_order_acquire))
+    const double gain = m_gain.load(std::memory_order_relaxed);
+    const bool muted = m_muted.load(std::memory_order_relaxed);
+    const OVPlaybackClock *clock = m_clock.load(std::memory_order_acquire);
+    if (m_stopped.load(std::memory_order_acquire)) {
         std::memset(out, 0, frames * Channels * sizeof(qint16));
-    else
-        fillBuffer(m_ring, out, frames, m_gain.load(std::memory_order_relaxed),
-                   m_muted.load(std::memory_order_relaxed));
+    } else if (!clock) {
+        fillBuffer(m_ring, out, frames, gain, muted);
+    } else {
+        const double origin = clock->soundOrigin();
+        // Some host APIs give no buffer times; their stream latency is the best there is.
+        double latency = dacTime - currentTime;
+        if (!(dacTime > 0.0 && latency >= 0.0 && latency < 2.0))
+            latency = m_streamLatency.load(std::memory_order_relaxed);
+        m_lastLatency.store(latency, std::memory_order_relaxed);
+        if (std::isnan(origin)) {
+            // Paused, seeking or not started: nothing is due, and nothing is consumed.
+            std::memset(out, 0, frames * Channels * sizeof(qint16));
+        } else {
+            const double heardAt = OVPlaybackClock::preciseSystemNow() + latency - origin;
+            fillInStep(m_ring, out, frames, gain, muted, heardAt, m_sampleRate, m_scratch.get(),
+                       ScratchFrames);
+        }
+    }
     m_framesConsumed.fetch_add(frames, std::memory_order_acq_rel);
+}
+
+std::size_t OVAudioOut::fillInStep(OVAudioRing &ring, qint16 *out, unsigned long frames, double gain,
+                                   bool muted, double heardAt, int rate, qint16 *scratch,
+                                   std::size_t scratchFrames)
+{
+    const std::size_t total = static_cast<std::size_t>(frames) * Channels;
+    double due = 0.0;
+    if (!ring.timeAtRead(Channels, rate, &due)) {
+        std::memset(out, 0, total * sizeof(qint16));
+        return 0;
+    }
+    OVAudioSync::Plan plan = OVAudioSync::plan(due - heardAt, frames, ring.readAvailable() / Channels, rate);
+    if (plan.read > scratchFrames) {
+        // Only when a host asks for huge buffers: play them as they come.
+        plan.read = std::min(plan.stretchTo, scratchFrames);
+        plan.stretchTo = plan.read;
+    }
+    std::size_t taken = ring.skip(plan.skip * Channels);
+    taken += ring.readSome(scratch, plan.read * Channels);
+    std::memset(out, 0, plan.silence * Channels * sizeof(qint16));
+    qint16 *dst = out + plan.silence * Channels;
+    for (std::size_t j = 0; j < plan.stretchTo; ++j) {
+        // Spread the dropped or repeated frames evenly over the buffer.
+        const std::size_t from = j * plan.read / plan.stretchTo;
+        for (int c = 0; c < Channels; ++c) {
+            const qint16 v = scratch[from * Channels + c];
+            dst[j * Channels + c] = muted ? qint16(0) : OVAudioRing::applyGain(v, gain);
+        }
+    }
+    const std::size_t filled = (plan.silence + plan.stretchTo) * Channels;
+    std::memset(out + filled, 0, (total - filled) * sizeof(qint16));
+    return taken;
 }
 
 std::size_t OVAudioOut::fillBuffer(OVAudioRing &ring, qint16 *out, unsigned long frames, double gain,

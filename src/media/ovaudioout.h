@@ -6,14 +6,21 @@
 #include <QPointer>
 
 #include <atomic>
+#include <memory>
 
 class OVAudioPlayerInterface;
+class OVPlaybackClock;
 
 // Plays the player's sound through PortAudio's default output, 2 channels of signed 16-bit
 // samples, 256 frames a buffer.
 //
-// The decoding thread writes into ring() (with the gain applied on entry); the PortAudio
-// callback reads from it through fillBuffer() (gain applied again on exit). The callback never
+// With a player's clock to follow, each buffer is filled so that its first sample is heard when
+// it is due on that clock: the output latency PortAudio reports is counted in, and the drift,
+// late start and stalls of the sound card are corrected as they come (see OVAudioSync).
+//
+// The decoding thread writes into ring() (with the gain applied on entry and each stretch
+// stamped with its clock time); the PortAudio callback reads from it through fillInStep() while
+// it follows a clock, else through fillBuffer() (gain applied again on exit). The callback never
 // locks, allocates or logs: gain, mute and the stopped flag are atomics.
 //
 // Without a usable sound device the output stays closed, which is reported once in the log;
@@ -68,6 +75,20 @@ public:
     // muted, and the ring advances either way. Returns the number of samples consumed.
     static std::size_t fillBuffer(OVAudioRing &ring, qint16 *out, unsigned long frames, double gain,
                                   bool muted);
+    // The callback's work when following a clock: fills frames × 2 samples of out so that out's
+    // first sample, heard at clock time heardAt (seconds), is the sound due then, as far as the
+    // ring's stamps tell (see OVAudioSync). scratch holds scratchFrames frames. Without a stamp
+    // (nothing buffered) out is silence. Returns the number of samples taken from the ring,
+    // skipped ones included.
+    static std::size_t fillInStep(OVAudioRing &ring, qint16 *out, unsigned long frames, double gain,
+                                  bool muted, double heardAt, int rate, qint16 *scratch,
+                                  std::size_t scratchFrames);
+    // Seconds from now until the first sample of the buffer being filled is heard, as PortAudio
+    // last reported it (0 before the first buffer or without a stream).
+    double outputLatency() const { return m_lastLatency.load(std::memory_order_relaxed); }
+    // Buffers PortAudio reported as come too late to the device since open() (each one is a
+    // gap in the sound, made up afterwards).
+    quint64 underflows() const { return m_underflows.load(std::memory_order_relaxed); }
 
 public Q_SLOTS:
     void onPlayerInitFinished(int errorcode);
@@ -78,7 +99,8 @@ public Q_SLOTS:
 private:
     friend struct OVAudioOutCallbacks;
     // One callback's work, on PortAudio's thread.
-    void process(qint16 *out, unsigned long frames);
+    void process(qint16 *out, unsigned long frames, double dacTime, double currentTime,
+                 bool underflow);
     void reportNoDevice(const char *what, const QString &detail);
 
     void *m_stream = nullptr;
@@ -94,4 +116,12 @@ private:
     std::atomic<bool> m_muted{false};
     std::atomic<bool> m_stopped{true};
     std::atomic<quint64> m_framesConsumed{0};
+    std::atomic<const OVPlaybackClock *> m_clock{nullptr};
+    // The stream's own latency figure, for host APIs whose buffers carry no times.
+    std::atomic<double> m_streamLatency{0.0};
+    std::atomic<double> m_lastLatency{0.0};
+    std::atomic<quint64> m_underflows{0};
+    // -- Callback only.
+    static constexpr std::size_t ScratchFrames = 8192;
+    std::unique_ptr<qint16[]> m_scratch;
 };

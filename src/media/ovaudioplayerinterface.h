@@ -2,6 +2,7 @@
 
 class QObject;
 class OVAudioRing;
+class OVPlaybackClock;
 
 // What the audio output needs to know of the player it follows. The player implements it; the
 // object returned by playerObject() must have the signals initFinished(int), videoStarted(),
@@ -19,4 +20,7 @@ public:
     // The player's volume, taken as the gain when the output opens.
     virtual double volume() const = 0;
     virtual bool isPaused() const = 0;
+    // The clock the sound is kept on (lives as long as the player), or null to play the ring
+    // as it comes.
+    virtual const OVPlaybackClock *playbackClock() const { return nullptr; }
 };

@@ -20,6 +20,11 @@ void OVAudioRing::reset(std::size_t minCapacity)
     m_written.store(0, std::memory_order_release);
     m_read.store(0, std::memory_order_release);
     m_flushTo.store(0, std::memory_order_release);
+    if (!m_stamps)
+        m_stamps = std::make_unique<Stamp[]>(StampCapacity);
+    m_stampsWritten.store(0, std::memory_order_release);
+    m_stampsRead.store(0, std::memory_order_release);
+    m_hasCurrent = false;
 }
 
 std::size_t OVAudioRing::writeAvailable() const
@@ -45,6 +50,16 @@ void OVAudioRing::requestFlush()
     m_flushTo.store(m_written.load(std::memory_order_acquire), std::memory_order_release);
 }
 
+void OVAudioRing::stamp(double time)
+{
+    const quint64 w = m_stampsWritten.load(std::memory_order_relaxed);
+    if (w - m_stampsRead.load(std::memory_order_acquire) >= StampCapacity)
+        return;
+    m_stamps[w % StampCapacity] = Stamp{m_written.load(std::memory_order_relaxed), time};
+    // Published before the samples it stamps, so a reader that sees them sees it.
+    m_stampsWritten.store(w + 1, std::memory_order_release);
+}
+
 void OVAudioRing::applyFlush()
 {
     const quint64 flushTo = m_flushTo.load(std::memory_order_acquire);
@@ -68,5 +83,41 @@ bool OVAudioRing::read(qint16 *out, std::size_t count)
         out[i] = m_data[(read + i) & m_mask];
     // Hand the slots back to the producer only after they were copied out.
     m_read.store(read + count, std::memory_order_release);
+    return true;
+}
+
+std::size_t OVAudioRing::readSome(qint16 *out, std::size_t count)
+{
+    const std::size_t n = std::min(count, readAvailable());
+    const quint64 read = m_read.load(std::memory_order_relaxed);
+    for (std::size_t i = 0; i < n; ++i)
+        out[i] = m_data[(read + i) & m_mask];
+    m_read.store(read + n, std::memory_order_release);
+    return n;
+}
+
+std::size_t OVAudioRing::skip(std::size_t count)
+{
+    const std::size_t n = std::min(count, readAvailable());
+    m_read.store(m_read.load(std::memory_order_relaxed) + n, std::memory_order_release);
+    return n;
+}
+
+bool OVAudioRing::timeAtRead(int channels, int rate, double *time)
+{
+    if (channels <= 0 || rate <= 0 || readAvailable() == 0)
+        return false;
+    const quint64 read = m_read.load(std::memory_order_relaxed);
+    const quint64 written = m_stampsWritten.load(std::memory_order_acquire);
+    quint64 next = m_stampsRead.load(std::memory_order_relaxed);
+    while (next < written && m_stamps[next % StampCapacity].index <= read) {
+        m_current = m_stamps[next % StampCapacity];
+        m_hasCurrent = true;
+        ++next;
+    }
+    m_stampsRead.store(next, std::memory_order_release);
+    if (!m_hasCurrent || m_current.index > read)
+        return false;
+    *time = m_current.time + double(read - m_current.index) / channels / rate;
     return true;
 }

@@ -9,6 +9,10 @@
 
 // A preallocated single-producer/single-consumer ring of signed 16-bit samples.
 //
+// The producer may stamp where a stretch of sound lies on the playback clock (stamp()); the
+// consumer then knows when the sample at its read position is due (timeAtRead()) and can keep
+// the sound on the clock by skipping or waiting. Stamps travel in a second preallocated ring.
+//
 // The producer (the decoding thread) calls write() and requestFlush(); the consumer (the sound
 // card's callback) calls read()/readAvailable()/applyFlush(). Neither side ever locks, waits or
 // allocates: the two 64-bit counters only grow, each is written by one side only, and the slot
@@ -36,6 +40,10 @@ public:
     // seek makes the queued sound obsolete; safe from the producer thread, or from another
     // thread while the producer is held off by the caller's lock.
     void requestFlush();
+    // The next sample written is due at `time` (clock seconds); the ones after it follow at the
+    // sample rate. A stamp that finds the stamp ring full is dropped: the sound is taken to run
+    // on without a gap.
+    void stamp(double time);
 
     // -- Consumer side
     // Skips what requestFlush() marked obsolete. Called at the start of each callback.
@@ -44,6 +52,14 @@ public:
     // Copies exactly count samples out if that many are buffered; otherwise copies nothing and
     // returns false.
     bool read(qint16 *out, std::size_t count);
+    // Copies up to count samples out; returns how many.
+    std::size_t readSome(qint16 *out, std::size_t count);
+    // Drops up to count samples unheard; returns how many.
+    std::size_t skip(std::size_t count);
+    // When the sample at the read position is due (clock seconds), from the last stamp at or
+    // before it, for interleaved frames of `channels` at `rate`. False when nothing stamped is
+    // buffered.
+    bool timeAtRead(int channels, int rate, double *time);
 
     // -- Either side (monotonic counters)
     quint64 written() const { return m_written.load(std::memory_order_acquire); }
@@ -62,7 +78,15 @@ public:
         return static_cast<qint16>(static_cast<int>(sample * gain));
     }
 
+    static constexpr std::size_t StampCapacity = 4096;
+
 private:
+    struct Stamp
+    {
+        quint64 index = 0;
+        double time = 0.0;
+    };
+
     std::unique_ptr<qint16[]> m_data;
     std::size_t m_capacity = 0;
     std::size_t m_mask = 0;
@@ -72,4 +96,13 @@ private:
     alignas(64) std::atomic<quint64> m_read{0};
     // Written by the producer side, consumed by the consumer: read up to here before reading.
     alignas(64) std::atomic<quint64> m_flushTo{0};
+
+    std::unique_ptr<Stamp[]> m_stamps;
+    // Written only by the producer.
+    alignas(64) std::atomic<quint64> m_stampsWritten{0};
+    // Written only by the consumer.
+    alignas(64) std::atomic<quint64> m_stampsRead{0};
+    // -- Consumer only: the newest stamp at or before the read position.
+    Stamp m_current;
+    bool m_hasCurrent = false;
 };

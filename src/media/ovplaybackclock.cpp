@@ -2,12 +2,28 @@
 
 #include <QDateTime>
 
+#include <chrono>
 #include <cmath>
+#include <limits>
 
-OVPlaybackClock::OVPlaybackClock(TimeSource now) : m_now(std::move(now))
+OVPlaybackClock::OVPlaybackClock(TimeSource now)
+    : m_now(std::move(now)), m_soundOrigin(std::numeric_limits<double>::quiet_NaN())
 {
     if (!m_now)
         m_now = &OVPlaybackClock::systemNow;
+}
+
+double OVPlaybackClock::preciseSystemNow()
+{
+    using namespace std::chrono;
+    return duration<double>(system_clock::now().time_since_epoch()).count();
+}
+
+void OVPlaybackClock::publishLocked()
+{
+    const bool running = m_decoding && m_hasOrigin && !m_paused && !m_seekPending;
+    m_soundOrigin.store(running ? m_origin : std::numeric_limits<double>::quiet_NaN(),
+                        std::memory_order_release);
 }
 
 double OVPlaybackClock::systemNow()
@@ -69,6 +85,7 @@ bool OVPlaybackClock::requestSeek(double secsFromStart, bool autoStart, quint64 
     // again on the target picture.
     const bool wasPaused = m_paused;
     m_paused = false;
+    publishLocked();
     return wasPaused;
 }
 
@@ -79,6 +96,7 @@ bool OVPlaybackClock::pause()
         return false;
     m_pausedPosition = positionLocked() * m_timeFactor;
     m_paused = true;
+    publishLocked();
     return true;
 }
 
@@ -93,6 +111,7 @@ bool OVPlaybackClock::resume()
     // origin yet; the next kept frame sets it.
     if (m_hasOrigin && !m_seekPending)
         m_origin = nowLocked() - m_pausedPosition;
+    publishLocked();
     return true;
 }
 
@@ -115,6 +134,7 @@ void OVPlaybackClock::setDecoding(bool decoding)
         if (!m_seekPending)
             m_reportedPosition = 0.0;
     }
+    publishLocked();
 }
 
 bool OVPlaybackClock::takeSeekRequest(SeekRequest *request)
@@ -142,6 +162,7 @@ bool OVPlaybackClock::takeSeekRequest(SeekRequest *request)
     m_hasOrigin = false;
     if (request)
         *request = r;
+    publishLocked();
     return true;
 }
 
@@ -162,6 +183,7 @@ void OVPlaybackClock::frameKept(double t, double frameDuration, bool setsOrigin)
         m_origin = frameDuration * m_timeFactor + nowLocked() - t;
         m_hasOrigin = true;
     }
+    publishLocked();
 }
 
 bool OVPlaybackClock::pauseAfterSeekIfDue(int framesSinceSeek, double t)
@@ -172,6 +194,7 @@ bool OVPlaybackClock::pauseAfterSeekIfDue(int framesSinceSeek, double t)
     m_pauseAfterSeek = false;
     m_paused = true;
     m_pausedPosition = t;
+    publishLocked();
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <QtGlobal>
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 
@@ -83,11 +84,24 @@ public:
     double seekTarget() const;
     bool isDecoding() const;
 
+    // -- Sound card callback (never locks)
+    // The origin while the clock runs (not paused, no seek waiting, a frame has set it); NaN
+    // otherwise. A sample due at clock time t is to be heard at soundOrigin() + t. The callback
+    // reads the system time against it: the clock must run on the default time source.
+    double soundOrigin() const { return m_soundOrigin.load(std::memory_order_acquire); }
+    // The system time as the callback reads it: the clock's time base, finer than milliseconds.
+    static double preciseSystemNow();
+
 private:
+    // Updates soundOrigin() after a change of the fields it depends on.
+    void publishLocked();
+
     double positionLocked() const;
     double nowLocked() const;
 
     TimeSource m_now;
+    std::atomic<double> m_soundOrigin;
+    static_assert(std::atomic<double>::is_always_lock_free);
     mutable std::mutex m_mutex;
     // -- All the following fields are protected by m_mutex.
     double m_timeFactor = 1.0;

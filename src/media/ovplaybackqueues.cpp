@@ -93,12 +93,9 @@ void OVPlaybackQueues::pumpAudio(double gain, double clockPosition)
             }
         } else {
             const quint64 played = m_ring->readCount();
-            if (played != m_lastPlayed) {
-                m_lastPlayed = played;
-                resyncIfBehindLocked(played, clockPosition, retired);
-            }
             while (!m_audio.empty()) {
                 const QueuedAudio &front = m_audio.front();
+                // Played, or skipped by the callback as past its time.
                 const bool inRingAndPlayed = front.handedOver == front.buffer.samples.size()
                                              && front.ringEnd <= played;
                 // A device that never starts (or stalls) must not make the queue grow forever.
@@ -112,6 +109,12 @@ void OVPlaybackQueues::pumpAudio(double gain, double clockPosition)
                 const std::size_t size = q.buffer.samples.size();
                 if (q.handedOver == size)
                     continue;
+                if (m_ring->writeAvailable() == 0)
+                    break;
+                // The callback keeps each sample on the clock by these stamps.
+                if (q.buffer.sampleRate > 0 && q.buffer.channels > 0)
+                    m_ring->stamp(q.buffer.time
+                                  + double(q.handedOver / q.buffer.channels) / q.buffer.sampleRate);
                 q.handedOver += m_ring->write(q.buffer.samples.data() + q.handedOver,
                                               size - q.handedOver, gain);
                 q.ringEnd = m_ring->written();
@@ -120,49 +123,6 @@ void OVPlaybackQueues::pumpAudio(double gain, double clockPosition)
             }
         }
     }
-}
-
-void OVPlaybackQueues::resyncIfBehindLocked(quint64 played, double clockPosition,
-                                            std::deque<QueuedAudio> &retired)
-{
-    if (m_audio.empty())
-        return;
-    const QueuedAudio &front = m_audio.front();
-    const AudioBuffer &b = front.buffer;
-    if (front.handedOver == 0 || b.sampleRate <= 0 || b.channels <= 0)
-        return;
-    // The front buffer's samples lie contiguously in the ring, ending at ringEnd.
-    const quint64 start = front.ringEnd - front.handedOver;
-    if (played < start)
-        return;
-    const double playing = b.time + double(played - start) / b.channels / b.sampleRate;
-    if (clockPosition - playing <= ResyncSeconds)
-        return;
-    // The device plays sound that was due a while ago: it started late (a sound server can
-    // take a second to begin taking samples) or stalled. Left alone it would stay that far
-    // behind the picture; instead what it holds is skipped and it goes on with what is due.
-    m_ring->requestFlush();
-    auto endTime = [](const QueuedAudio &q) {
-        const AudioBuffer &a = q.buffer;
-        if (a.sampleRate <= 0 || a.channels <= 0)
-            return a.time;
-        return a.time + double(a.samples.size()) / a.channels / a.sampleRate;
-    };
-    while (!m_audio.empty() && endTime(m_audio.front()) <= clockPosition) {
-        retired.push_back(std::move(m_audio.front()));
-        m_audio.pop_front();
-    }
-    for (QueuedAudio &q : m_audio) {
-        q.handedOver = 0;
-        q.ringEnd = 0;
-    }
-    ++m_resyncCount;
-}
-
-quint64 OVPlaybackQueues::audioResyncs() const
-{
-    std::lock_guard lock(m_mutex);
-    return m_resyncCount;
 }
 
 OVPlaybackQueues::Span OVPlaybackQueues::videoSpanLocked() const

@@ -40,9 +40,6 @@ public:
     // Sound this far (clock seconds) behind the clock is dropped even if the device has not
     // played it.
     static constexpr double StaleAudioSeconds = 2.0;
-    // When the device is found playing sound this far (clock seconds) behind the clock, what
-    // the ring holds is skipped and the due sound is written again.
-    static constexpr double ResyncSeconds = 0.3;
 
     // One converted picture: 24-bit RGB rows padded to 4 bytes.
     struct VideoFrame
@@ -99,13 +96,11 @@ public:
     // Queues a sound buffer made under `serial`; false when it was dropped (stale serial, or too
     // early after a seek).
     bool pushAudioBuffer(AudioBuffer buffer, quint64 serial, bool hasVideo);
-    // Moves queued samples into the ring as far as it has room, applying the entry gain, and
-    // retires the buffers the callback has played (or that lie StaleAudioSeconds behind the
-    // clock). Without a ring, retires the buffers whose time the clock has passed. When the
-    // device is seen taking samples (the ring's read count moved) that lie more than
-    // ResyncSeconds behind the clock, the ring is flushed and the sound still due is written
-    // again, so a device that started late or stalled catches up with the picture. Call after
-    // each push and while waiting.
+    // Moves queued samples into the ring as far as it has room, applying the entry gain and
+    // stamping each stretch with its clock time (the callback keeps the sound on the clock by
+    // the stamps), and retires the buffers the callback has played or skipped (or that lie
+    // StaleAudioSeconds behind the clock). Without a ring, retires the buffers whose time the
+    // clock has passed. Call after each push and while waiting.
     void pumpAudio(double gain, double clockPosition);
 
     // True when the decoder should wait: both the lead (newest queued time − clockPosition +
@@ -146,8 +141,6 @@ public:
     quint64 videoFramesSkipped() const;
     // Sound buffers accepted by pushAudioBuffer().
     quint64 audioBuffersQueued() const;
-    // Times the ring was skipped ahead because the device lagged behind the clock.
-    quint64 audioResyncs() const;
 
 private:
     struct QueuedAudio
@@ -158,7 +151,6 @@ private:
     };
 
     Span videoSpanLocked() const;
-    void resyncIfBehindLocked(quint64 played, double clockPosition, std::deque<QueuedAudio> &retired);
     Span audioSpanLocked() const;
 
     mutable std::mutex m_mutex;
@@ -172,6 +164,4 @@ private:
     quint64 m_takenCount = 0;
     quint64 m_skippedCount = 0;
     quint64 m_audioQueuedCount = 0;
-    quint64 m_resyncCount = 0;
-    quint64 m_lastPlayed = 0; // the ring's read count at the last pump
 };

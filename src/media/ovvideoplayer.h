@@ -117,6 +117,7 @@ public:
     double volume() const override { return m_engine.volume(); }
     // True unless sound should come out: paused, starting or stopped.
     bool isPaused() const override;
+    const OVPlaybackClock *playbackClock() const override { return &m_engine.clock(); }
 
     // The picture shown for sound-only sources.
     static QImage placeholderImage(const QSize &size);

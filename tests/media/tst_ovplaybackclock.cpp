@@ -82,6 +82,31 @@ private Q_SLOTS:
         QVERIFY(qFuzzyCompare(clock.clockPosition(), expected * factor));
     }
 
+    // The sound card's callback follows the origin only while the clock runs: paused,
+    // seeking or before the first frame it must hear nothing of an old origin.
+    void soundFollowsOnlyARunningClock()
+    {
+        OVPlaybackClock clock(source());
+        QVERIFY(std::isnan(clock.soundOrigin()));
+        clock.setDecoding(true);
+        QVERIFY(std::isnan(clock.soundOrigin()));
+        clock.frameKept(0.0, 0.04, true);
+        QCOMPARE(clock.soundOrigin(), clock.origin());
+        QVERIFY(clock.pause());
+        QVERIFY(std::isnan(clock.soundOrigin()));
+        m_now += 2.0;
+        QVERIFY(clock.resume());
+        QCOMPARE(clock.soundOrigin(), clock.origin());
+        clock.requestSeek(5.0, true, 7);
+        QVERIFY(std::isnan(clock.soundOrigin()));
+        QVERIFY(clock.takeSeekRequest(nullptr));
+        QVERIFY(std::isnan(clock.soundOrigin()));
+        clock.frameKept(5.0, 0.04, true);
+        QCOMPARE(clock.soundOrigin(), clock.origin());
+        clock.setDecoding(false);
+        QVERIFY(std::isnan(clock.soundOrigin()));
+    }
+
     void audioDoesNotSetTheOriginWhenVideoDoes()
     {
         OVPlaybackClock clock(source());

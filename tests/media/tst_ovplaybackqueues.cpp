@@ -7,6 +7,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <cmath>
 #include <thread>
 
 namespace {
@@ -282,40 +283,40 @@ private Q_SLOTS:
         QCOMPARE(q.audioSpan().oldest, 1.5);
     }
 
-    // A device that starts taking samples late plays on from what is due, not from what was.
-    void aLateDeviceCatchesUpWithTheClock()
+    // Each stretch written into the ring carries its clock time, also when a buffer goes in
+    // in parts because the ring was full, and sound the callback skipped is retired.
+    void pumpedSoundIsStampedWithItsTime()
     {
-        OVAudioRing ring(1 << 20);
+        OVAudioRing ring(16384); // room for 8192 frames: the second buffer goes in in parts
         OVPlaybackQueues q;
         q.setAudioRing(&ring);
         const quint64 s = q.newSerial();
-        // Ten buffers of 0.1 s of stereo at 48 kHz; buffer k holds the value k + 1.
-        for (int k = 0; k < 10; ++k)
-            QVERIFY(q.pushAudioBuffer(soundAt(k * 0.1, std::vector<qint16>(9600, qint16(k + 1))), s, false));
-        q.pumpAudio(1.0, 0.0);
-        QCOMPARE(ring.readAvailable(), std::size_t(96000));
-        std::vector<qint16> out(480);
-        // On time: no resync while the device keeps up.
-        QVERIFY(ring.read(out.data(), out.size()));
-        q.pumpAudio(1.0, 0.1);
-        QCOMPARE(q.audioResyncs(), quint64(0));
-        // The clock ran on to 0.55 s while the device took only 5 ms: it is half a second behind.
-        QVERIFY(ring.read(out.data(), out.size()));
-        q.pumpAudio(1.0, 0.55);
-        QCOMPARE(q.audioResyncs(), quint64(1));
-        // Buffers over by 0.55 s are gone; the one playing at 0.55 s is the next heard.
-        QCOMPARE(q.audioSpan().oldest, 0.5);
+        QVERIFY(q.pushAudioBuffer(soundAt(1.0, std::vector<qint16>(9600, 1)), s, false));
+        QVERIFY(q.pushAudioBuffer(soundAt(1.1, std::vector<qint16>(9600, 2)), s, false));
+        q.pumpAudio(1.0, 1.0);
         ring.applyFlush();
-        QVERIFY(ring.read(out.data(), out.size()));
-        QCOMPARE(out.front(), qint16(6));
-        // No second resync until the device has reached the rewritten sound.
-        q.pumpAudio(1.0, 0.6);
-        QCOMPARE(q.audioResyncs(), quint64(1));
+        double t = 0;
+        QVERIFY(ring.timeAtRead(2, 48000, &t));
+        QCOMPARE(t, 1.0);
+        QCOMPARE(ring.skip(7200), std::size_t(7200)); // 3600 frames: 75 ms
+        QVERIFY(ring.timeAtRead(2, 48000, &t));
+        QCOMPARE(t, 1.075);
+        QCOMPARE(ring.skip(2400), std::size_t(2400)); // into the second buffer
+        QVERIFY(ring.timeAtRead(2, 48000, &t));
+        QCOMPARE(t, 1.1);
+        // The first buffer was skipped over: it goes, and the rest of the second comes in
+        // stamped where it continues.
+        q.pumpAudio(1.0, 1.1);
+        QCOMPARE(q.audioBufferCount(), 1);
+        QCOMPARE(ring.skip(6784), std::size_t(6784)); // to where the first pump stopped
+        QVERIFY(ring.timeAtRead(2, 48000, &t));
+        QVERIFY(qFuzzyCompare(t, 1.1 + 3392.0 / 48000));
     }
 
     // The decoding thread queues and pumps while a callback thread drains the ring through the
     // fill routine and a GUI thread seeks now and then: every callback buffer that comes out is
-    // exactly one that went in, never a mix of two (run under ThreadSanitizer too).
+    // exactly one that went in, never a mix of two, and carries that one's time (run under
+    // ThreadSanitizer too).
     void threadsMeetOnlyThroughTheRing()
     {
         OVAudioRing ring(4096);
@@ -341,11 +342,14 @@ private Q_SLOTS:
             }
         });
         std::atomic<int> tears{0};
+        std::atomic<int> wrongTimes{0};
         std::atomic<quint64> consumed{0};
         std::thread callback([&] {
             std::vector<qint16> out(512);
             while (!stop.load()) {
                 ring.applyFlush();
+                double stamped = -1.0;
+                const bool hasTime = ring.timeAtRead(2, 48000, &stamped);
                 const std::size_t n =
                     OVAudioOut::fillBuffer(ring, out.data(), 256, 1.0, false);
                 if (n == 0) {
@@ -353,6 +357,9 @@ private Q_SLOTS:
                     continue;
                 }
                 consumed += n;
+                // Reads fall on buffer starts, where the stamp is the buffer's own time.
+                if (!hasTime || std::abs(stamped - out[0] * 0.01) > 1e-9)
+                    ++wrongTimes;
                 for (qint16 v : out) {
                     if (v != out[0])
                         ++tears;
@@ -369,6 +376,7 @@ private Q_SLOTS:
         callback.join();
         QVERIFY(consumed.load() > 0);
         QCOMPARE(tears.load(), 0);
+        QCOMPARE(wrongTimes.load(), 0);
     }
 };
 

@@ -78,7 +78,7 @@ private Q_SLOTS:
         auto inStep = [&] {
             const OVPlaybackQueues::Span sound = player.engine().queues().audioSpan();
             const double clock = player.engine().clock().clockPosition();
-            return !sound.empty && std::abs(sound.oldest - clock) < OVPlaybackQueues::ResyncSeconds + 0.1;
+            return !sound.empty && std::abs(sound.oldest - clock) < 0.4;
         };
         for (int i = 0; i < 3; ++i) {
             QTRY_VERIFY_WITH_TIMEOUT(inStep(), 10000);
