@@ -84,6 +84,13 @@ void TestOVVideoDecoderBase::initTestCase()
                         "sine=frequency=440:duration=4", "-c:v", "mpeg4", "-g", "25", "-c:a", "aac", "-movflags",
                         "+faststart" } },
         { "hd.mp4", { "-f", "lavfi", "-i", "testsrc=size=1920x1080:rate=5:duration=1", "-c:v", "mpeg4" } },
+        // Widths of 16n + 8 once broke the heap in the picture conversion; odd sizes must work too.
+        { "w568.mp4", { "-f", "lavfi", "-i", "testsrc=size=568x320:rate=10:duration=1", "-c:v", "libx264",
+                        "-preset", "ultrafast", "-pix_fmt", "yuv420p" } },
+        { "w600.webm", { "-f", "lavfi", "-i", "testsrc=size=600x338:rate=10:duration=1", "-c:v", "libvpx",
+                         "-deadline", "realtime" } },
+        { "w585.webm", { "-f", "lavfi", "-i", "testsrc=size=585x333:rate=10:duration=1", "-c:v", "libvpx",
+                         "-deadline", "realtime" } },
         { "plain.mp4", kVideo2s + QStringList { "-c:v", "mpeg4" } },
         { "rotated.mp4", { "-i", file("plain.mp4"), "-c", "copy", "-metadata:s:v:0", "rotate=90" } },
         { "va.mkv", kVideo2s + QStringList { "-f", "lavfi", "-i", "sine=duration=2", "-c:v", "mpeg4", "-c:a", "flac" } },
@@ -213,6 +220,9 @@ void TestOVVideoDecoderBase::convertedPictures_data()
     QTest::newRow("scaled within maximum") << "hd.mp4" << QSize(854, 480) << 5 << QSize(852, 479) << 0;
     // The picture itself is not turned; the canvas does that.
     QTest::newRow("rotated") << "rotated.mp4" << QSize(1000, 1000) << 50 << QSize(320, 240) << 90;
+    QTest::newRow("h264 568 wide") << "w568.mp4" << QSize(1920, 1080) << 10 << QSize(568, 320) << 0;
+    QTest::newRow("vp8 600 wide") << "w600.webm" << QSize(1920, 1080) << 10 << QSize(600, 338) << 0;
+    QTest::newRow("vp8 odd size") << "w585.webm" << QSize(1920, 1080) << 10 << QSize(584, 332) << 0;
 }
 
 void TestOVVideoDecoderBase::convertedPictures()
