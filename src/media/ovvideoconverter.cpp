@@ -1,6 +1,6 @@
 #include "media/ovvideoconverter.h"
 
-#include <QDebug>
+#include "media/ovmedialogging.h"
 
 #include <cmath>
 
@@ -103,13 +103,13 @@ OV::Error OVVideoConverter::init(const QSize &coded, int pixelFormat, const QSiz
     m_rotation = 0;
     m_outSize = outputSize(coded, maximum);
     if (m_outSize.isEmpty() || pixelFormat < 0) {
-        qWarning() << "OVVideoConverter: no picture size or pixel format" << coded << pixelFormat;
+        qCWarning(lcMedia) << "OVVideoConverter: no picture size or pixel format" << coded << pixelFormat;
         return OV::Error(1, QStringLiteral("sws_getContext failed"));
     }
     m_sws = sws_getContext(coded.width(), coded.height(), AVPixelFormat(pixelFormat), m_outSize.width(),
                            m_outSize.height(), AV_PIX_FMT_RGB24, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr);
     if (!m_sws) {
-        qWarning() << "OVVideoConverter: sws_getContext failed for" << coded
+        qCWarning(lcMedia) << "OVVideoConverter: sws_getContext failed for" << coded
                    << av_get_pix_fmt_name(AVPixelFormat(pixelFormat));
         return OV::Error(1, QStringLiteral("sws_getContext failed"));
     }
