@@ -69,6 +69,7 @@ QJsonObject OVMediaInfo::toJson() const
     o.insert(QStringLiteral("path"), path);
     o.insert(QStringLiteral("format"), formatName);
     o.insert(QStringLiteral("duration"), duration);
+    o.insert(QStringLiteral("startTime"), startTime);
     QJsonArray list;
     for (const Stream &s : streams)
         list.append(s.toJson());
@@ -108,6 +109,8 @@ OV::Error OVMediaInfo::probe(const QString &path, OVMediaInfo *info)
     info->formatName = QString::fromUtf8(format->iformat ? format->iformat->name : "");
     const double containerDuration = format->duration != AV_NOPTS_VALUE ? format->duration / 1000000.0 : 0.0;
     info->duration = containerDuration;
+    if (format->start_time != AV_NOPTS_VALUE)
+        info->startTime = double(format->start_time) / AV_TIME_BASE;
 
     for (unsigned i = 0; i < format->nb_streams; ++i) {
         const AVStream *st = format->streams[i];
