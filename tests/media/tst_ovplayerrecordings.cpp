@@ -110,7 +110,7 @@ private Q_SLOTS:
         QSignalSpy errors(&player, &OVVideoDecoderBase::errorRaised);
         QVERIFY(player.open(path));
         QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
-        QCOMPARE(player.state(), OVVideoPlayer::Playing);
+        QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Playing, 20000);
         const double duration = player.duration();
         QVERIFY2(std::abs(duration - 4.0) < 0.2, qPrintable(QString::number(duration)));
         if (video) {
