@@ -1,6 +1,6 @@
 #include "media/ovaudioresampler.h"
 
-#include <QDebug>
+#include "media/ovmedialogging.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -54,7 +54,7 @@ OV::Error OVAudioResampler::setup(const AVChannelLayout *layout, int format, int
         av_channel_layout_default(&in, layout->nb_channels);
 
     if (in.nb_channels <= 0 || rate <= 0 || format < 0) {
-        qWarning() << "Failed to initialize the resampling context: channels" << in.nb_channels << "rate"
+        qCWarning(lcMedia) << "Failed to initialize the resampling context: channels" << in.nb_channels << "rate"
                    << rate << "format" << format;
         av_channel_layout_uninit(&in);
         return OV::Error(1, kInitFailed);
@@ -66,7 +66,7 @@ OV::Error OVAudioResampler::setup(const AVChannelLayout *layout, int format, int
     if (err >= 0)
         err = swr_init(m_swr);
     if (err < 0) {
-        qWarning() << "Failed to initialize the resampling context" << errorText(err);
+        qCWarning(lcMedia) << "Failed to initialize the resampling context" << errorText(err);
         swr_free(&m_swr);
         av_channel_layout_uninit(&in);
         return OV::Error(1, kInitFailed);
@@ -103,7 +103,7 @@ bool OVAudioResampler::convert(const AVFrame *frame, std::vector<qint16> &out, i
     const int converted = swr_convert(m_swr, &dst, int(count), const_cast<const uint8_t **>(frame->extended_data),
                                       frame->nb_samples);
     if (converted < 0) {
-        qWarning() << "Error while converting audio:" << errorText(converted);
+        qCWarning(lcMedia) << "Error while converting audio:" << errorText(converted);
         out.clear();
         return false;
     }

@@ -21,6 +21,10 @@ struct OVAudioStream
     double gain = 1.0; // the player copies its volume here
     // Frames earlier than this time (seconds) are dropped after a seek; negative when none.
     double dropBefore = -1.0;
+    // Packets the codec refused since its last frame; a stream that refuses everything is left out.
+    int refusedInARow = 0;
+    bool decodedAny = false;
+    bool leftOut = false;
 };
 
 // Ordered by stream index.

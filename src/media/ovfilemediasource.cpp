@@ -1,6 +1,6 @@
 #include "media/ovfilemediasource.h"
 
-#include <QDebug>
+#include "media/ovmedialogging.h"
 
 OVFileMediaSource::OVFileMediaSource(const QString &path, QObject *parent)
     : OVMediaSource(parent), m_file(path)
@@ -15,7 +15,7 @@ bool OVFileMediaSource::open()
     if (m_file.isOpen())
         return true;
     if (!m_file.open(QIODevice::ReadOnly)) {
-        qWarning() << "OVFileMediaSource: cannot open" << m_file.fileName() << m_file.errorString();
+        qCWarning(lcMedia) << "OVFileMediaSource: cannot open" << m_file.fileName() << m_file.errorString();
         return false;
     }
     return true;

@@ -1,8 +1,8 @@
 #include "media/ovmediainfo.h"
 
+#include "media/ovmedialogging.h"
 #include "media/ovvideoconverter.h"
 
-#include <QDebug>
 #include <QFile>
 #include <QJsonArray>
 
@@ -69,6 +69,7 @@ QJsonObject OVMediaInfo::toJson() const
     o.insert(QStringLiteral("path"), path);
     o.insert(QStringLiteral("format"), formatName);
     o.insert(QStringLiteral("duration"), duration);
+    o.insert(QStringLiteral("startTime"), startTime);
     QJsonArray list;
     for (const Stream &s : streams)
         list.append(s.toJson());
@@ -94,13 +95,13 @@ OV::Error OVMediaInfo::probe(const QString &path, OVMediaInfo *info)
     av_dict_free(&options);
     if (err < 0) {
         av_log(nullptr, AV_LOG_ERROR, "Cannot open input file\n");
-        qWarning() << "OVMediaInfo: cannot open" << path << errorText(err);
+        qCWarning(lcMedia) << "OVMediaInfo: cannot open" << path << errorText(err);
         return OV::Error(1, QStringLiteral("Cannot open input file"));
     }
     err = avformat_find_stream_info(format, nullptr);
     if (err < 0) {
         av_log(nullptr, AV_LOG_ERROR, "Cannot find stream information\n");
-        qWarning() << "OVMediaInfo: no stream information in" << path << errorText(err);
+        qCWarning(lcMedia) << "OVMediaInfo: no stream information in" << path << errorText(err);
         avformat_close_input(&format);
         return OV::Error(2, QStringLiteral("Cannot find stream information"));
     }
@@ -108,6 +109,8 @@ OV::Error OVMediaInfo::probe(const QString &path, OVMediaInfo *info)
     info->formatName = QString::fromUtf8(format->iformat ? format->iformat->name : "");
     const double containerDuration = format->duration != AV_NOPTS_VALUE ? format->duration / 1000000.0 : 0.0;
     info->duration = containerDuration;
+    if (format->start_time != AV_NOPTS_VALUE)
+        info->startTime = double(format->start_time) / AV_TIME_BASE;
 
     for (unsigned i = 0; i < format->nb_streams; ++i) {
         const AVStream *st = format->streams[i];
@@ -171,7 +174,7 @@ double OVMediaInfo::probeDuration(const QString &path)
         return -1.0;
     format->max_analyze_duration = kAnalyzeDuration;
     if (avformat_open_input(&format, nativePath(path).constData(), nullptr, nullptr) < 0) {
-        qWarning() << "OVMediaInfo: cannot open" << path;
+        qCWarning(lcMedia) << "OVMediaInfo: cannot open" << path;
         return -1.0;
     }
     double duration = -1.0;

@@ -32,6 +32,9 @@ public:
     QString path;
     QString formatName;
     double duration = 0.0; // container duration in seconds
+    // The container's first timestamp in seconds; positions (the player's, coded times) count
+    // from it, so a file that starts at 0.5 s shows its first picture at 0.
+    double startTime = 0.0;
     QList<Stream> streams;
 
     QJsonObject toJson() const;

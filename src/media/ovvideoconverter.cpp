@@ -1,6 +1,6 @@
 #include "media/ovvideoconverter.h"
 
-#include <QDebug>
+#include "media/ovmedialogging.h"
 
 #include <cmath>
 
@@ -9,9 +9,41 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
 #include <libavutil/frame.h>
+#include <libavutil/mem.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
+
+namespace {
+
+// The x86 YUV to RGB routines of swscale store whole groups of 16 pixels. When the width is no
+// multiple of 16 the last group of the last row runs past the picture: 24 bytes for a width of
+// 16n + 8, enough to overwrite the heap's bookkeeping behind a buffer of exactly bytesPerLine ×
+// height. Rows in between only spill into the next row before it is written. The largest spill
+// is 15 pixels of 3 bytes; the slack is rounded up.
+constexpr qsizetype kScalerSpill = 64;
+
+void freePicture(void *data)
+{
+    av_free(data);
+}
+
+// An RGB888 image whose buffer has room for the scaler's spill behind the last row. The rows
+// keep QImage's own stride (3 bytes a pixel, padded to 4), which the canvas relies on.
+QImage scalerTarget(const QSize &size)
+{
+    const qsizetype stride = (qsizetype(size.width()) * 3 + 3) & ~qsizetype(3);
+    const qsizetype bytes = stride * size.height() + kScalerSpill;
+    auto *data = static_cast<uchar *>(av_malloc(size_t(bytes)));
+    if (!data)
+        return QImage();
+    QImage image(data, size.width(), size.height(), stride, QImage::Format_RGB888, &freePicture, data);
+    if (image.isNull())
+        av_free(data);
+    return image;
+}
+
+} // namespace
 
 OVVideoConverter::OVVideoConverter() = default;
 
@@ -71,13 +103,13 @@ OV::Error OVVideoConverter::init(const QSize &coded, int pixelFormat, const QSiz
     m_rotation = 0;
     m_outSize = outputSize(coded, maximum);
     if (m_outSize.isEmpty() || pixelFormat < 0) {
-        qWarning() << "OVVideoConverter: no picture size or pixel format" << coded << pixelFormat;
+        qCWarning(lcMedia) << "OVVideoConverter: no picture size or pixel format" << coded << pixelFormat;
         return OV::Error(1, QStringLiteral("sws_getContext failed"));
     }
     m_sws = sws_getContext(coded.width(), coded.height(), AVPixelFormat(pixelFormat), m_outSize.width(),
                            m_outSize.height(), AV_PIX_FMT_RGB24, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr);
     if (!m_sws) {
-        qWarning() << "OVVideoConverter: sws_getContext failed for" << coded
+        qCWarning(lcMedia) << "OVVideoConverter: sws_getContext failed for" << coded
                    << av_get_pix_fmt_name(AVPixelFormat(pixelFormat));
         return OV::Error(1, QStringLiteral("sws_getContext failed"));
     }
@@ -109,7 +141,7 @@ bool OVVideoConverter::convert(const AVFrame *frame, OVVideoFrame *out)
             m_rotation = degrees;
     }
 
-    QImage image(m_outSize, QImage::Format_RGB888);
+    QImage image = scalerTarget(m_outSize);
     if (image.isNull())
         return false;
     uint8_t *dst[4] = { image.bits(), nullptr, nullptr, nullptr };

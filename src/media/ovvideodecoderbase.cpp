@@ -1,17 +1,14 @@
 #include "media/ovvideodecoderbase.h"
 
+#include "media/ovmedialogging.h"
 #include "media/ovmediasource.h"
 
-#include <QDebug>
-
 #include <cmath>
-#include <cstdio>
 #include <limits>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/imgutils.h>
 #include <libavutil/mem.h>
 }
 
@@ -26,6 +23,21 @@ QString ffmpegErrorText(int err)
 
 // A frame this close to the target counts as on it: times are products of doubles.
 constexpr double kTimeTolerance = 1e-6;
+
+// How far before the target a seek that landed past it tries again: program streams carry no
+// index of keyframes, and decoding from a picture between two of them yields nothing up to the
+// next keyframe, which can be seconds past the target. Each retry reaches four times as far.
+constexpr double kFirstSeekMargin = 1.0;
+constexpr int kSeekRetries = 3;
+
+// Damage comes in bursts; the first refusals of a stream say enough, the rest go to debug output.
+constexpr int kLoggedRefusals = 5;
+
+// Errors after which no packet of any stream can be decoded; anything else is the packet's own.
+bool endsDecoding(int err)
+{
+    return err == AVERROR(ENOMEM) || err == AVERROR_BUG || err == AVERROR_BUG2;
+}
 
 } // namespace
 
@@ -45,7 +57,7 @@ OVVideoDecoderBase::~OVVideoDecoderBase()
 void OVVideoDecoderBase::setSource(OVMediaSource *source)
 {
     if (isRunning()) {
-        qWarning() << "OVVideoDecoderBase::setSource ignored while decoding" << sourceName();
+        qCWarning(lcMedia) << "OVVideoDecoderBase::setSource ignored while decoding" << sourceName();
         return;
     }
     if (m_sourceGuard) {
@@ -148,9 +160,9 @@ void OVVideoDecoderBase::onFinished()
     // On the owner's thread once the decoding thread has ended, whatever way it ended.
     const OV::Error error = lastError();
     if (error)
-        qDebug() << "Video decoder thread ended with error" << error.code() << error.message();
+        qCInfo(lcMedia) << "Video decoder thread ended with error" << error.code() << error.message();
     else
-        qDebug() << "Video decoder thread ended";
+        qCDebug(lcMedia) << "Video decoder thread ended";
 }
 
 int OVVideoDecoderBase::initDecoding(AVFormatContext *, AVStream *, AVCodecContext *, OVAudioStreamMap &)
@@ -171,7 +183,7 @@ double OVVideoDecoderBase::frameTime(const AVFrame *frame, double timeBase) cons
         ts = frame->pts;
     if (ts == AV_NOPTS_VALUE)
         return std::numeric_limits<double>::quiet_NaN();
-    return double(ts) * timeBase - m_startOffset;
+    return double(ts) * timeBase - m_containerStart.load() - m_startOffset;
 }
 
 QString OVVideoDecoderBase::sourceName() const
@@ -193,8 +205,12 @@ int OVVideoDecoderBase::readCallback(void *opaque, uint8_t *buf, int size)
     const bool ok = io->source->read(io->position, io->position + size, out, io->stop);
     if (io->stop->load())
         return -1;
-    if (!ok || out.isEmpty())
-        return AVERROR_EOF; // FFmpeg 5 takes a zero return from a stream as a broken protocol
+    if (!ok || out.isEmpty()) {
+        // FFmpeg 5 takes a zero return from a stream as a broken protocol. Short of the end the
+        // source has failed (a vanished network drive), which must not pass for the end.
+        const qint64 size = io->source->size();
+        return size >= 0 && io->position < size ? AVERROR(EIO) : AVERROR_EOF;
+    }
     const int count = int(std::min<qint64>(size, out.size()));
     memcpy(buf, out.constData(), size_t(count));
     io->position += count;
@@ -253,13 +269,13 @@ int OVVideoDecoderBase::openCodecContext(int *streamIndex, AVCodecContext **code
         if (index < 0)
             index = first;
         if (index < 0) {
-            fprintf(stderr, "Could not find %s stream in input file\n", typeName);
+            qCDebug(lcMedia) << "Could not find" << typeName << "stream in input file";
             return AVERROR_STREAM_NOT_FOUND;
         }
     } else {
         index = av_find_best_stream(format, type, -1, -1, nullptr, 0);
         if (index < 0) {
-            fprintf(stderr, "Could not find %s stream in input file\n", typeName);
+            qCDebug(lcMedia) << "Could not find" << typeName << "stream in input file";
             return index;
         }
     }
@@ -267,7 +283,8 @@ int OVVideoDecoderBase::openCodecContext(int *streamIndex, AVCodecContext **code
     AVStream *stream = format->streams[index];
     const AVCodec *decoder = avcodec_find_decoder(stream->codecpar->codec_id);
     if (!decoder) {
-        fprintf(stderr, "Failed to find %s codec\n", typeName);
+        qCWarning(lcMedia) << "Failed to find" << typeName << "codec" << avcodec_get_name(stream->codecpar->codec_id)
+                           << "in" << sourceName();
         return AVERROR(EINVAL);
     }
     AVCodecContext *ctx = avcodec_alloc_context3(decoder);
@@ -281,7 +298,7 @@ int OVVideoDecoderBase::openCodecContext(int *streamIndex, AVCodecContext **code
         err = avcodec_open2(ctx, decoder, nullptr);
     }
     if (err < 0) {
-        fprintf(stderr, "Failed to open %s codec\n", typeName);
+        qCWarning(lcMedia) << "Failed to open" << typeName << "codec of" << sourceName() << ffmpegErrorText(err);
         avcodec_free_context(&ctx);
         return err;
     }
@@ -302,21 +319,23 @@ void OVVideoDecoderBase::run()
         m_audioSampleRates.clear();
     }
 
+    m_skippedPackets = 0;
     int code = startUp();
     if (code != NoError && code != StoppedError && m_shouldStop.load()) {
         // Whatever failed was cut short by the stop itself.
-        qDebug() << "Should stop is true, line:" << __LINE__ << "start-up ended with" << code;
+        qCDebug(lcMedia) << "Should stop is true, line:" << __LINE__ << "start-up ended with" << code;
         code = StoppedError;
         setError(StoppedError, QString());
     }
     if (code == StoppedError) {
         m_errorCode = code;
     } else if (code != NoError) {
-        qWarning() << "Failed to open source:" << sourceName();
+        qCWarning(lcMedia) << "Failed to open source:" << sourceName();
         m_errorCode = code;
+        nameSourceInError();
         Q_EMIT errorRaised();
     }
-    qDebug() << "Init returned:" << code;
+    qCInfo(lcMedia) << "Init returned:" << code;
     Q_EMIT initFinished(code);
 
     if (code == NoError)
@@ -329,7 +348,9 @@ void OVVideoDecoderBase::run()
     Q_EMIT videoFinished();
     deinitDecoding();
     closeAll();
-    qDebug() << "Video decoder finished, src -" << sourceName();
+    if (m_skippedPackets.load() > 0)
+        qCInfo(lcMedia) << "Skipped" << m_skippedPackets.load() << "damaged packets of" << sourceName();
+    qCInfo(lcMedia) << "Video decoder finished, src -" << sourceName();
     // The stop and any seek not carried out belonged to this run; the next start() begins afresh. A
     // stop() issued before a start stays set and ends that run at once.
     {
@@ -341,25 +362,30 @@ void OVVideoDecoderBase::run()
 
 int OVVideoDecoderBase::startUp()
 {
-    qDebug() << "Video Decoder starting, src -" << sourceName();
+    qCInfo(lcMedia) << "Video Decoder starting, src -" << sourceName();
     m_videoStreamIndex = -1;
     m_audioStreamCount = 0;
     m_videoDropBefore = -1.0;
+    m_videoRefusedInARow = 0;
+    m_videoDecodedAny = false;
+    m_containerStart = 0.0;
+    m_checkSeekLanding = false;
+    m_seekLandedLate = false;
     if (!m_file) {
-        qWarning() << "m_file is NULL";
+        qCWarning(lcMedia) << "m_file is NULL";
         setError(NoSourceError, QStringLiteral("m_file is NULL"));
         return NoSourceError;
     }
 
     m_formatContext = avformat_alloc_context();
     if (!m_formatContext) {
-        qWarning() << "avformat_alloc_context failed";
+        qCWarning(lcMedia) << "avformat_alloc_context failed";
         setError(AllocationError, QStringLiteral("avformat_alloc_context failed"));
         return AllocationError;
     }
     auto *buffer = static_cast<unsigned char *>(av_malloc(IoBufferSize));
     if (!buffer) {
-        qWarning() << "av_malloc failed";
+        qCWarning(lcMedia) << "av_malloc failed";
         setError(AllocationError, QStringLiteral("av_malloc failed"));
         return AllocationError;
     }
@@ -368,7 +394,7 @@ int OVVideoDecoderBase::startUp()
                                      &OVVideoDecoderBase::seekCallback);
     if (!m_ioContext) {
         av_free(buffer);
-        qWarning() << "avio_alloc_context failed";
+        qCWarning(lcMedia) << "avio_alloc_context failed";
         setError(AllocationError, QStringLiteral("avio_alloc_context failed"));
         return AllocationError;
     }
@@ -386,7 +412,7 @@ int OVVideoDecoderBase::startUp()
     if (err < 0) {
         // On failure FFmpeg frees the format context but leaves our I/O context to us.
         QString details = ffmpegErrorText(err);
-        qWarning() << "avformat_open_input failed:" << details;
+        qCWarning(lcMedia) << "avformat_open_input failed:" << details;
         // The source knows better than FFmpeg why a file it cannot read has no data.
         if (const QString why = m_file->errorString(); !why.isEmpty())
             details = why;
@@ -396,23 +422,22 @@ int OVVideoDecoderBase::startUp()
 
     err = avformat_find_stream_info(m_formatContext, nullptr);
     if (err < 0) {
-        qWarning() << "avformat_find_stream_info failed:" << ffmpegErrorText(err);
+        qCWarning(lcMedia) << "avformat_find_stream_info failed:" << ffmpegErrorText(err);
         setError(StreamInfoError, QStringLiteral("Failed to decode input streams"));
         return StreamInfoError;
     }
+    // Program and transport streams begin where their clock stood (often half a second or more);
+    // positions count from the first timestamp, as the duration does.
+    if (m_formatContext->start_time != AV_NOPTS_VALUE)
+        m_containerStart = double(m_formatContext->start_time) / AV_TIME_BASE;
 
     int videoIndex = -1;
     if (openCodecContext(&videoIndex, &m_videoCodec, m_formatContext, AVMEDIA_TYPE_VIDEO, 0) >= 0) {
         AVStream *stream = m_formatContext->streams[videoIndex];
         m_videoTimeBase = av_q2d(stream->time_base);
+        const AVRational rate = stream->avg_frame_rate.num > 0 ? stream->avg_frame_rate : stream->r_frame_rate;
+        m_videoFrameDuration = rate.num > 0 && rate.den > 0 ? std::clamp(1.0 / av_q2d(rate), 0.001, 1.0) : 0.1;
         m_videoStreamIndex = videoIndex;
-        const int size = av_image_alloc(m_imageData, m_imageLinesize, m_videoCodec->width, m_videoCodec->height,
-                                        m_videoCodec->pix_fmt, 1);
-        if (size < 0) {
-            qWarning() << "av_image_alloc failed:" << ffmpegErrorText(size);
-            // On failure FFmpeg frees the buffer but may leave its address in the pointers.
-            std::fill(std::begin(m_imageData), std::end(m_imageData), nullptr);
-        }
     }
 
     // Opening the audio streams counts them; every nth up to the count is a separate stream.
@@ -439,10 +464,10 @@ int OVVideoDecoderBase::startUp()
             keep(audioIndex, audioCodec);
         }
     }
-    qDebug() << "Audio streams count:" << m_audioStreamCount.load();
+    qCInfo(lcMedia) << "Audio streams count:" << m_audioStreamCount.load();
 
     if (m_videoStreamIndex < 0 && m_audioStreams.empty()) {
-        qWarning() << "Could not find audio or video stream in the input, aborting. Filename:" << sourceName();
+        qCWarning(lcMedia) << "Could not find audio or video stream in the input, aborting. Filename:" << sourceName();
         setError(NoStreamError, QStringLiteral("Failed to open video or audio stream"));
         return NoStreamError;
     }
@@ -491,7 +516,7 @@ void OVVideoDecoderBase::readLoop()
     qint64 packets = 0;
     while (!failed) {
         if (m_shouldStop.load()) {
-            qDebug() << "Should stop is true, line:" << __LINE__;
+            qCDebug(lcMedia) << "Should stop is true, line:" << __LINE__;
             break;
         }
         double target = -1.0;
@@ -499,8 +524,15 @@ void OVVideoDecoderBase::readLoop()
             QMutexLocker lock(&m_mutex);
             std::swap(target, m_pendingSeek);
         }
-        if (target >= 0.0)
+        if (target >= 0.0) {
             performSeek(target);
+        } else if (m_seekLandedLate) {
+            m_seekLandedLate = false;
+            ++m_seekRetries;
+            const double margin = kFirstSeekMargin * double(1 << (2 * (m_seekRetries - 1)));
+            qCDebug(lcMedia) << "Seek to" << m_seekTarget << "landed late; again from" << margin << "s before";
+            seekTo(m_seekTarget, margin);
+        }
 
         if (m_packetLimit > 0 && packets >= m_packetLimit) {
             // A bounded run ends as if stopped: it did not reach the end of the stream.
@@ -509,14 +541,27 @@ void OVVideoDecoderBase::readLoop()
         }
         const int err = av_read_frame(m_formatContext, packet);
         if (err < 0) {
+            if (m_shouldStop.load())
+                break;
+            const AVIOContext *pb = m_formatContext->pb;
+            if (err != AVERROR_EOF && pb && pb->error < 0 && pb->error != AVERROR_EOF) {
+                const QString reason = ffmpegErrorText(pb->error);
+                qCWarning(lcMedia) << "Reading" << sourceName() << "failed:" << reason;
+                setError(ReadError, QStringLiteral("Error reading input\nError: %1").arg(reason));
+                m_shouldStop = true;
+                failed = true;
+                break;
+            }
+            // A demuxer that cannot make sense of what follows has nothing more to give, as at
+            // the end.
+            if (err != AVERROR_EOF)
+                qCInfo(lcMedia) << "av_read_frame ended with" << ffmpegErrorText(err);
             endOfFile = true;
-            if (err != AVERROR_EOF && !m_shouldStop.load())
-                qDebug() << "av_read_frame ended with" << ffmpegErrorText(err);
             break;
         }
         ++packets;
         if (first) {
-            qDebug() << "First pkg is at:" << packet->pts << packet->dts << "stream" << packet->stream_index;
+            qCDebug(lcMedia) << "First pkg is at:" << packet->pts << packet->dts << "stream" << packet->stream_index;
             first = false;
         }
 
@@ -524,7 +569,7 @@ void OVVideoDecoderBase::readLoop()
             failed = !decodePacket(m_videoCodec, packet, nullptr);
         } else {
             auto it = m_audioStreams.find(packet->stream_index);
-            if (it != m_audioStreams.end())
+            if (it != m_audioStreams.end() && !it->second.leftOut)
                 failed = !decodePacket(it->second.codec, packet, &it->second);
         }
         av_packet_unref(packet);
@@ -534,37 +579,45 @@ void OVVideoDecoderBase::readLoop()
     if (endOfFile && !failed && !m_shouldStop.load()) {
         if (m_videoCodec)
             failed = !decodePacket(m_videoCodec, nullptr, nullptr);
-        for (auto it = m_audioStreams.begin(); !failed && it != m_audioStreams.end(); ++it)
-            failed = !decodePacket(it->second.codec, nullptr, &it->second);
+        for (auto it = m_audioStreams.begin(); !failed && it != m_audioStreams.end(); ++it) {
+            if (!it->second.leftOut)
+                failed = !decodePacket(it->second.codec, nullptr, &it->second);
+        }
+        // A short file can end before the refusals add up: one whose codec refused every packet
+        // of what was to be played has not been played.
+        if (!failed && m_videoCodec && !m_videoDecodedAny && m_videoRefusedInARow > 0) {
+            failed = !decodingFailed(m_lastRefusal, true);
+        } else if (!failed && !m_videoCodec) {
+            bool any = false;
+            for (const auto &entry : m_audioStreams)
+                any = any || entry.second.decodedAny || entry.second.refusedInARow == 0;
+            if (!any)
+                failed = !decodingFailed(m_lastRefusal, false);
+        }
     }
-    if (failed)
+    if (failed) {
+        nameSourceInError();
         Q_EMIT errorRaised();
+    }
     av_packet_free(&packet);
 }
 
 bool OVVideoDecoderBase::decodePacket(AVCodecContext *codec, const AVPacket *packet, OVAudioStream *audio)
 {
     const bool isVideo = audio == nullptr;
-    auto fail = [&](int err) {
-        const QString message = (isVideo ? QStringLiteral("Error decoding video frame\nError: %1")
-                                         : QStringLiteral("Error decoding audio frame\nError: %1"))
-                                    .arg(ffmpegErrorText(err));
-        qWarning().noquote() << message;
-        setError(DecodeError, message);
-        m_shouldStop = true;
-        return false;
-    };
-
     // A decoder that is full answers EAGAIN: its frames are taken out first and the packet is sent
     // again once it has room, so no packet is lost.
     int err = avcodec_send_packet(codec, packet);
     bool sent = err != AVERROR(EAGAIN);
     if (err < 0 && sent && err != AVERROR_EOF)
-        return fail(err);
+        return packetRefused(err, audio);
     bool gotFrame = false;
+    // A threaded decoder reports a damaged packet when a later one is sent; each report is taken
+    // once, but a decoder must not keep us here for ever.
+    int errorsHere = 0;
     for (;;) {
         if (m_shouldStop.load()) {
-            qDebug() << "Should stop is true, line:" << __LINE__;
+            qCDebug(lcMedia) << "Should stop is true, line:" << __LINE__;
             return true;
         }
         err = avcodec_receive_frame(codec, m_frame);
@@ -573,23 +626,86 @@ bool OVVideoDecoderBase::decodePacket(AVCodecContext *codec, const AVPacket *pac
                 sent = true;
                 err = avcodec_send_packet(codec, packet);
                 if (err < 0 && err != AVERROR(EAGAIN) && err != AVERROR_EOF)
-                    return fail(err);
+                    return packetRefused(err, audio);
                 continue;
             }
             if (isVideo && packet && !gotFrame)
-                fprintf(stderr, "Frame not here yet\n");
+                qCDebug(lcMedia) << "Frame not here yet";
             return true;
         }
-        if (err < 0)
-            return fail(err);
+        if (err < 0) {
+            if (!packetRefused(err, audio))
+                return false;
+            if (++errorsHere >= MaxRefusedPackets)
+                return true;
+            continue;
+        }
         gotFrame = true;
+        (isVideo ? m_videoRefusedInARow : audio->refusedInARow) = 0;
+        (isVideo ? m_videoDecodedAny : audio->decodedAny) = true;
         deliverFrame(m_frame, audio);
         av_frame_unref(m_frame);
     }
 }
 
+bool OVVideoDecoderBase::packetRefused(int err, OVAudioStream *audio)
+{
+    const bool isVideo = audio == nullptr;
+    if (endsDecoding(err))
+        return decodingFailed(err, isVideo);
+    ++m_skippedPackets;
+    m_lastRefusal = err;
+    int &refused = isVideo ? m_videoRefusedInARow : audio->refusedInARow;
+    ++refused;
+    const char *type = isVideo ? "video" : "audio";
+    if (refused <= kLoggedRefusals)
+        qCWarning(lcMedia).noquote() << "Skipped a damaged" << type << "packet of" << sourceName() << "-"
+                                     << ffmpegErrorText(err);
+    else
+        qCDebug(lcMedia).noquote() << "Skipped a damaged" << type << "packet:" << ffmpegErrorText(err);
+    if (refused < MaxRefusedPackets)
+        return true;
+
+    // Not a damaged stretch but a stream the codec cannot decode. Sound beside a picture or other
+    // sound is left out; the stream that alone carries the recording ends the run.
+    if (audio) {
+        bool others = m_videoStreamIndex >= 0;
+        for (const auto &entry : m_audioStreams)
+            others = others || (&entry.second != audio && !entry.second.leftOut);
+        if (others) {
+            qCWarning(lcMedia).noquote() << "Audio stream" << audio->stream->index << "of" << sourceName()
+                                         << "cannot be decoded and is left out:" << ffmpegErrorText(err);
+            audio->leftOut = true;
+            return true;
+        }
+    }
+    return decodingFailed(err, isVideo);
+}
+
+bool OVVideoDecoderBase::decodingFailed(int err, bool video)
+{
+    const QString message = (video ? QStringLiteral("Error decoding video frame\nError: %1")
+                                   : QStringLiteral("Error decoding audio frame\nError: %1"))
+                                .arg(ffmpegErrorText(err));
+    qCWarning(lcMedia).noquote() << message << sourceName();
+    setError(DecodeError, message);
+    m_shouldStop = true;
+    return false;
+}
+
+void OVVideoDecoderBase::nameSourceInError()
+{
+    const QString name = sourceName();
+    QMutexLocker lock(&m_mutex);
+    if (!m_errorMessage.isEmpty() && !m_errorMessage.contains(name))
+        m_errorMessage += QStringLiteral("\nFile: ") + name;
+}
+
 void OVVideoDecoderBase::deliverFrame(AVFrame *frame, OVAudioStream *audio)
 {
+    // Nothing of a position about to be left again is handed on.
+    if (m_seekLandedLate)
+        return;
     double &dropBefore = audio ? audio->dropBefore : m_videoDropBefore;
     if (dropBefore >= 0.0) {
         const double t = frameTime(frame, audio ? audio->timeBase : m_videoTimeBase);
@@ -597,6 +713,15 @@ void OVVideoDecoderBase::deliverFrame(AVFrame *frame, OVAudioStream *audio)
         if (std::isnan(t) || t + kTimeTolerance < dropBefore)
             return;
         dropBefore = -1.0;
+        if (!audio && m_checkSeekLanding) {
+            m_checkSeekLanding = false;
+            // More than a frame and a half past the target: the pictures up to it were lost.
+            const bool late = t > m_seekTarget + 1.5 * m_videoFrameDuration + kTimeTolerance;
+            if (late && m_seekRetries < kSeekRetries && m_seekFrom > 0.0) {
+                m_seekLandedLate = true;
+                return;
+            }
+        }
     }
     if (audio)
         processAudioFrame(frame, *audio);
@@ -606,21 +731,35 @@ void OVVideoDecoderBase::deliverFrame(AVFrame *frame, OVAudioStream *audio)
 
 void OVVideoDecoderBase::performSeek(double target)
 {
-    const double position = target + m_startOffset;
+    qCDebug(lcMedia) << "Seeking to" << target;
+    m_seekTarget = target;
+    m_seekRetries = 0;
+    m_seekLandedLate = false;
+    seekTo(target, 0.0);
+    const int serial = ++m_seekSerial;
+    seekPerformed(target, serial);
+}
+
+void OVVideoDecoderBase::seekTo(double target, double margin)
+{
+    m_seekFrom = std::max(0.0, target - margin);
+    const double position = m_seekFrom + m_containerStart.load() + m_startOffset;
     const int64_t timestamp = int64_t(position * 1000000.0);
     const int err = av_seek_frame(m_formatContext, -1, timestamp, AVSEEK_FLAG_BACKWARD);
-    qDebug() << "Seeking to" << target;
     if (err < 0)
-        qWarning() << "av_seek_frame failed:" << ffmpegErrorText(err);
+        qCWarning(lcMedia) << "av_seek_frame failed:" << ffmpegErrorText(err);
+    // What the codecs hold belongs to the old position: without a flush their first packets here
+    // would be read as a continuation and refused.
     for (auto &entry : m_audioStreams) {
         avcodec_flush_buffers(entry.second.codec);
         entry.second.dropBefore = target;
+        entry.second.refusedInARow = 0;
     }
     if (m_videoCodec)
         avcodec_flush_buffers(m_videoCodec);
     m_videoDropBefore = target;
-    const int serial = ++m_seekSerial;
-    seekPerformed(target, serial);
+    m_videoRefusedInARow = 0;
+    m_checkSeekLanding = m_videoCodec != nullptr;
 }
 
 void OVVideoDecoderBase::closeAll()
@@ -641,6 +780,5 @@ void OVVideoDecoderBase::closeAll()
     avformat_free_context(m_formatContext);
     m_formatContext = nullptr;
     av_frame_free(&m_frame);
-    av_freep(&m_imageData[0]);
     m_videoStreamIndex = -1;
 }

@@ -44,12 +44,18 @@ public:
         // stop() came before start-up was done: not a failure the user must hear about, so the
         // message stays empty and errorRaised() is not emitted.
         StoppedError = 7,
+        // The source failed while packets were read (not its end).
+        ReadError = 8,
         // initDecoding() may return its own codes from here on.
         FirstSubclassError = 100
     };
 
     // One I/O buffer per decoder.
     static constexpr int IoBufferSize = 1048576;
+    // A stream whose codec refuses this many packets in a row, without a frame in between, is not
+    // damaged but undecodable. An audio stream beside others is then left out; the last stream that
+    // can be played ends the run with DecodeError.
+    static constexpr int MaxRefusedPackets = 100;
 
     explicit OVVideoDecoderBase(QObject *parent = nullptr);
     // Stops and waits for a running thread. A subclass must do the same in its own destructor: by the
@@ -80,7 +86,13 @@ public:
 
     // The duration in seconds (container duration less the start offset), valid after initFinished.
     double duration() const;
+    // The container's first timestamp in seconds, valid after initFinished. Positions count from it:
+    // an MPEG program stream that starts at 0.5 s shows its first picture at 0.
+    double containerStartTime() const { return m_containerStart.load(); }
+    // Packets the codecs refused and that were skipped in the current or last run.
+    qint64 skippedPackets() const { return m_skippedPackets.load(); }
     // The last error: 0 and empty while none. Valid once initFinished or videoFinished was emitted.
+    // When errorRaised() was emitted, the message names the source and the reason.
     OV::Error lastError() const;
     int errorCode() const;
 
@@ -132,8 +144,8 @@ protected:
     // frames can be thrown away.
     virtual void seekPerformed(double target, int serial);
 
-    // The time of a frame in seconds from the start: best-effort timestamp × time base − start
-    // offset. NaN when the frame carries no timestamp.
+    // The time of a frame in seconds from the start: best-effort timestamp × time base − the
+    // container's start time − start offset. NaN when the frame carries no timestamp.
     double frameTime(const AVFrame *frame, double timeBase) const;
     double videoTimeBase() const { return m_videoTimeBase; }
 
@@ -159,9 +171,17 @@ private:
     int startUp();
     void readLoop();
     void performSeek(double target);
-    // Sends one packet (null = drain) and hands every frame it yields to its hook. False on a
-    // decoding error, which is then stored.
+    // Positions the demuxer `margin` seconds before `target` and readies the codecs for frames
+    // from `target` on.
+    void seekTo(double target, double margin);
+    // Sends one packet (null = drain) and hands every frame it yields to its hook. A packet the codec
+    // refuses is skipped; false only when decoding cannot go on, with the error stored.
     bool decodePacket(AVCodecContext *codec, const AVPacket *packet, OVAudioStream *audio);
+    // Counts a refusal of the codec of `audio` (null: video); false when it ends decoding.
+    bool packetRefused(int err, OVAudioStream *audio);
+    bool decodingFailed(int err, bool video);
+    // Appends the source to a stored message that does not name it yet.
+    void nameSourceInError();
     void deliverFrame(AVFrame *frame, OVAudioStream *audio);
     void closeAll();
     QString sourceName() const;
@@ -181,6 +201,8 @@ private:
     std::atomic<int> m_errorCode { 0 };
     std::atomic<int> m_audioStreamCount { 0 };
     std::atomic<int> m_seekSerial { 0 };
+    std::atomic<double> m_containerStart { 0.0 };
+    std::atomic<qint64> m_skippedPackets { 0 };
 
     mutable QMutex m_mutex;
     // -- Guarded by m_mutex.
@@ -197,8 +219,17 @@ private:
     AVCodecContext *m_videoCodec = nullptr;
     double m_videoTimeBase = 0.0;
     double m_videoDropBefore = -1.0;
+    int m_videoRefusedInARow = 0;
+    bool m_videoDecodedAny = false;
+    int m_lastRefusal = 0;
+    double m_videoFrameDuration = 0.1;
+    // The seek carried out last, and whether its first picture still has to show that it landed
+    // in time.
+    double m_seekTarget = -1.0;
+    double m_seekFrom = 0.0;
+    int m_seekRetries = 0;
+    bool m_checkSeekLanding = false;
+    bool m_seekLandedLate = false;
     AVFrame *m_frame = nullptr;
-    uint8_t *m_imageData[4] = {};
-    int m_imageLinesize[4] = {};
     OVAudioStreamMap m_audioStreams;
 };

@@ -15,6 +15,7 @@ private Q_SLOTS:
     void initTestCase();
     void probe();
     void probeJson();
+    void lateStart();
     void probeFailures_data();
     void probeFailures();
 
@@ -36,6 +37,27 @@ void TestOVMediaInfo::initTestCase()
     QVERIFY(!MediaTest::generate(m_dir.path(), "rotated.mp4",
                                  { "-i", plain, "-c", "copy", "-metadata:s:v:0", "rotate=90" })
                  .isEmpty());
+}
+
+// A program stream starts about half a second into its clock; what it reports of its length
+// counts from there, so no position can lie past the end.
+void TestOVMediaInfo::lateStart()
+{
+    const QString path = MediaTest::generate(
+        m_dir.path(), "late.mpg",
+        { "-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=3", "-f", "lavfi", "-i",
+          "sine=duration=3", "-c:v", "mpeg2video", "-c:a", "mp2", "-f", "vob" });
+    QVERIFY(!path.isEmpty());
+    OVMediaInfo info;
+    QVERIFY(OVMediaInfo::probe(path, &info).isOk());
+    QVERIFY2(info.startTime > 0.4 && info.startTime < 0.7, qPrintable(QString::number(info.startTime)));
+    QVERIFY2(qAbs(info.duration - 3.0) < 0.1, qPrintable(QString::number(info.duration)));
+    for (const OVMediaInfo::Stream &s : std::as_const(info.streams))
+        QVERIFY(s.duration <= info.duration + 1e-6);
+    QVERIFY(qAbs(OVMediaInfo::probeDuration(path) - info.duration) < 1e-6);
+    QJsonObject json;
+    QVERIFY(OVMediaInfo::probeJson(path, &json).isOk());
+    QCOMPARE(json.value("startTime").toDouble(), info.startTime);
 }
 
 void TestOVMediaInfo::probe()

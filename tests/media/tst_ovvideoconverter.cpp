@@ -7,6 +7,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/display.h>
 #include <libavutil/frame.h>
+#include <libavutil/pixdesc.h>
 }
 
 class TestOVVideoConverter : public QObject
@@ -19,6 +20,8 @@ private Q_SLOTS:
     void rotationFromDisplayMatrix_data();
     void rotationFromDisplayMatrix();
     void convertFollowsSizeChange();
+    void everyFrameSize_data();
+    void everyFrameSize();
     void resampleToStereo_data();
     void resampleToStereo();
 };
@@ -134,6 +137,79 @@ void TestOVVideoConverter::convertFollowsSizeChange()
     QVERIFY(converter.convert(big, &out));
     QCOMPARE(out.rotation, -90);
     av_frame_free(&big);
+}
+
+void TestOVVideoConverter::everyFrameSize_data()
+{
+    QTest::addColumn<QSize>("coded");
+    QTest::addColumn<int>("format");
+    QTest::addColumn<QSize>("expected");
+
+    // Small heights keep the pictures on the heap (not in pages of their own), where a write past
+    // the end breaks the allocator at once.
+    const QList<int> widths { 560, 568, 570, 572, 576, 584, 600, 1288 };
+    for (int w : widths)
+        for (int h : { 16, 17, 2 })
+            QTest::addRow("%dx%d yuv420p", w, h) << QSize(w, h) << int(AV_PIX_FMT_YUV420P)
+                                                 << OVVideoConverter::outputSize(QSize(w, h), QSize());
+    QTest::newRow("568x16 yuv422p") << QSize(568, 16) << int(AV_PIX_FMT_YUV422P) << QSize(568, 16);
+    QTest::newRow("584x16 yuvj420p") << QSize(584, 16) << int(AV_PIX_FMT_YUVJ420P) << QSize(584, 16);
+    QTest::newRow("600x16 nv12") << QSize(600, 16) << int(AV_PIX_FMT_NV12) << QSize(600, 16);
+    QTest::newRow("8x8") << QSize(8, 8) << int(AV_PIX_FMT_YUV420P) << QSize(8, 8);
+    QTest::newRow("24x1") << QSize(24, 1) << int(AV_PIX_FMT_YUV420P) << QSize(24, 1);
+    QTest::newRow("3x3") << QSize(3, 3) << int(AV_PIX_FMT_YUV420P) << QSize(4, 4);
+    QTest::newRow("333x201") << QSize(333, 201) << int(AV_PIX_FMT_YUV420P) << QSize(332, 200);
+}
+
+// Pictures of every width come out whole: the right size, and the same colour up to the last
+// pixel of the last row; the heap around them stays intact (or the run aborts).
+void TestOVVideoConverter::everyFrameSize()
+{
+    QFETCH(QSize, coded);
+    QFETCH(int, format);
+    QFETCH(QSize, expected);
+    QCOMPARE(OVVideoConverter::outputSize(coded, QSize()), expected);
+
+    AVFrame *frame = av_frame_alloc();
+    frame->width = coded.width();
+    frame->height = coded.height();
+    frame->format = format;
+    QCOMPARE(av_frame_get_buffer(frame, 0), 0);
+    // A strong red: Y 81, Cb 90, Cr 240.
+    const AVPixFmtDescriptor *desc = av_pix_fmt_desc_get(AVPixelFormat(format));
+    const int chromaRows = -((-coded.height()) >> desc->log2_chroma_h);
+    const int chromaWidth = -((-coded.width()) >> desc->log2_chroma_w);
+    for (int y = 0; y < coded.height(); ++y)
+        memset(frame->data[0] + y * frame->linesize[0], 81, size_t(coded.width()));
+    for (int y = 0; y < chromaRows; ++y) {
+        if (format == AV_PIX_FMT_NV12) {
+            uint8_t *row = frame->data[1] + y * frame->linesize[1];
+            for (int x = 0; x < chromaWidth; ++x) {
+                row[2 * x] = 90;
+                row[2 * x + 1] = 240;
+            }
+        } else {
+            memset(frame->data[1] + y * frame->linesize[1], 90, size_t(chromaWidth));
+            memset(frame->data[2] + y * frame->linesize[2], 240, size_t(chromaWidth));
+        }
+    }
+
+    OVVideoConverter converter;
+    QVERIFY(converter.init(coded, format, QSize()).isOk());
+    for (int round = 0; round < 8; ++round) {
+        OVVideoFrame out;
+        QVERIFY(converter.convert(frame, &out));
+        QCOMPARE(out.image.size(), expected);
+        QCOMPARE(out.image.format(), QImage::Format_RGB888);
+        QCOMPARE(int(out.image.bytesPerLine()), (expected.width() * 3 + 3) / 4 * 4);
+        for (const QPoint p : { QPoint(0, 0), QPoint(expected.width() - 1, 0), QPoint(0, expected.height() - 1),
+                                QPoint(expected.width() - 1, expected.height() - 1) }) {
+            const QColor c = out.image.pixelColor(p);
+            QVERIFY2(c.red() > 200 && c.green() < 50 && c.blue() < 50,
+                     qPrintable(QStringLiteral("(%1,%2) is %3").arg(p.x()).arg(p.y()).arg(c.name())));
+        }
+    }
+    av_frame_free(&frame);
 }
 
 void TestOVVideoConverter::resampleToStereo_data()
