@@ -47,17 +47,21 @@ bool loadWavSamples(const QString &path, OVSamples &samples, qint64 limit)
     double maximum = std::numeric_limits<int>::min();
     qint16 *out = samples.data.data();
     while (written < frames) {
-        const sf_count_t got = sf_readf_short(file, block.data(), blockFrames);
+        // A mono file is read straight into the track; others through a block of whole frames.
+        const qint64 want = std::min<qint64>(blockFrames, frames - written);
+        short *target = channels == 1 ? out + written : block.data();
+        const sf_count_t got = sf_readf_short(file, target, want);
         if (got <= 0)
             break;
         readAny = true;
         const qint64 take = std::min<qint64>(got, frames - written);
-        for (qint64 f = 0; f < take; ++f) {
-            const qint16 v = block[size_t(f * channels)];
-            out[written + f] = v;
-            minimum = std::min<double>(minimum, v);
-            maximum = std::max<double>(maximum, v);
+        if (channels != 1) {
+            for (qint64 f = 0; f < take; ++f)
+                out[written + f] = block[size_t(f * channels)];
         }
+        const auto [lo, hi] = std::minmax_element(out + written, out + written + take);
+        minimum = std::min<double>(minimum, *lo);
+        maximum = std::max<double>(maximum, *hi);
         written += take;
     }
     if (written < frames) // the header promised more than the file holds

@@ -241,12 +241,23 @@ OVSamples decimate(const OVSamples &track, int factor)
     out.sampleRate = track.sampleRate / factor;
     out.resize(track.count / factor);
     const qint16 *x = track.data.data();
-    for (qint64 i = 0; i < out.count; ++i) {
-        int sum = 0;
-        for (int k = 0; k < factor; ++k)
-            sum += x[i * factor + k];
-        out.data[size_t(i)] = qint16(sum / factor);
-    }
+    qint16 *y = out.data.data();
+    const qint64 count = out.count;
+    auto run = [&](auto f) {
+        for (qint64 i = 0; i < count; ++i) {
+            int sum = 0;
+            for (int k = 0; k < int(f); ++k)
+                sum += x[i * qint64(f) + k];
+            y[i] = qint16(sum / int(f));
+        }
+    };
+    // The usual rates get a loop the compiler can unroll.
+    if (factor == 15)
+        run(std::integral_constant<int, 15>());
+    else if (factor == 32)
+        run(std::integral_constant<int, 32>());
+    else
+        run(factor);
     return out;
 }
 
@@ -291,7 +302,8 @@ void repeatLastPoint(QList<SyncInfo> &points, qint64 primaryCount)
     }
 }
 
-int findSyncPoints(const OVSamples &envA, const OVSamples &envB, int maxShiftSec, int lengthSec, int spanSec,
+int findSyncPoints(const OVSamples &envA, const OVSamples &envB, [[maybe_unused]] int maxShiftSec, int lengthSec,
+                   int spanSec,
                    QList<SyncInfo> &result, const std::atomic<bool> *cancel, Progress *progress)
 {
     result.clear();
@@ -306,26 +318,27 @@ int findSyncPoints(const OVSamples &envA, const OVSamples &envB, int maxShiftSec
     if (n < r)
         return 0;
 
-    OVSamples loudA, loudB;
-    const int window = std::max(1, 128 * r / 22050);
-    smoothEnvelope(envA, window, loudA);
-    smoothEnvelope(envB, window, loudB);
-    const qint16 level = qint16(std::trunc(std::min(meanPositive(loudA), meanPositive(loudB))));
+    OVSamples loudA;
+    qint16 level = 0;
+    {
+        OVSamples loudB;
+        const int window = std::max(1, 128 * r / 22050);
+        smoothEnvelope(envA, window, loudA);
+        smoothEnvelope(envB, window, loudB);
+        level = qint16(std::trunc(std::min(meanPositive(loudA), meanPositive(loudB))));
+    }
 
     const qint64 spacing = std::max<qint64>(qint64(std::max(spanSec, 1)) * r, n);
-    const qint64 maxShiftSamples = qint64(std::max(maxShiftSec, 1)) * r;
-    const qint64 globalSections = std::max<qint64>(1, std::llround(double(envA.count) / double(maxShiftSamples)));
     const qint64 loudBlock = std::max(1, 200 * r / 22050);
     const qint64 localReach = qint64(ClusterToleranceSeconds * r);
 
-    const std::vector<float> a = toFloat(envA);
     const std::vector<float> b = toFloat(envB);
+    std::vector<float> block(static_cast<size_t>(n));
     std::unique_ptr<OVSyncMatcher> whole;
 
     const QList<qint64> order = sectionOrder(envA.count, n, spacing);
     QList<SyncInfo> candidates;
     QList<SyncInfo> cluster;
-    qint64 globalDone = 0;
     for (qsizetype s = 0; s < order.size(); ++s) {
         if (isCanceled(cancel))
             break;
@@ -344,13 +357,15 @@ int findSyncPoints(const OVSamples &envA, const OVSamples &envB, int maxShiftSec
         }
         if (!loud)
             continue;
+        std::copy(envA.data.begin() + i, envA.data.begin() + i + n, block.begin());
 
         OVSyncMatcher::Match m;
-        if (globalDone < globalSections || cluster.isEmpty()) {
+        if (cluster.size() < 2) {
+            // Until two sections agree, any place of the secondary may hold the sound: it may be
+            // a short piece of the primary's event, or start long before it.
             if (!whole)
                 whole = std::make_unique<OVSyncMatcher>(b.data(), qint64(b.size()), n, r);
-            m = whole->match(a.data() + i, n);
-            ++globalDone;
+            m = whole->match(block.data(), n);
         } else {
             const Line line = fitLine(cluster, double(n));
             const double centre = double(i) + double(n) / 2;
@@ -360,7 +375,7 @@ int findSyncPoints(const OVSamples &envA, const OVSamples &envB, int maxShiftSec
             if (to - from < n)
                 continue;
             OVSyncMatcher local(b.data() + from, to - from, n, r);
-            m = local.match(a.data() + i, n);
+            m = local.match(block.data(), n);
             if (m.valid)
                 m.position += from;
         }
@@ -374,6 +389,9 @@ int findSyncPoints(const OVSamples &envA, const OVSamples &envB, int maxShiftSec
         candidates.append(point);
         cluster = candidates;
         keepBestCluster(cluster, r);
+        // The whole-track spectrum is a large buffer; once the offset is known it is not needed.
+        if (cluster.size() >= 2)
+            whole.reset();
     }
     if (progress)
         progress->setProgress(int(order.size()), 0, int(order.size()));

@@ -89,11 +89,11 @@ bool bestOffset(const OVSamples &a, const OVSamples &b, qint64 aPos, qint64 n, q
 OVSamples decimate(const OVSamples &track, int factor);
 
 // The coarse search on two decimated tracks: sections of the primary `lengthSec` long, at least
-// `spanSec` apart, starting at loud places, each matched against the secondary. About one section
-// per `maxShiftSec` is searched in the whole secondary; once those agree on an offset, the others
-// are searched near it. Only matches whose peak stands out are kept, and of those only the cluster
-// of agreeing offsets with the highest total score. Positions are samples of the decimated tracks,
-// centred on the section. Returns how many points were found.
+// `spanSec` apart, starting at loud places, each matched against the secondary. Sections are
+// matched over the whole secondary until two of them agree on an offset, the others then near that
+// offset; `maxShiftSec` therefore bounds nothing. Only matches whose peak stands out are kept, and
+// of those only the cluster of agreeing offsets with the highest total score. Positions are samples
+// of the decimated tracks, centred on the section. Returns how many points were found.
 int findSyncPoints(const OVSamples &envA, const OVSamples &envB, int maxShiftSec, int lengthSec, int spanSec,
                    QList<SyncInfo> &result, const std::atomic<bool> *cancel = nullptr,
                    Progress *progress = nullptr);
