@@ -4,6 +4,7 @@
 #include "ovclinew.h"
 #include "ovcliprobe.h"
 #include "ovclidump.h"
+#include "ovclisync.h"
 
 std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
 {
@@ -12,6 +13,7 @@ std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
     all.push_back(std::make_unique<OVCliCheck>());
     all.push_back(std::make_unique<OVCliProbe>());
     all.push_back(std::make_unique<OVCliNew>());
+    all.push_back(std::make_unique<OVCliSync>());
     return all;
 }
 
