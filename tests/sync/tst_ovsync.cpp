@@ -142,20 +142,20 @@ void TestOVSync::clusterAndRepetition()
 void TestOVSync::envelopeOfRange()
 {
     // A burst of 1000 samples at +-1000 in silence: the envelope is centred on the burst, and a
-    // range that starts late does not subtract samples it never added.
+    // range that starts inside it does not subtract samples it never added.
     OVSamples track;
     track.sampleRate = 22050;
     track.resize(20000);
     for (int i = 10000; i < 11000; ++i)
         track.data[size_t(i)] = qint16(i % 2 ? 1000 : -1000);
-    for (qint64 begin : { qint64(-1), qint64(5000) }) {
+    for (qint64 begin : { qint64(-1), qint64(10300) }) {
         OVSamples env;
         QVERIFY(smoothEnvelope(track, 128, env, begin, -1));
         const qint64 base = std::max<qint64>(begin, 0);
         QCOMPARE(env.count, 20000 - base);
         QCOMPARE(env.sampleRate, 22050);
-        QCOMPARE(env.data[size_t(10500 - base)], qint16(1000));
-        QCOMPARE(env.data[size_t(10000 - 64 - 2 - base)], qint16(0));
+        QCOMPARE(env.data[size_t(10800 - base)], qint16(1000));
+        QCOMPARE(env.data[size_t(11000 + 64 + 2 - base)], qint16(0));
         QVERIFY(*std::min_element(env.data.begin(), env.data.end()) >= 0);
     }
     OVSamples env;
