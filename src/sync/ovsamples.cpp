@@ -2,6 +2,7 @@
 
 #include <QDebug>
 #include <QFile>
+#include <QFileInfo>
 
 #include <sndfile.h>
 
@@ -33,11 +34,16 @@ bool loadWavSamples(const QString &path, OVSamples &samples, qint64 limit)
     qint64 frames = info.frames;
     if (limit > 0 && limit < frames)
         frames = limit;
-    samples.resize(frames);
     samples.channels = info.channels;
     samples.sampleRate = info.samplerate;
 
-    // A block always holds whole frames, so channel 0 stays at every `channels`-th value.
+    // The frame count comes from the file's header: memory is reserved only for what the file's
+    // size can hold (no codec libsndfile reads packs more than a few samples into a byte), and the
+    // track grows with what is actually read.
+    const qint64 fileBytes = QFileInfo(path).size();
+    samples.data.clear();
+    samples.data.reserve(size_t(std::clamp<qint64>(fileBytes * 8 / info.channels, 0, frames)));
+
     const int channels = info.channels;
     const int blockFrames = std::max(1, BlockValues / channels);
     std::vector<short> block(size_t(blockFrames) * size_t(channels));
@@ -45,27 +51,25 @@ bool loadWavSamples(const QString &path, OVSamples &samples, qint64 limit)
     bool readAny = false;
     double minimum = std::numeric_limits<int>::max();
     double maximum = std::numeric_limits<int>::min();
-    qint16 *out = samples.data.data();
     while (written < frames) {
-        // A mono file is read straight into the track; others through a block of whole frames.
         const qint64 want = std::min<qint64>(blockFrames, frames - written);
-        short *target = channels == 1 ? out + written : block.data();
-        const sf_count_t got = sf_readf_short(file, target, want);
+        const sf_count_t got = sf_readf_short(file, block.data(), want);
         if (got <= 0)
             break;
         readAny = true;
         const qint64 take = std::min<qint64>(got, frames - written);
-        if (channels != 1) {
-            for (qint64 f = 0; f < take; ++f)
-                out[written + f] = block[size_t(f * channels)];
-        }
-        const auto [lo, hi] = std::minmax_element(out + written, out + written + take);
+        const size_t at = samples.data.size();
+        samples.data.resize(at + size_t(take));
+        qint16 *out = samples.data.data() + at;
+        // A block always holds whole frames, so channel 0 is every `channels`-th value.
+        for (qint64 f = 0; f < take; ++f)
+            out[f] = block[size_t(f * channels)];
+        const auto [lo, hi] = std::minmax_element(out, out + take);
         minimum = std::min<double>(minimum, *lo);
         maximum = std::max<double>(maximum, *hi);
         written += take;
     }
-    if (written < frames) // the header promised more than the file holds
-        samples.resize(written);
+    samples.count = qint64(samples.data.size());
     qDebug() << "Max:" << maximum << " Min:" << minimum;
     qDebug() << path << " Loaded:" << readAny;
     return readAny && written > 0;
