@@ -2,6 +2,7 @@
 
 #include <QDebug>
 #include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 
@@ -50,6 +51,18 @@ bool haveTools()
 {
     return !QStandardPaths::findExecutable(QStringLiteral("ffmpeg")).isEmpty()
         && !QStandardPaths::findExecutable(QStringLiteral("espeak-ng")).isEmpty();
+}
+
+QString script(const QString &dir, const QString &name, const QByteArray &body)
+{
+    const QString path = QDir(dir).filePath(name);
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly))
+        return QString();
+    f.write("#!/bin/sh\n" + body + "\n");
+    f.close();
+    f.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return path;
 }
 
 QString makeScene(const QString &dir, const QString &name, int variant, double seconds)

@@ -12,6 +12,8 @@ bool run(const QString &program, const QStringList &args);
 // ffmpeg with "-y -hide_banner -loglevel error" before `args`.
 bool ffmpeg(const QStringList &args);
 bool haveTools();
+// An executable shell script `dir/name` with `body`, standing in for the ffmpeg tool.
+QString script(const QString &dir, const QString &name, const QByteArray &body);
 
 // A recording of a scene at 22050 Hz mono: speech read by espeak-ng over music and a noise bed,
 // `seconds` long. `variant` changes the text, melody and noise, so two variants share no sound.

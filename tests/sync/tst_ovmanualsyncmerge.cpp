@@ -28,8 +28,6 @@ private Q_SLOTS:
     void timeMap();
 
 private:
-    QString script(const QString &name, const QByteArray &body);
-
     QTemporaryDir m_dir;
     QTemporaryDir m_tmp;
 };
@@ -63,18 +61,6 @@ void TestOVManualSyncMerge::initTestCase()
 {
     QVERIFY(m_dir.isValid() && m_tmp.isValid());
     qputenv("TMPDIR", QFile::encodeName(m_tmp.path()));
-}
-
-QString TestOVManualSyncMerge::script(const QString &name, const QByteArray &body)
-{
-    const QString path = m_dir.filePath(name);
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly))
-        return QString();
-    f.write("#!/bin/sh\n" + body + "\n");
-    f.close();
-    f.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    return path;
 }
 
 void TestOVManualSyncMerge::arguments_data()
@@ -159,7 +145,7 @@ void TestOVManualSyncMerge::merge()
 
     OVManualSyncMerge merge;
     if (!tool.isEmpty())
-        merge.setToolPath(script(QStringLiteral("tool.sh"), tool.toUtf8()));
+        merge.setToolPath(SyncTest::script(m_dir.path(), QStringLiteral("tool.sh"), tool.toUtf8()));
     QSignalSpy finished(&merge, &OVManualSyncMerge::finished);
     QSignalSpy actions(&merge, &OVManualSyncMerge::actionChanged);
     QVERIFY(merge.start(primary, backup, inPlace ? QString() : output, &track, &track, -1, -1));

@@ -226,6 +226,10 @@ void TestOVSync::generatedPairs()
     QVERIFY(loadWavSamples(primaryPath, primary));
     QVERIFY(loadWavSamples(secondaryPath, secondary));
 
+    const std::atomic<bool> canceled { true };
+    const Result stopped = autoSync(primary, secondary, nullptr, &canceled);
+    QVERIFY(stopped.canceled && stopped.points.isEmpty());
+
     const Result result = autoSync(primary, secondary);
     if (unrelated) {
         QVERIFY2(result.points.isEmpty(), qPrintable(QStringLiteral("%1 points").arg(result.points.size())));
