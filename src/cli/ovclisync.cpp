@@ -28,6 +28,13 @@ bool streamOption(const QCommandLineParser &parser, const QString &name, int *in
 
 void OVCliSync::setup(QCommandLineParser &parser) const
 {
+    parser.setApplicationDescription(
+        summary()
+        + QStringLiteral("\n\nPrints one line each:\n"
+                         "  OFFSET <s>    primary time of the secondary's first sample\n"
+                         "  DRIFT <ppm>   how much faster the secondary's clock runs (negative: slower)\n"
+                         "  POINT <primary_s> <secondary_s> <coefficient>   the same sound at both times\n"
+                         "Exits with 1 when no sync point was found."));
     parser.addPositionalArgument(QStringLiteral("primary"), QStringLiteral("The recording whose time axis is used."));
     parser.addPositionalArgument(QStringLiteral("secondary"), QStringLiteral("The second recording of the event."));
     parser.addOption({ PrimaryStream, QStringLiteral("Audio stream of the primary to use (0 is the first)."),

@@ -46,7 +46,7 @@ public:
                const OVSamples *primary, const OVSamples *aligned, int replaceIndex, int streamCount,
                bool dropDataStreams = false, bool keepBackup = true);
     bool isRunning() const { return m_watcher.isRunning(); }
-    // Any thread; the worker stops the tool within 100 ms and restores the primary file.
+    // The worker stops the tool within 100 ms and restores the primary file.
     void cancel();
     // The stage the worker is in ("Creating backup", ...).
     QString action() const;
