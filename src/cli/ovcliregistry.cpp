@@ -7,6 +7,7 @@
 #include "ovcliagreement.h"
 #include "ovclisegments.h"
 #include "ovclistats.h"
+#include "ovclisync.h"
 
 std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
 {
@@ -18,6 +19,7 @@ std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
     all.push_back(std::make_unique<OVCliSegments>());
     all.push_back(std::make_unique<OVCliStats>());
     all.push_back(std::make_unique<OVCliAgreement>());
+    all.push_back(std::make_unique<OVCliSync>());
     return all;
 }
 
