@@ -116,28 +116,33 @@ QByteArray OVJournalFile::frame(quint64 sequence, const QByteArray &payload)
     return bytes;
 }
 
-quint64 OVJournalFile::append(const QByteArray &payload)
+quint64 OVJournalFile::append(const QByteArray &payload) { return append(QList<QByteArray> { payload }); }
+
+quint64 OVJournalFile::append(const QList<QByteArray> &payloads)
 {
     if (m_fd < 0) {
         if (m_lastError.isEmpty())
             m_lastError = QStringLiteral("The journal is not open");
         return 0;
     }
-    if (quint64(payload.size()) > MaxPayload) {
-        m_lastError = QStringLiteral("A journal record of %1 bytes is too large").arg(payload.size());
-        return 0;
+    QByteArray bytes;
+    quint64 sequence = m_next;
+    for (const QByteArray &payload : payloads) {
+        if (quint64(payload.size()) > MaxPayload) {
+            m_lastError = QStringLiteral("A journal record of %1 bytes is too large").arg(payload.size());
+            return 0;
+        }
+        bytes += frame(sequence++, payload);
     }
-    const quint64 sequence = m_next;
-    // One write() per record: the OS has it, whole or (if we are killed inside the call) torn.
-    const QByteArray bytes = frame(sequence, payload);
+    // One write() per call: the OS has it, whole or (if we are killed inside the call) torn.
     if (!writeAll(m_fd, bytes.constData(), bytes.size())) {
         m_lastError = QStringLiteral("The journal %1 cannot be written: %2").arg(m_path, errnoText());
         return 0;
     }
-    ++m_next;
+    m_next = sequence;
     if (!m_dirty.exchange(true))
         m_wake.notify_one();
-    return sequence;
+    return m_next - 1;
 }
 
 bool OVJournalFile::syncNow()

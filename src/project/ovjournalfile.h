@@ -55,6 +55,8 @@ public:
 
     // Appends one record and returns its sequence number, 0 when the write failed (lastError()).
     quint64 append(const QByteArray &payload);
+    // Appends many records with one write (a whole project's content); the last sequence, or 0.
+    quint64 append(const QList<QByteArray> &payloads);
     quint64 lastSequence() const { return m_next - 1; }
     QString lastError() const { return m_lastError; }
 

@@ -424,6 +424,10 @@ void OVProjectJournal::write(const QJsonObject &record, bool isChange)
         return;
     QJsonObject r = record;
     r.insert(QStringLiteral("at"), double(QDateTime::currentMSecsSinceEpoch()));
+    if (m_batch) {
+        m_batch->append(QJsonDocument(r).toJson(QJsonDocument::Compact));
+        return;
+    }
     if (m_file.append(QJsonDocument(r).toJson(QJsonDocument::Compact)) == 0) {
         m_failed = true;
         qWarning().noquote() << "Journal:" << m_file.lastError();
@@ -534,12 +538,23 @@ void OVProjectJournal::attachProject(bool writeContent)
     connect(p, &Project::changed, scope, [this] { writeHeader(); });
     connect(p, &Project::projectTypeChanged, scope, [this] { writeHeader(); });
     connect(p->timelineGroup(), &TimelineGroup::timelinesChanged, scope, [this] { syncTimelines(); });
-    if (writeContent)
+    // The content goes out in one write: a hundred thousand segments are one system call, not
+    // a hundred thousand.
+    QList<QByteArray> batch;
+    if (writeContent) {
+        m_batch = &batch;
         writeHeader();
+    }
     for (Timeline *t : p->timelineGroup()->timelines())
         attachTimeline(t, writeContent);
     if (writeContent) {
         write({ { QStringLiteral("t"), kContentEnd } }, false);
+        m_batch = nullptr;
+        if (m_file.append(batch) == 0) {
+            m_failed = true;
+            qWarning().noquote() << "Journal:" << m_file.lastError();
+            Q_EMIT writeFailed(m_file.lastError());
+        }
         // The content is the base, not a change.
         m_changes = 0;
     }
@@ -684,31 +699,38 @@ void OVProjectJournal::syncLabels(const Id &timelineId)
         writeTimeline(w, false);
 }
 
+// Utterances and segment groups: few per timeline, found by id, each announcing its own changes.
+template <typename Node>
+void OVProjectJournal::syncChildren(const Id &timelineId, QHash<Id, QPointer<Node>> &known, const QList<Node *> &now,
+                                    const QString &goneType, void (OVProjectJournal::*writeOne)(Timeline *, Node *))
+{
+    Timeline *t = m_timelines.find(timelineId)->timeline; // the callers made sure it is there
+    QSet<Id> present;
+    for (Node *n : now) {
+        present.insert(n->id());
+        const auto it = known.constFind(n->id());
+        if (it != known.cend() && it.value() == n)
+            continue;
+        (this->*writeOne)(t, n);
+        known.insert(n->id(), n);
+        connect(n, &Node::changed, m_scope.get(), [this, t, n, writeOne] { (this->*writeOne)(t, n); });
+    }
+    for (auto it = known.begin(); it != known.end();) {
+        if (present.contains(it.key()) && it.value()) {
+            ++it;
+            continue;
+        }
+        write({ { QStringLiteral("t"), goneType }, { QStringLiteral("tl"), timelineId }, { QStringLiteral("id"), it.key() } });
+        it = known.erase(it);
+    }
+}
+
 void OVProjectJournal::syncUtterances(const Id &timelineId)
 {
     auto wit = m_timelines.find(timelineId);
     if (wit == m_timelines.end() || !wit->timeline)
         return;
-    TimelineWatch &w = *wit;
-    Timeline *t = w.timeline;
-    QSet<Id> present;
-    for (Utterance *u : t->utterances()) {
-        present.insert(u->id());
-        const auto it = w.utterances.constFind(u->id());
-        if (it != w.utterances.cend() && it.value() == u)
-            continue;
-        writeUtterance(t, u);
-        w.utterances.insert(u->id(), u);
-        connect(u, &Utterance::changed, m_scope.get(), [this, t, u] { writeUtterance(t, u); });
-    }
-    for (auto it = w.utterances.begin(); it != w.utterances.end();) {
-        if (present.contains(it.key()) && it.value()) {
-            ++it;
-            continue;
-        }
-        write({ { QStringLiteral("t"), kUtteranceGone }, { QStringLiteral("tl"), timelineId }, { QStringLiteral("id"), it.key() } });
-        it = w.utterances.erase(it);
-    }
+    syncChildren(timelineId, wit->utterances, wit->timeline->utterances(), kUtteranceGone, &OVProjectJournal::writeUtterance);
     syncHidden(timelineId);
 }
 
@@ -717,26 +739,7 @@ void OVProjectJournal::syncGroups(const Id &timelineId)
     auto wit = m_timelines.find(timelineId);
     if (wit == m_timelines.end() || !wit->timeline)
         return;
-    TimelineWatch &w = *wit;
-    Timeline *t = w.timeline;
-    QSet<Id> present;
-    for (SegmentGroup *g : t->segmentGroups()) {
-        present.insert(g->id());
-        const auto it = w.groups.constFind(g->id());
-        if (it != w.groups.cend() && it.value() == g)
-            continue;
-        writeGroup(t, g);
-        w.groups.insert(g->id(), g);
-        connect(g, &SegmentGroup::changed, m_scope.get(), [this, t, g] { writeGroup(t, g); });
-    }
-    for (auto it = w.groups.begin(); it != w.groups.end();) {
-        if (present.contains(it.key()) && it.value()) {
-            ++it;
-            continue;
-        }
-        write({ { QStringLiteral("t"), kGroupGone }, { QStringLiteral("tl"), timelineId }, { QStringLiteral("id"), it.key() } });
-        it = w.groups.erase(it);
-    }
+    syncChildren(timelineId, wit->groups, wit->timeline->segmentGroups(), kGroupGone, &OVProjectJournal::writeGroup);
 }
 
 void OVProjectJournal::syncHidden(const Id &timelineId)

@@ -130,6 +130,10 @@ private:
     void syncLabels(const OVProject::Id &timelineId);
     void syncUtterances(const OVProject::Id &timelineId);
     void syncGroups(const OVProject::Id &timelineId);
+    template <typename Node>
+    void syncChildren(const OVProject::Id &timelineId, QHash<OVProject::Id, QPointer<Node>> &known,
+                      const QList<Node *> &now, const QString &goneType,
+                      void (OVProjectJournal::*writeOne)(OVProject::Timeline *, Node *));
     void syncHidden(const OVProject::Id &timelineId);
     void detachAll();
 
@@ -141,4 +145,6 @@ private:
     std::unique_ptr<QObject> m_scope;
     int m_changes = 0;
     bool m_failed = false;
+    // Records collected while the content is written, instead of appended one by one.
+    QList<QByteArray> *m_batch = nullptr;
 };

@@ -491,28 +491,31 @@ bool OVTimelineWidget::codeKey(QChar key)
         return false;
     const OVLabelingSettings *settings = m_settings ? m_settings.data() : m_defaultSettings;
     const double p = m_project->state()->currentPos();
-    bool changed = false;
+    Segment *coded = nullptr;
     if (Segment *open = label->openSegment()) {
         const double e = std::max(0.0, p - settings->leadCloseTime());
         // A closing lead longer than the segment so far turns it around rather than inverting it.
-        if (e <= open->start())
-            changed = m_history->setSegmentTimes(open, e, open->start());
-        else
-            changed = m_history->setSegmentTimes(open, open->start(), e);
+        const bool done = e <= open->start() ? m_history->setSegmentTimes(open, e, open->start())
+                                             : m_history->setSegmentTimes(open, open->start(), e);
+        coded = done ? open : nullptr;
     } else if (!label->segmentsInRange(p, p).isEmpty()) {
         // The label already has a segment at p: a second one there would only duplicate it.
         return false;
     } else {
         const double s = std::max(0.0, p - settings->leadOpenTime());
         if (settings->isDoublePressMode()) {
-            Segment *segment = m_history->addSegment(label, s, Segment::OpenEnd);
-            if (segment)
-                selectSegments({ segment });
-            changed = segment != nullptr;
+            coded = m_history->addSegment(label, s, Segment::OpenEnd);
+            if (coded)
+                selectSegments({ coded });
         } else {
-            changed = m_history->addSegment(label, s, s + settings->defaultSegmentDuration()) != nullptr;
+            coded = m_history->addSegment(label, s, s + settings->defaultSegmentDuration());
         }
     }
+    const bool changed = coded != nullptr;
+    if (coded)
+        qDebug().noquote() << "TimelineWidget::coded segment" << coded->id() << "label:" << label->id()
+                           << "start:" << QString::number(coded->start(), 'f', 3)
+                           << "end:" << QString::number(coded->end(), 'f', 3);
     update();
     return changed;
 }
