@@ -13,7 +13,7 @@ PACKAGES=(
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev ffmpeg
   portaudio19-dev libsndfile1-dev
   # file formats
-  libjsoncpp-dev zlib1g-dev libquazip1-qt6-dev libxlsxwriter-dev
+  libjsoncpp-dev zlib1g-dev libminizip-dev libxlsxwriter-dev
   # synchronisation and plots
   libfftw3-dev qt6-charts-dev
   # looking at the app headless, and a sound device without a sound card
