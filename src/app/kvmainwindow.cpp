@@ -16,7 +16,9 @@
 #include "project/history.h"
 #include "project/label.h"
 #include "project/ovlocalfilestorage.h"
+#include "project/ovprojectjournal.h"
 #include "project/project.h"
+#include "project/segment.h"
 #include "project/state.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
@@ -37,6 +39,7 @@
 #include <QDockWidget>
 #include <QFileDialog>
 #include <QDateTime>
+#include <QFile>
 #include <QFileInfo>
 #include <QLabel>
 #include <QMenuBar>
@@ -47,6 +50,7 @@
 #include <QStatusBar>
 #include <QTimer>
 #include <QUndoStack>
+#include <QPushButton>
 #include <QUrl>
 
 namespace {
@@ -54,6 +58,31 @@ constexpr int StatusMessageMs = 8000;
 const char *kStyleSheet = "KVMainWindow { background-color: black; }"
                           "QSplitter::handle:horizontal { background-color: rgb(89, 89, 89); }"
                           "QSplitter::handle:vertical { background-color: rgb(89, 89, 89); }";
+
+int segmentCount(const OVProject::Project *project)
+{
+    int n = 0;
+    for (const OVProject::Timeline *t : project->timelineGroup()->timelines()) {
+        for (const OVProject::Label *l : t->labels())
+            n += l->segmentCount();
+    }
+    return n;
+}
+
+// "1 segment", "3 segments": the messages are not translated yet, so English plurals here.
+QString count(int n, const char *one, const char *many)
+{
+    return QStringLiteral("%1 %2").arg(n).arg(QString::fromLatin1(n == 1 ? one : many));
+}
+
+QString when(const QDateTime &time)
+{
+    if (!time.isValid())
+        return QStringLiteral("?");
+    const QDateTime local = time.toLocalTime();
+    return local.date() == QDate::currentDate() ? local.toString(QStringLiteral("hh:mm:ss"))
+                                                : local.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+}
 }
 
 KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
@@ -120,12 +149,26 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     addDockWidget(Qt::BottomDockWidgetArea, m_logDock);
     m_logDock->hide();
 
+    m_dataFolder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+    m_journal = new OVProjectJournal(this);
+    connect(m_journal, &OVProjectJournal::writeFailed, this, [this](const QString &reason) {
+        if (std::exchange(m_journalProblemShown, true))
+            return;
+        showError(tr("Unsaved Changes"),
+                  tr("Changes can no longer be recorded for recovery, so work done from now on is lost if "
+                     "Kavot ends without saving. Save the project to keep it.\n\nReason: %1").arg(reason));
+    });
+    m_autosaveTimer = new QTimer(this);
+    connect(m_autosaveTimer, &QTimer::timeout, this, &KVMainWindow::onAutosaveTimer);
+
     createActions();
     createMenus();
     if (m_settings) {
         connect(m_settings->keyboard(), &OVSettingsGroup::changed, this, &KVMainWindow::updateActionsShortcuts);
         connect(m_settings->recentProjects(), &OVSettingsGroup::changed, this, &KVMainWindow::updateRecentProjectsMenu);
+        connect(m_settings->ui(), &OVSettingsGroup::changed, this, &KVMainWindow::updateAutosave);
     }
+    updateAutosave();
     updateActionsShortcuts();
     updateRecentProjectsMenu();
     updateProjectActions();
@@ -139,6 +182,9 @@ KVMainWindow::~KVMainWindow()
     if (m_project)
         disconnect(m_project->history(), nullptr, this, nullptr);
     m_timeline->setProject(nullptr);
+    // The journal stays on disk: a window torn down without closing its project (the session
+    // was ended from outside) leaves its changes to be offered at the next start.
+    m_journal->stop();
     delete m_project;
 }
 
@@ -260,8 +306,10 @@ void KVMainWindow::createMenus()
 
 // ---- project ---------------------------------------------------------------------------------
 
-void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
+void KVMainWindow::setProject(OVProject::Project *project, const QString &path, bool recovered)
 {
+    // Whatever the journal held is saved or was given up by now.
+    m_journal->discard();
     if (m_project) {
         rememberPlaybackPosition();
         m_pendingVideoPath.clear();
@@ -292,12 +340,160 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path)
             statusBar()->showMessage(tr("\"%1\" could not be undone or redone: what it changed is gone.").arg(step), StatusMessageMs);
         });
         m_player->setState(m_project->state());
+        startJournal(recovered || path.isEmpty());
         Q_EMIT projectOpened();
     }
     setModified(false);
     updateProjectActions();
     updateProjectSummary();
     updateWindowTitle();
+}
+
+void KVMainWindow::setDataFolder(const QString &folder)
+{
+    m_dataFolder = folder;
+}
+
+QString KVMainWindow::journalPath() const
+{
+    return m_dataFolder + QStringLiteral("/journal.kvj");
+}
+
+void KVMainWindow::startJournal(bool withContent)
+{
+    if (!m_project)
+        return;
+    QDir().mkpath(m_dataFolder);
+    const OV::Error error = m_journal->start(journalPath(), m_project, m_projectPath, withContent);
+    if (!error.isOk() && !std::exchange(m_journalProblemShown, true))
+        showError(tr("Unsaved Changes"),
+                  tr("Changes cannot be recorded for recovery, so work is lost if Kavot ends without saving. "
+                     "Save often.\n\nReason: %1").arg(error.message()));
+}
+
+void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
+{
+    const QString path = journalPath();
+    if (!QFileInfo::exists(path))
+        return;
+    // Moved out of the way first: opening any project starts a new journal at `path`. Kept until
+    // the work is back in a journal or a file, or for good if the user declines it.
+    const QString aside = m_dataFolder + QStringLiteral("/journal-%1.kvj")
+                                             .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz")));
+    if (!QFile::rename(path, aside)) {
+        qWarning().noquote() << "The journal" << path << "cannot be moved to" << aside;
+        return;
+    }
+    OVProjectJournal::Summary summary;
+    OV::Error error = OVProjectJournal::readSummary(aside, &summary);
+    if (error.isOk() && summary.changes == 0 && summary.recoveryCopy.isEmpty()) {
+        // Nothing but a starting point: no work to take back.
+        QFile::remove(aside);
+        return;
+    }
+    auto *recovered = new OVProject::Project;
+    auto *storage = new OVLocalFileStorage(QString(), this);
+    if (error.isOk())
+        error = OVProjectJournal::recover(aside, recovered, &summary, storage);
+    if (!error.isOk()) {
+        delete recovered;
+        delete storage;
+        qWarning().noquote() << "Unsaved work could not be recovered from" << aside << ":" << error.message();
+        showError(tr("Recover Unsaved Work"),
+                  tr("The last session left unsaved work, but it cannot be recovered:\n%1\n\nThe record of "
+                     "those changes was kept as %2.").arg(error.message(), QDir::toNativeSeparators(aside)));
+        return;
+    }
+    const QString name = !recovered->title().isEmpty() ? recovered->title()
+        : summary.basePath.isEmpty() ? tr("Untitled Project") : QFileInfo(summary.basePath).completeBaseName();
+    QString text = (uncleanEnd ? tr("Kavot did not close normally last time")
+                               : tr("The last session was ended before its work was saved"))
+        + tr(", and the project \"%1\" has changes that are in no project file.").arg(name) + QStringLiteral("\n\n");
+    text += tr("Unsaved work: %1, the last at %2; with them the project has %3.")
+                .arg(count(summary.changes, "change", "changes"), when(summary.lastChange),
+                     count(segmentCount(recovered), "segment", "segments"));
+    text += QStringLiteral("\n");
+    if (summary.basePath.isEmpty()) {
+        text += tr("Last save: none, the project was never saved.");
+    } else {
+        OVProject::Project saved;
+        const QFileInfo info(summary.basePath);
+        if (OVLocalFileStorage().load(summary.basePath, &saved).isOk())
+            text += tr("Last save: %1, saved %2, with %3.")
+                        .arg(QDir::toNativeSeparators(summary.basePath), when(info.lastModified()),
+                             count(segmentCount(&saved), "segment", "segments"));
+        else
+            text += tr("Last save: %1 cannot be read now.").arg(QDir::toNativeSeparators(summary.basePath));
+        if (summary.baseChanged())
+            text += QStringLiteral("\n") + tr("Note: that file was changed since this work began.");
+    }
+    if (!summary.recoveryCopy.isEmpty())
+        text += QStringLiteral("\n") + tr("A copy was also written when the session ended:\n%1")
+                                            .arg(QDir::toNativeSeparators(summary.recoveryCopy));
+    text += QStringLiteral("\n\n") + tr("Do you want to take the unsaved work back?");
+    qWarning().noquote() << "Unsaved work found:" << summary.changes << "change(s) since" << (summary.basePath.isEmpty() ? QStringLiteral("a new project") : summary.basePath);
+
+    if (askRecoverUnsavedWork(text) != QMessageBox::Yes) {
+        delete recovered;
+        delete storage;
+        qWarning().noquote() << "Unsaved work declined; its journal was kept as" << aside;
+        return;
+    }
+    if (!onCloseProject(true)) {
+        delete recovered;
+        delete storage;
+        return;
+    }
+    delete m_storage;
+    m_storage = storage;
+    setProject(recovered, summary.basePath.isEmpty() ? QString() : QFileInfo(summary.basePath).absoluteFilePath(), true);
+    ensureUserTimeline();
+    setModified(true);
+    qWarning().noquote() << "Unsaved work recovered:" << summary.changes << "change(s)";
+    if (m_journal->isActive())
+        QFile::remove(aside);
+    const QString video = m_project->videoPath();
+    if (!video.isEmpty() && QFileInfo::exists(video)) {
+        m_playerStack->setCurrentWidget(m_player);
+        m_player->openMedia(video);
+    }
+}
+
+void KVMainWindow::notifyProblem(const QString &title, const QString &message)
+{
+    showError(title, message);
+}
+
+void KVMainWindow::updateAutosave()
+{
+    if (m_settings && m_settings->ui()->autosave())
+        m_autosaveTimer->start(m_settings->ui()->autosaveMinutes() * 60 * 1000);
+    else
+        m_autosaveTimer->stop();
+}
+
+void KVMainWindow::onAutosaveTimer()
+{
+    if (!m_settings || !m_settings->ui()->autosave() || !m_project || !m_modified || m_projectPath.isEmpty())
+        return;
+    // Not under a question on screen: the user is deciding something about this project.
+    if (QApplication::activeModalWidget())
+        return;
+    if (!m_storage)
+        m_storage = new OVLocalFileStorage(QString(), this);
+    const quint64 snapshot = m_journal->lastSequence();
+    const OV::Error error = m_storage->save(m_projectPath, m_project);
+    if (!error.isOk()) {
+        qWarning().noquote() << "Autosave of" << m_projectPath << "failed:" << error.message();
+        // Once until a save succeeds again; a message every few minutes would only be in the way.
+        if (!std::exchange(m_autosaveProblemShown, true))
+            showError(tr("Autosave"), tr("The project could not be saved automatically.\n\n%1").arg(error.message()));
+        return;
+    }
+    qDebug().noquote() << "Project saved automatically to" << m_projectPath;
+    m_autosaveProblemShown = false;
+    m_journal->rebase(m_projectPath, snapshot);
+    setModified(false);
 }
 
 void KVMainWindow::onNewProject()
@@ -419,12 +615,16 @@ bool KVMainWindow::onSaveProject()
         return onSaveProjectAs();
     if (!m_storage)
         m_storage = new OVLocalFileStorage(QString(), this);
+    const quint64 snapshot = m_journal->lastSequence();
     const OV::Error error = m_storage->save(m_projectPath, m_project);
     if (!error.isOk()) {
         showError(tr("Save Project"), error.message());
         return false;
     }
     qDebug().noquote() << "Project saved to" << m_projectPath;
+    m_autosaveProblemShown = false;
+    // The file holds everything up to the snapshot now; the journal keeps only what came after.
+    m_journal->rebase(m_projectPath, snapshot);
     setModified(false);
     if (m_settings)
         m_settings->recentProjects()->addProject(m_projectPath);
@@ -467,6 +667,7 @@ QString KVMainWindow::saveRecoveryCopy()
         return QString();
     }
     qWarning().noquote() << "Unsaved changes were written to the recovery copy" << path;
+    m_journal->noteRecoveryCopy(path);
     return path;
 }
 
@@ -823,6 +1024,15 @@ QMessageBox::StandardButton KVMainWindow::askUnsavedChanges()
     return QMessageBox::question(this, tr("Unsaved Changes"),
                                  tr("The project has unsaved changes. Do you want to save them?"),
                                  QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, QMessageBox::Save);
+}
+
+QMessageBox::StandardButton KVMainWindow::askRecoverUnsavedWork(const QString &text)
+{
+    QMessageBox box(QMessageBox::Question, tr("Recover Unsaved Work"), text, QMessageBox::Yes | QMessageBox::No, this);
+    box.setDefaultButton(QMessageBox::Yes);
+    box.button(QMessageBox::Yes)->setText(tr("Recover"));
+    box.button(QMessageBox::No)->setText(tr("Don't Recover"));
+    return QMessageBox::StandardButton(box.exec());
 }
 
 QMessageBox::StandardButton KVMainWindow::askSendCrashReport()

@@ -4,10 +4,12 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QStringList>
+#include <QTimer>
 
 class OVActionRegistry;
 class OVCodingSnapshot;
 class OVLocalFileStorage;
+class OVProjectJournal;
 class OVSettings;
 class OVTimelineControl;
 class OVPlayerPanel;
@@ -48,6 +50,21 @@ public:
     // Writes the open project, if it has unsaved changes, into the backup folder without touching
     // its own file: used when the session ends without asking (logout, SIGTERM). Returns the path.
     QString saveRecoveryCopy();
+
+    // Where the journal of unsaved changes lives; the per-user data folder unless set.
+    QString dataFolder() const { return m_dataFolder; }
+    void setDataFolder(const QString &folder);
+    QString journalPath() const;
+    OVProjectJournal *journal() const { return m_journal; }
+    // Offers back the work of a session that ended without saving it, if the journal holds any.
+    // `uncleanEnd`: the session did not end by itself (it was killed or crashed).
+    void offerUnsavedWork(bool uncleanEnd);
+    // Tells the user about a problem found outside any command (settings, data folder).
+    void notifyProblem(const QString &title, const QString &message);
+
+public Q_SLOTS:
+    // Saves the open project if autosaving is on, it has a file and unsaved changes.
+    void onAutosaveTimer();
 
 Q_SIGNALS:
     void projectOpened();
@@ -104,6 +121,8 @@ protected:
     // The questions the window asks; tests answer them by overriding.
     virtual QMessageBox::StandardButton askUnsavedChanges();
     virtual QMessageBox::StandardButton askSendCrashReport();
+    // Yes: take the unsaved work back; No: put it aside.
+    virtual QMessageBox::StandardButton askRecoverUnsavedWork(const QString &text);
     virtual void showError(const QString &title, const QString &message);
     virtual QString chooseOpenPath();
     virtual QString chooseSavePath();
@@ -115,7 +134,10 @@ protected:
 private:
     void createActions();
     void createMenus();
-    void setProject(OVProject::Project *project, const QString &path);
+    // `recovered`: the project holds work not in any file, so the journal starts with all of it.
+    void setProject(OVProject::Project *project, const QString &path, bool recovered = false);
+    void startJournal(bool withContent);
+    void updateAutosave();
     // Asks about unsaved changes of the open project; false when the user cancels (or a save fails).
     bool confirmDiscardChanges();
     // Gives the current user a timeline of their own and makes it the edited one.
@@ -151,4 +173,9 @@ private:
     QAction *m_showLogAction = nullptr;
     QMenu *m_recentMenu = nullptr;
     QAction *m_statsAction = nullptr;
+    QString m_dataFolder;
+    OVProjectJournal *m_journal = nullptr;
+    bool m_journalProblemShown = false;
+    QTimer *m_autosaveTimer = nullptr;
+    bool m_autosaveProblemShown = false;
 };

@@ -7,7 +7,10 @@
 #include "log/nxlog.h"
 #include "settings/ovsettings.h"
 
+#include <QDateTime>
 #include <QDialog>
+#include <QFile>
+#include <QFileInfo>
 #include <QDir>
 #include <QMessageBox>
 #include <QStandardPaths>
@@ -73,11 +76,37 @@ int main(int argc, char *argv[])
     if (!commLog.isEmpty())
         qDebug().noquote() << "Communication log:" << commLog;
 
-    // 3. The data folder and the settings.
+    // 3. The data folder and the settings. What goes wrong here is told once the window is up.
+    QStringList problems;
     if (!dataDirOk)
         qWarning().noquote() << "Data folder cannot be made:" << dataDir;
+    if (!dataDirOk || !QFileInfo(dataDir).isWritable())
+        problems << QCoreApplication::translate("main", "Kavot cannot write to its data folder:\n%1\n\nSettings, the log "
+                                                        "and the record of unsaved changes cannot be kept there. Work "
+                                                        "saved to project files is not affected; save often.")
+                        .arg(QDir::toNativeSeparators(dataDir));
     OVSettings settings;
-    settings.open(dataDir + QStringLiteral("/settings.ini"));
+    if (!settings.open(dataDir + QStringLiteral("/settings.ini")) && dataDirOk) {
+        problems << (settings.movedAsidePath().isEmpty()
+                         ? QCoreApplication::translate("main", "The settings could not be read:\n%1\n\nKavot starts with "
+                                                               "the default settings.").arg(settings.lastError())
+                         : QCoreApplication::translate("main", "The settings file was damaged. It was moved aside to\n%1\n"
+                                                               "and Kavot starts with the default settings.")
+                               .arg(QDir::toNativeSeparators(settings.movedAsidePath())));
+    }
+
+    // A marker that only a session that ends by itself removes: found at start, the last one was
+    // killed or crashed.
+    const QString sessionMarker = dataDir + QStringLiteral("/session.run");
+    const bool uncleanEnd = QFileInfo::exists(sessionMarker);
+    if (uncleanEnd)
+        qWarning().noquote() << "The previous session did not end normally";
+    {
+        QFile marker(sessionMarker);
+        if (marker.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            marker.write(QStringLiteral("%1 %2\n").arg(QCoreApplication::applicationPid())
+                             .arg(QDateTime::currentDateTime().toString(Qt::ISODate)).toUtf8());
+    }
 
     OVTerminationWatcher termination;
     bool terminated = false;
@@ -107,22 +136,45 @@ int main(int argc, char *argv[])
     if (!NXCrashReporter::install(crashFolder, NXLog::logFilePath())) {
         const QString message = QStringLiteral("Failed to init crash reporting\nReason:\n\t") + NXCrashReporter::lastError();
         qWarning().noquote() << message;
-        QMessageBox::warning(nullptr, QStringLiteral("Kavot"), message);
+        // Shown with the other start-up problems once the window is up, not as a window of its own
+        // before it.
+        problems << message;
     }
 
     int exitCode = 0;
     if (!terminated) {
         // 5. The main window.
         KVMainWindow window(&settings);
+        window.setDataFolder(dataDir);
         QObject::connect(&app, &OVApplication::messageReceived, &window, &KVMainWindow::onSingleInstanceMessage);
+        bool settingsProblemShown = false;
+        QObject::connect(&settings, &OVSettings::saveFailed, &window, [&window, &settingsProblemShown, &terminated](const QString &message) {
+            if (terminated || std::exchange(settingsProblemShown, true))
+                return;
+            window.notifyProblem(QStringLiteral("Kavot"), message + QCoreApplication::translate("main",
+                "\n\nChanged settings are used in this session but will be lost when Kavot ends."));
+        });
         // A session that ends without asking must not lose unsaved coding.
         QObject::connect(&termination, &OVTerminationWatcher::terminationRequested, &window,
                          &KVMainWindow::saveRecoveryCopy);
         window.showMaximized();
-        for (const QString &file : files)
-            QTimer::singleShot(0, &window, [&window, file] { window.openFile(file); });
-        if (!oldReports.isEmpty())
-            QTimer::singleShot(0, &window, [&window, crashFolder] { window.checkForCrashReports(crashFolder); });
+        // One after the other: each may ask a question, and the files must not open before the
+        // unsaved work of the last session was offered back.
+        // A session ended meanwhile asks nothing more: a question opened after exit() would keep it.
+        QTimer::singleShot(0, &window, [&window, &terminated, uncleanEnd, problems, files, oldReports, crashFolder] {
+            if (!terminated)
+                window.offerUnsavedWork(uncleanEnd);
+            for (const QString &problem : problems) {
+                if (!terminated)
+                    window.notifyProblem(QStringLiteral("Kavot"), problem);
+            }
+            for (const QString &file : files) {
+                if (!terminated)
+                    window.openFile(file);
+            }
+            if (!oldReports.isEmpty() && !terminated)
+                window.checkForCrashReports(crashFolder);
+        });
         if (commandLine.simulateCrash())
             QTimer::singleShot(0, &window, &KVMainWindow::onSimulateCrash);
 
@@ -130,6 +182,7 @@ int main(int argc, char *argv[])
         exitCode = app.exec();
         settings.saveNow();
     }
+    QFile::remove(sessionMarker);
     qDebug() << "Application finished";
     NXLog::uninstall();
     return exitCode;

@@ -65,6 +65,19 @@ QList<OVActionInfo> makeTable()
     return t;
 }
 
+// The assigned shortcut first (menus show the first one), then the standard key if it differs.
+QList<QKeySequence> shortcutsFor(int id, const QString &assigned)
+{
+    QList<QKeySequence> keys;
+    const QKeySequence own(assigned, QKeySequence::PortableText);
+    if (!own.isEmpty())
+        keys << own;
+    const QKeySequence standard = OVActionRegistry::standardShortcut(id);
+    if (!standard.isEmpty() && standard != own)
+        keys << standard;
+    return keys;
+}
+
 } // namespace
 
 OVActionRegistry::OVActionRegistry(QObject *parent) : QObject(parent) {}
@@ -96,7 +109,7 @@ QAction *OVActionRegistry::action(int id)
     auto *a = new QAction(i->title, this);
     a->setCheckable(i->checkable);
     a->setData(id);
-    a->setShortcut(QKeySequence(i->defaultShortcut, QKeySequence::PortableText));
+    a->setShortcuts(shortcutsFor(id, i->defaultShortcut));
     // Shortcuts must work whichever view has focus (the player, the timeline, a dock).
     a->setShortcutContext(Qt::ApplicationShortcut);
     m_actions.insert(id, a);
@@ -113,8 +126,24 @@ QString OVActionRegistry::effectiveShortcut(int id, const OVKeyboardSettings *se
     return i ? i->defaultShortcut : QString();
 }
 
+QKeySequence OVActionRegistry::standardShortcut(int id)
+{
+    QKeySequence::StandardKey key;
+    const char *fallback;
+    switch (id) {
+    case SaveProject: key = QKeySequence::Save; fallback = "Ctrl+S"; break;
+    case OpenProject: key = QKeySequence::Open; fallback = "Ctrl+O"; break;
+    case NewProject: key = QKeySequence::New; fallback = "Ctrl+N"; break;
+    case CloseApplication: key = QKeySequence::Quit; fallback = "Ctrl+Q"; break;
+    default: return QKeySequence();
+    }
+    // Some platforms (and Qt's offscreen one) bind no key to Quit; everyone expects Ctrl+Q there.
+    const QKeySequence platform(key);
+    return platform.isEmpty() ? QKeySequence(QString::fromLatin1(fallback), QKeySequence::PortableText) : platform;
+}
+
 void OVActionRegistry::applyShortcuts(const OVKeyboardSettings *settings)
 {
     for (auto it = m_actions.cbegin(); it != m_actions.cend(); ++it)
-        it.value()->setShortcut(QKeySequence(effectiveShortcut(it.key(), settings), QKeySequence::PortableText));
+        it.value()->setShortcuts(shortcutsFor(it.key(), effectiveShortcut(it.key(), settings)));
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QHash>
+#include <QKeySequence>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -56,7 +57,10 @@ public:
 
     // The shortcut in force: the user's (possibly empty) if assigned, else the default.
     static QString effectiveShortcut(int id, const OVKeyboardSettings *settings);
-    // Applies effectiveShortcut() to every created action.
+    // The platform's own key for what every desktop program does (save, open, new, quit), kept
+    // beside effectiveShortcut(); empty for other actions.
+    static QKeySequence standardShortcut(int id);
+    // Applies effectiveShortcut() and standardShortcut() to every created action.
     void applyShortcuts(const OVKeyboardSettings *settings);
 
 private:

@@ -2,6 +2,7 @@
 
 #include "app/ovkeyboardsettingswidget.h"
 #include "app/ovlabelingsettingswidget.h"
+#include "app/ovsavingsettingswidget.h"
 #include "settings/ovsettings.h"
 
 #include <functional>
@@ -19,6 +20,8 @@ OVSettingsDlg::OVSettingsDlg(OVSettings *settings, QWidget *parent) : QDialog(pa
     addPage(labeling, tr("Labeling"), [labeling] { labeling->apply(); });
     auto *keyboard = new OVKeyboardSettingsWidget(settings->keyboard(), this);
     addPage(keyboard, tr("Keyboard Settings"), [keyboard] { keyboard->apply(); });
+    auto *saving = new OVSavingSettingsWidget(settings->ui(), this);
+    addPage(saving, tr("Saving"), [saving] { saving->apply(); });
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);

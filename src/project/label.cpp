@@ -134,6 +134,7 @@ void Label::addSegment(Segment *segment)
     attach(segment);
     if (m_indexValid)
         indexInsert(segment);
+    Q_EMIT segmentAdded(segment);
     Q_EMIT segmentsChanged();
 }
 
@@ -144,13 +145,14 @@ void Label::addSegments(const QList<Segment *> &segments)
     for (Segment *s : segments) {
         if (!s || s->m_label == this)
             continue;
+        // One sort at the next query instead of one insertion per segment.
+        m_indexValid = false;
         attach(s);
+        Q_EMIT segmentAdded(s);
         any = true;
     }
     if (!any)
         return;
-    // One sort at the next query instead of one insertion per segment.
-    m_indexValid = false;
     Q_EMIT segmentsChanged();
 }
 
@@ -167,6 +169,7 @@ Segment *Label::takeSegment(Segment *segment)
             m_indexValid = false;
     }
     detach(segment);
+    Q_EMIT segmentRemoved(segment->id());
     Q_EMIT segmentsChanged();
     return segment;
 }
@@ -192,7 +195,14 @@ void Label::onSegmentDestroyed()
     Q_EMIT segmentsChanged();
 }
 
-void Label::onSegmentChanged() { Q_EMIT segmentsChanged(); }
+void Label::onSegmentChanged()
+{
+    // Only segments' changed() is connected here.
+    Q_EMIT segmentChanged(static_cast<Segment *>(sender()));
+    Q_EMIT segmentsChanged();
+}
+
+void Label::segmentDestroying(Segment *segment) { Q_EMIT segmentRemoved(segment->id()); }
 
 void Label::segmentTimesChanged(Segment *segment, double oldStart, double oldEnd)
 {

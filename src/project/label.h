@@ -89,6 +89,11 @@ public:
 Q_SIGNALS:
     void segmentsChanged();
     void changed();
+    // Which segment came, changed or went, for observers that must not rescan the label (the
+    // journal of changes). Each is followed by segmentsChanged(), as before.
+    void segmentAdded(OVProject::Segment *segment);
+    void segmentChanged(OVProject::Segment *segment);
+    void segmentRemoved(const OVProject::Id &segmentId);
 
 public Q_SLOTS:
     void onSegmentDestroyed();
@@ -106,6 +111,8 @@ private:
 
     void attach(Segment *segment);
     void detach(Segment *segment);
+    // Called by a segment of this label in its destructor, while its id can still be read.
+    void segmentDestroying(Segment *segment);
     void segmentTimesChanged(Segment *segment, double oldStart, double oldEnd);
     void ensureIndex() const;
     template <typename Visit> void visitRange(double from, double to, Visit visit) const;

@@ -16,6 +16,14 @@ Segment::Segment(double start, double end, const Id &id, QObject *parent)
 {
 }
 
+Segment::~Segment()
+{
+    // Deleting a segment is how it is removed; its label drops it on destroyed(), when only the
+    // QObject is left, so the label is told here which id goes.
+    if (m_label)
+        m_label->segmentDestroying(this);
+}
+
 bool Segment::copyFrom(const BaseNode *other)
 {
     if (!other || other->nodeType() != nodeType())

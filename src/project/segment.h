@@ -15,6 +15,7 @@ public:
 
     explicit Segment(const Id &id = Id(), QObject *parent = nullptr);
     Segment(double start, double end, const Id &id = Id(), QObject *parent = nullptr);
+    ~Segment() override;
 
     int nodeType() const override { return SegmentType; }
     bool copyFrom(const BaseNode *other) override;

@@ -53,6 +53,7 @@ bool OVSettings::open(const QString &iniPath)
 {
     m_path = iniPath;
     m_lastError.clear();
+    m_movedAside.clear();
     QFileInfo info(iniPath);
     if (!QDir().mkpath(info.absolutePath()))
         m_lastError = QStringLiteral("Settings folder cannot be made: %1").arg(info.absolutePath());
@@ -110,8 +111,10 @@ bool OVSettings::open(const QString &iniPath)
         // Keep the damaged file for the user instead of overwriting it at the next save.
         const QString aside = iniPath + QStringLiteral(".damaged-")
             + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss"));
-        if (QFile::rename(iniPath, aside))
+        if (QFile::rename(iniPath, aside)) {
+            m_movedAside = aside;
             qWarning().noquote() << "Damaged settings file moved to" << aside;
+        }
     } else {
         qDebug().noquote() << "Settings loaded from" << iniPath;
     }
@@ -129,7 +132,11 @@ bool OVSettings::saveNow()
         g->save(settings);
     settings.sync();
     if (settings.status() != QSettings::NoError) {
-        const QString message = QStringLiteral("Settings could not be saved to %1").arg(m_path);
+        const QFileInfo info(m_path);
+        const QString reason = !QFileInfo(info.absolutePath()).isWritable() ? QStringLiteral("its folder cannot be written")
+            : info.exists() && !info.isWritable()                          ? QStringLiteral("the file is read-only")
+                                                                           : QStringLiteral("the file cannot be written");
+        const QString message = QStringLiteral("Settings could not be saved to %1: %2.").arg(m_path, reason);
         qWarning().noquote() << message;
         Q_EMIT saveFailed(message);
         return false;

@@ -33,6 +33,8 @@ public:
     bool open(const QString &iniPath);
     QString fileName() const { return m_path; }
     QString lastError() const { return m_lastError; }
+    // Where open() put a damaged file; empty when it did not move one.
+    QString movedAsidePath() const { return m_movedAside; }
 
     bool saveNow();
 
@@ -59,6 +61,7 @@ private:
     OVUISettings *m_ui;
     QString m_path;
     QString m_lastError;
+    QString m_movedAside;
     QTimer m_saveTimer;
     bool m_loading = false;
 };

@@ -10,6 +10,21 @@ OVUISettings::OVUISettings(QObject *parent) : OVSettingsGroup(QStringLiteral("Us
     addKey(QStringLiteral("transcriptControlWidth"), -1);
     addKey(QStringLiteral("playbackVolume"), 1);
     addKey(QStringLiteral("waveformsHeight"), -1);
+    addKey(QStringLiteral("autosave"), true);
+    addKey(QStringLiteral("autosaveMinutes"), DefaultAutosaveMinutes);
+}
+
+bool OVUISettings::autosave() const
+{
+    // INI files hold text: "true"/"false" read back as strings.
+    const QVariant v = value(QStringLiteral("autosave"));
+    return v.toString().compare(QStringLiteral("false"), Qt::CaseInsensitive) != 0 && v.toString() != QStringLiteral("0");
+}
+
+int OVUISettings::autosaveMinutes() const
+{
+    const int v = intValue(QStringLiteral("autosaveMinutes"));
+    return v >= 1 && v <= 120 ? v : DefaultAutosaveMinutes;
 }
 
 int OVUISettings::intValue(const QString &key) const

@@ -7,6 +7,8 @@ class OVUISettings : public OVSettingsGroup
 {
     Q_OBJECT
 public:
+    static constexpr int DefaultAutosaveMinutes = 5;
+
     explicit OVUISettings(QObject *parent = nullptr);
 
     QString language() const { return value(QStringLiteral("Language")).toString(); }
@@ -26,6 +28,12 @@ public:
     void setPlaybackVolume(double v) { setValue(QStringLiteral("playbackVolume"), v); }
     int waveformsHeight() const { return intValue(QStringLiteral("waveformsHeight")); }
     void setWaveformsHeight(int v) { setValue(QStringLiteral("waveformsHeight"), v); }
+
+    // Saving the open project every few minutes (when it has a file and unsaved changes).
+    bool autosave() const;
+    void setAutosave(bool on) { setValue(QStringLiteral("autosave"), on); }
+    int autosaveMinutes() const;
+    void setAutosaveMinutes(int minutes) { setValue(QStringLiteral("autosaveMinutes"), minutes); }
 
 private:
     int intValue(const QString &key) const;

@@ -10,6 +10,8 @@
 #include "settings/ovlabelingsettings.h"
 #include "timeline/ovtimelinehistory.h"
 
+#include <QDebug>
+
 #include <algorithm>
 
 using namespace OVProject;
@@ -38,6 +40,15 @@ Timeline *OVKeyboardCoder::activeTimeline(const Project *project)
 
 OVKeyboardCoder::Result OVKeyboardCoder::finish(Result r)
 {
+    // One line per coded event in the log: what a coder did is on record even when the session
+    // is killed before anything is saved.
+    if (r.changed() && m_project) {
+        const Timeline *timeline = activeTimeline(m_project);
+        if (const Segment *s = timeline ? timeline->findSegment(r.segmentId) : nullptr)
+            qDebug().noquote() << "KeyboardCoder::coded segment" << s->id() << "label:" << r.labelId
+                               << "start:" << QString::number(s->start(), 'f', 3)
+                               << "end:" << QString::number(s->end(), 'f', 3);
+    }
     if (!r.labelId.isEmpty())
         Q_EMIT coded(r);
     return r;

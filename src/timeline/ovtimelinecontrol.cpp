@@ -84,7 +84,7 @@ OVTimelineControl::OVTimelineControl(OVLabelingSettings *settings, QWidget *pare
     m_authors->setMenu(m_authorMenu);
 
     auto *load = new QPushButton(tr("Load..."), this);
-    auto *save = new QPushButton(tr("Save..."), this);
+    auto *save = new QPushButton(tr("Export Labels..."), this);
     auto *fit = new QPushButton(tr("Fit"), this);
     fit->setToolTip(tr("Show the whole video"));
     auto *more = new QToolButton(this);

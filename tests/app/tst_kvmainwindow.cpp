@@ -6,6 +6,7 @@
 #include "log/nxlogwidget.h"
 #include "project/label.h"
 #include "project/project.h"
+#include "project/ovprojectjournal.h"
 #include "project/segment.h"
 #include "project/state.h"
 #include "project/timeline.h"
@@ -18,6 +19,7 @@
 #include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
+#include "settings/ovuisettings.h"
 
 #include <QAction>
 #include <QApplication>
@@ -36,6 +38,8 @@ public:
     using KVMainWindow::KVMainWindow;
     QMessageBox::StandardButton unsavedAnswer = QMessageBox::Discard;
     QMessageBox::StandardButton crashAnswer = QMessageBox::No;
+    QMessageBox::StandardButton recoverAnswer = QMessageBox::Yes;
+    QStringList recoverTexts;
     int unsavedAsked = 0;
     int crashAsked = 0;
     QStringList errors;
@@ -52,6 +56,11 @@ protected:
     {
         ++crashAsked;
         return crashAnswer;
+    }
+    QMessageBox::StandardButton askRecoverUnsavedWork(const QString &text) override
+    {
+        recoverTexts << text;
+        return recoverAnswer;
     }
     void showError(const QString &, const QString &message) override { errors << message; }
     QString chooseOpenPath() override { return openPath; }
@@ -228,6 +237,106 @@ private Q_SLOTS:
         TestWindow reader(nullptr);
         QVERIFY(reader.loadProject(copy));
         QCOMPARE(reader.project()->title(), QString("Unsaved coding"));
+    }
+
+    void unsavedWorkIsOfferedBack_data()
+    {
+        QTest::addColumn<bool>("saved");
+        QTest::addColumn<bool>("accept");
+        QTest::newRow("saved project, taken back") << true << true;
+        QTest::newRow("never saved, taken back") << false << true;
+        QTest::newRow("declined") << true << false;
+    }
+    void unsavedWorkIsOfferedBack()
+    {
+        QFETCH(bool, saved);
+        QFETCH(bool, accept);
+        QTemporaryDir dir;
+        QString path;
+        OVProject::Id segmentId;
+        {
+            TestWindow w(nullptr);
+            w.setDataFolder(dir.path());
+            w.onNewProject();
+            if (saved) {
+                w.savePath = dir.path() + "/study.kvpr";
+                QVERIFY(w.onSaveProjectAs());
+                path = w.projectPath();
+            }
+            OVProject::Label *label = w.project()->timelineGroup()->timelines().first()->labels().at(1);
+            auto *segment = new OVProject::Segment(3.0, 4.5);
+            segmentId = segment->id();
+            label->addSegment(segment);
+            label->setName("Gaze");
+            // Gone without closing its project, as a killed session is.
+        }
+        TestWindow next(nullptr);
+        next.setDataFolder(dir.path());
+        next.recoverAnswer = accept ? QMessageBox::Yes : QMessageBox::No;
+        next.offerUnsavedWork(true);
+        QCOMPARE(next.recoverTexts.size(), 1);
+        const QString text = next.recoverTexts.first();
+        QVERIFY2(text.contains("2 changes") && text.contains("the project has 1 segment."), qPrintable(text));
+        QVERIFY2(text.contains(saved ? "with 0 segments." : "never saved"), qPrintable(text));
+        QVERIFY(next.errors.isEmpty());
+        const QStringList aside = QDir(dir.path()).entryList({ "journal-*.kvj" });
+        if (!accept) {
+            QVERIFY(!next.project());
+            QCOMPARE(aside.size(), 1); // declined work is put aside, not deleted
+            return;
+        }
+        QVERIFY(next.project());
+        QCOMPARE(next.projectPath(), path);
+        QVERIFY(next.isProjectModified());
+        OVProject::Timeline *timeline = next.project()->timelineGroup()->timelines().first();
+        QCOMPARE(timeline->labels().at(1)->name(), QString("Gaze"));
+        OVProject::Segment *back = timeline->findSegment(segmentId);
+        QVERIFY(back && back->start() == 3.0 && back->end() == 4.5);
+        // The work is in the new session's journal now, and offered again if this one dies too.
+        QVERIFY(aside.isEmpty());
+        QVERIFY(next.journal()->isActive());
+    }
+
+    void autosaveSavesOnlyChangedProjectsThatHaveAFile_data()
+    {
+        QTest::addColumn<bool>("enabled");
+        QTest::addColumn<bool>("hasFile");
+        QTest::addColumn<bool>("changed");
+        QTest::addColumn<bool>("expectSaved");
+        QTest::newRow("changed project with a file") << true << true << true << true;
+        QTest::newRow("never saved") << true << false << true << false;
+        QTest::newRow("no changes") << true << true << false << false;
+        QTest::newRow("switched off") << false << true << true << false;
+    }
+    void autosaveSavesOnlyChangedProjectsThatHaveAFile()
+    {
+        QFETCH(bool, enabled);
+        QFETCH(bool, hasFile);
+        QFETCH(bool, changed);
+        QFETCH(bool, expectSaved);
+        QTemporaryDir dir;
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        settings.ui()->setAutosave(enabled);
+        TestWindow w(&settings);
+        w.setDataFolder(dir.path());
+        w.onNewProject();
+        const QString file = dir.path() + "/auto.kvpr";
+        if (hasFile) {
+            w.savePath = file;
+            QVERIFY(w.onSaveProjectAs());
+        }
+        if (changed)
+            w.project()->setTitle("Coded on");
+        w.onAutosaveTimer();
+        QCOMPARE(w.isProjectModified(), changed && !expectSaved);
+        if (hasFile) {
+            TestWindow reader(nullptr);
+            reader.setDataFolder(dir.path() + "/reader");
+            QVERIFY(reader.loadProject(file));
+            QCOMPARE(reader.project()->title() == "Coded on", expectSaved);
+        }
+        QVERIFY(w.errors.isEmpty());
     }
 
     void codingFromTheKeyboardAndUndoThroughTheMenu()

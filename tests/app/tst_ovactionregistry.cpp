@@ -30,6 +30,36 @@ private Q_SLOTS:
         QCOMPARE(registry.action(id)->shortcut(), QKeySequence(shortcut, QKeySequence::PortableText));
     }
 
+    void standardKeysStayBesideAssignedOnes_data()
+    {
+        QTest::addColumn<int>("id");
+        QTest::addColumn<QString>("assigned"); // "-" for none
+        QTest::addColumn<QStringList>("expected");
+        QTest::newRow("save") << int(OVActionRegistry::SaveProject) << "-" << QStringList { "Ctrl+S" };
+        QTest::newRow("save with the user's key") << int(OVActionRegistry::SaveProject) << "F2" << QStringList { "F2", "Ctrl+S" };
+        QTest::newRow("open") << int(OVActionRegistry::OpenProject) << "-" << QStringList { "Ctrl+O" };
+        QTest::newRow("new") << int(OVActionRegistry::NewProject) << "-" << QStringList { "Ctrl+N" };
+        QTest::newRow("quit") << int(OVActionRegistry::CloseApplication) << "-" << QStringList { "Ctrl+Q" };
+        QTest::newRow("quit assigned the same key") << int(OVActionRegistry::CloseApplication) << "Ctrl+Q" << QStringList { "Ctrl+Q" };
+        QTest::newRow("settings keeps its own only") << int(OVActionRegistry::Settings) << "-" << QStringList { "Ctrl+Shift+S" };
+    }
+    void standardKeysStayBesideAssignedOnes()
+    {
+        QFETCH(int, id);
+        QFETCH(QString, assigned);
+        QFETCH(QStringList, expected);
+        OVKeyboardSettings keyboard;
+        if (assigned != "-")
+            keyboard.setShortcut(id, assigned);
+        OVActionRegistry registry;
+        QAction *action = registry.action(id);
+        registry.applyShortcuts(&keyboard);
+        QStringList got;
+        for (const QKeySequence &k : action->shortcuts())
+            got << k.toString(QKeySequence::PortableText);
+        QCOMPARE(got, expected);
+    }
+
     void everyDefaultParses()
     {
         // A typo in a default would silently leave its action without a key.

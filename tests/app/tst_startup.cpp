@@ -1,6 +1,7 @@
 // Starts the real executable (offscreen) with private data, config and runtime folders and checks
 // what a user and a desktop session see: log lines, single-instance hand-off, crash reports.
 #include "app/ovcommandline.h"
+#include "appsandbox.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,65 +14,7 @@
 
 namespace {
 
-class Sandbox
-{
-public:
-    Sandbox()
-    {
-        QDir root(m_dir.path());
-        root.mkpath("data");
-        root.mkpath("config");
-        root.mkpath("run");
-        QFile::setPermissions(root.filePath("run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-    QString path(const QString &rel) const { return QDir(m_dir.path()).filePath(rel); }
-    QString dataDir() const { return path("data/Kavot"); }
-    QString logPath() const { return dataDir() + "/main.log"; }
-
-    QProcessEnvironment environment() const
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        env.insert("XDG_DATA_HOME", m_dataHome.isEmpty() ? path("data") : m_dataHome);
-        env.insert("XDG_CONFIG_HOME", path("config"));
-        env.insert("XDG_RUNTIME_DIR", path("run"));
-        env.insert("HOME", m_dir.path());
-        return env;
-    }
-    void setDataHome(const QString &p) { m_dataHome = p; }
-
-    QProcess *start(const QStringList &args = {})
-    {
-        auto *p = new QProcess;
-        p->setProcessEnvironment(environment());
-        p->start(executable(), args);
-        m_processes << p;
-        return p;
-    }
-    ~Sandbox()
-    {
-        for (QProcess *p : std::as_const(m_processes)) {
-            if (p->state() != QProcess::NotRunning) {
-                p->kill();
-                p->waitForFinished(5000);
-            }
-            delete p;
-        }
-    }
-
-    QString log() const
-    {
-        QFile f(logPath());
-        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-    }
-
-    static QString executable() { return qEnvironmentVariable("KAVOT_BUILD_DIR") + "/src/app/kavot"; }
-
-private:
-    QTemporaryDir m_dir;
-    QString m_dataHome;
-    QList<QProcess *> m_processes;
-};
+using Sandbox = AppSandbox;
 
 bool terminate(QProcess *p)
 {
@@ -245,13 +188,35 @@ private Q_SLOTS:
         QCOMPARE(line.commLog(), commLog);
     }
 
+    void workOfASessionEndedFromOutsideIsOfferedAtTheNextStart()
+    {
+        Sandbox box;
+        const QString video = box.path("clip.mp4");
+        QProcess ffmpeg;
+        ffmpeg.start("ffmpeg", { "-v", "error", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=5", "-t", "2", "-y", video });
+        QVERIFY(ffmpeg.waitForFinished(60000) && ffmpeg.exitCode() == 0);
+        // A recording opened without a project makes a new one, which only exists in memory.
+        QProcess *app = box.start({ video });
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("Journal started at"), 20000);
+        QVERIFY(terminate(app));
+        QVERIFY(box.log().contains("Unsaved changes were written to the recovery copy"));
+        QVERIFY(QFile::exists(box.dataDir() + "/journal.kvj"));
+
+        QProcess *again = box.start();
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("Unsaved work found:"), 20000);
+        QVERIFY(terminate(again)); // the question is answered "no": the work is put aside, not lost
+        QVERIFY(box.log().contains("Unsaved work declined; its journal was kept as"));
+        QCOMPARE(QDir(box.dataDir()).entryList({ "journal-*.kvj" }).size(), 1);
+    }
+
     void startsDespiteBadSurroundings_data()
     {
         QTest::addColumn<QString>("setup");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("damaged settings") << "settings" << "damaged";
+        // The expected texts are what the user is told (the window logs every message it shows).
+        QTest::newRow("damaged settings") << "settings" << "The settings file was damaged. It was moved aside to";
         QTest::newRow("log file cannot be opened") << "log" << "could not be opened";
-        QTest::newRow("data folder cannot be made") << "datadir" << "Data folder cannot be made";
+        QTest::newRow("data folder cannot be made") << "datadir" << "Kavot cannot write to its data folder";
     }
     void startsDespiteBadSurroundings()
     {
