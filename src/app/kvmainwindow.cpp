@@ -33,7 +33,12 @@
 #include <QDateTime>
 #include <QFileInfo>
 #include <QLabel>
+#include <QEventLoop>
 #include <QMenuBar>
+#include <QProgressBar>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QStatusBar>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QStandardPaths>
@@ -103,6 +108,14 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     addDockWidget(Qt::BottomDockWidgetArea, m_logDock);
     m_logDock->hide();
 
+    m_saveProgress = new QProgressBar(this);
+    m_saveProgress->setObjectName(QStringLiteral("pb_save"));
+    m_saveProgress->setMaximumWidth(200);
+    m_saveProgress->setRange(0, 100);
+    m_saveProgress->setFormat(tr("Saving %p%"));
+    statusBar()->addPermanentWidget(m_saveProgress);
+    m_saveProgress->hide();
+
     createActions();
     createMenus();
     if (m_settings) {
@@ -121,6 +134,9 @@ KVMainWindow::~KVMainWindow()
     // Children (the timeline and its undo history) die after this body, while signals still reach
     // us: cut them off before the actions they update are gone.
     disconnect(m_timeline->undoStack(), nullptr, this, nullptr);
+    // A save being written is finished (the storage waits for it), but nobody is told any more.
+    if (m_storage)
+        disconnect(m_storage, nullptr, this, nullptr);
     m_timeline->setProject(nullptr);
     delete m_project;
 }
@@ -267,8 +283,7 @@ void KVMainWindow::onNewProject()
 {
     if (!onCloseProject(true))
         return;
-    delete m_storage;
-    m_storage = nullptr;
+    setStorage(nullptr);
     auto *project = new OVProject::Project;
     const QString user = currentUser();
     project->startNew(user);
@@ -291,11 +306,13 @@ void KVMainWindow::onOpenProject()
 
 bool KVMainWindow::confirmDiscardChanges()
 {
+    // A save still being written decides whether anything is left unsaved.
+    waitForSaves();
     if (!m_project || !m_modified)
         return true;
     switch (askUnsavedChanges()) {
     case QMessageBox::Save:
-        return onSaveProject();
+        return onSaveProject() && waitForSaves() && !m_modified;
     case QMessageBox::Discard:
         return true;
     default:
@@ -321,8 +338,7 @@ bool KVMainWindow::loadProject(const QString &path)
         return false;
     }
     qDebug().noquote() << "Project loaded from" << path;
-    delete m_storage;
-    m_storage = storage;
+    setStorage(storage);
     setProject(project, QFileInfo(path).absoluteFilePath());
     ensureUserTimeline();
     if (m_settings)
@@ -364,24 +380,28 @@ void KVMainWindow::ensureUserTimeline()
     updateProjectSummary();
 }
 
+void KVMainWindow::setStorage(OVLocalFileStorage *storage)
+{
+    if (m_storage) {
+        disconnect(m_storage, nullptr, this, nullptr);
+        delete m_storage;
+    }
+    m_storage = storage;
+    if (!m_storage)
+        return;
+    connect(m_storage, &OVLocalFileStorage::saveFinished, this, &KVMainWindow::onSaveFinished);
+    connect(m_storage, &OVLocalFileStorage::saveProgress, m_saveProgress, [this](qint64 written, qint64 total) {
+        m_saveProgress->setValue(total > 0 ? int(written * 100 / total) : 0);
+    });
+}
+
 bool KVMainWindow::onSaveProject()
 {
     if (!m_project)
         return false;
     if (m_projectPath.isEmpty())
         return onSaveProjectAs();
-    if (!m_storage)
-        m_storage = new OVLocalFileStorage(QString(), this);
-    const OV::Error error = m_storage->save(m_projectPath, m_project);
-    if (!error.isOk()) {
-        showError(tr("Save Project"), error.message());
-        return false;
-    }
-    qDebug().noquote() << "Project saved to" << m_projectPath;
-    setModified(false);
-    if (m_settings)
-        m_settings->recentProjects()->addProject(m_projectPath);
-    return true;
+    return startSave(m_projectPath, OVLocalFileStorage::NoSaveOptions);
 }
 
 bool KVMainWindow::onSaveProjectAs()
@@ -393,22 +413,109 @@ bool KVMainWindow::onSaveProjectAs()
         return false;
     if (!path.endsWith(QStringLiteral(".kvpr"), Qt::CaseInsensitive))
         path += QStringLiteral(".kvpr");
-    const QString previous = m_projectPath;
-    m_projectPath = QFileInfo(path).absoluteFilePath();
-    if (!onSaveProject()) {
-        m_projectPath = previous;
-        return false;
-    }
-    updateWindowTitle();
+    // The file dialog asked before a file was replaced.
+    return startSave(QFileInfo(path).absoluteFilePath(), OVLocalFileStorage::OverwriteChanges);
+}
+
+bool KVMainWindow::startSave(const QString &path, int options)
+{
+    if (!m_storage)
+        setStorage(new OVLocalFileStorage(QString(), this));
+    const quint64 ticket = m_storage->startSave(path, m_project, options);
+    m_saves.insert(ticket, { path, m_changeGeneration, m_project });
+    statusBar()->showMessage(tr("Saving %1...").arg(QFileInfo(path).fileName()));
+    m_saveProgress->setValue(0);
+    // Most saves end before anyone could read a progress bar.
+    QTimer::singleShot(400, m_saveProgress, [this] {
+        if (m_storage && m_storage->isSaving())
+            m_saveProgress->show();
+    });
     return true;
+}
+
+void KVMainWindow::onSaveFinished(quint64 ticket, const OV::Error &error, const QString &backupWarning)
+{
+    const SaveRequest request = m_saves.take(ticket);
+    m_lastSaveOk = error.isOk();
+    if (!m_storage || !m_storage->isSaving())
+        m_saveProgress->hide();
+    const bool current = request.project && request.project == m_project;
+    if (error.isOk()) {
+        qDebug().noquote() << "Project saved to" << request.path;
+        statusBar()->showMessage(tr("Saved %1").arg(QFileInfo(request.path).fileName()), 4000);
+        if (current) {
+            m_projectPath = request.path;
+            // Changes made while the file was written are still unsaved.
+            if (request.generation == m_changeGeneration)
+                setModified(false);
+            updateWindowTitle();
+            Q_EMIT projectSaved(request.path);
+        }
+        if (m_settings)
+            m_settings->recentProjects()->addProject(request.path);
+        if (!backupWarning.isEmpty())
+            showError(tr("Save Project"), backupWarning);
+        return;
+    }
+    statusBar()->clearMessage();
+    if (error.code() == OVLocalFileStorage::SaveCancelled)
+        return;
+    if (error.code() == OVLocalFileStorage::ChangedOnDisk && current) {
+        switch (askChangedFile(error.message())) {
+        case OverwriteChangedFile:
+            startSave(request.path, OVLocalFileStorage::OverwriteChanges);
+            break;
+        case SaveChangedFileAs:
+            onSaveProjectAs();
+            break;
+        case KeepChangedFile:
+            break;
+        }
+        return;
+    }
+    showError(tr("Save Project"), error.message());
+}
+
+bool KVMainWindow::waitForSaves()
+{
+    if (!m_storage || !m_storage->isSaving())
+        return m_lastSaveOk;
+    QProgressDialog progress(tr("Saving the project..."), tr("Cancel"), 0, 100, this);
+    progress.setWindowModality(Qt::WindowModal);
+    progress.setMinimumDuration(500);
+    QEventLoop loop;
+    connect(m_storage, &OVLocalFileStorage::saveProgress, &progress, [&progress](qint64 written, qint64 total) {
+        progress.setValue(total > 0 ? int(written * 100 / total) : 0);
+    });
+    // Queued: the answer to a question asked in onSaveFinished() may start another save.
+    connect(m_storage, &OVLocalFileStorage::saveFinished, &loop, [this, &loop] {
+        if (!m_storage->isSaving())
+            loop.quit();
+    }, Qt::QueuedConnection);
+    connect(&progress, &QProgressDialog::canceled, m_storage, &OVLocalFileStorage::cancelSaves);
+    loop.exec();
+    return m_lastSaveOk;
+}
+
+KVMainWindow::ChangedFileChoice KVMainWindow::askChangedFile(const QString &message)
+{
+    QMessageBox box(QMessageBox::Warning, tr("Save Project"), message, QMessageBox::Cancel, this);
+    QPushButton *overwrite = box.addButton(tr("Overwrite"), QMessageBox::DestructiveRole);
+    QPushButton *saveAs = box.addButton(tr("Save As..."), QMessageBox::AcceptRole);
+    box.setDefaultButton(saveAs);
+    box.exec();
+    if (box.clickedButton() == overwrite)
+        return OverwriteChangedFile;
+    if (box.clickedButton() == saveAs)
+        return SaveChangedFileAs;
+    return KeepChangedFile;
 }
 
 QString KVMainWindow::saveRecoveryCopy()
 {
     if (!m_project || !m_modified)
         return QString();
-    const QString folder = m_projectPath.isEmpty() ? OVLocalFileStorage::backupFolder()
-                                                   : OVLocalFileStorage::backupFolder(m_projectPath);
+    const QString folder = OVLocalFileStorage::recoveryFolder(m_projectPath);
     QDir().mkpath(folder);
     const QString base = m_projectPath.isEmpty() ? QStringLiteral("untitled") : QFileInfo(m_projectPath).completeBaseName();
     const QString path = folder + QStringLiteral("/%1-unsaved-%2.kvpr")
@@ -436,8 +543,7 @@ bool KVMainWindow::onCloseProject(bool checkForSavedChanges)
         return false;
     qDebug().noquote() << "Project closed" << m_projectPath;
     setProject(nullptr, QString());
-    delete m_storage;
-    m_storage = nullptr;
+    setStorage(nullptr);
     return true;
 }
 
@@ -470,6 +576,7 @@ void KVMainWindow::onProjectTypeChanged()
 
 void KVMainWindow::onChangeDetected()
 {
+    ++m_changeGeneration;
     // Called on every coded key press: only the first change since a save has anything to update.
     if (!m_modified)
         setModified(true);

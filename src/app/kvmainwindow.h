@@ -1,5 +1,8 @@
 #pragma once
 
+#include "log/overror.h"
+
+#include <QHash>
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPointer>
@@ -15,6 +18,7 @@ class NXLogWidget;
 class QDockWidget;
 class QLabel;
 class QMenu;
+class QProgressBar;
 class QSplitter;
 
 namespace OVProject {
@@ -45,10 +49,18 @@ public:
     // Writes the open project, if it has unsaved changes, into the backup folder without touching
     // its own file: used when the session ends without asking (logout, SIGTERM). Returns the path.
     QString saveRecoveryCopy();
+    // Returns once every save asked for has ended, showing progress if that takes long; true when
+    // the last one worked. Saving runs on a worker: onSaveProject() only starts it.
+    bool waitForSaves();
+
+    // What the user wants when the file changed on disk since it was opened or saved.
+    enum ChangedFileChoice { OverwriteChangedFile, SaveChangedFileAs, KeepChangedFile };
 
 Q_SIGNALS:
     void projectOpened();
     void projectClosed();
+    // The open project was written to `path` (as it was when the save was asked for).
+    void projectSaved(const QString &path);
 
 public Q_SLOTS:
     // project
@@ -99,6 +111,7 @@ protected:
     virtual QString chooseOpenPath();
     virtual QString chooseSavePath();
     virtual QString chooseMediaPath();
+    virtual ChangedFileChoice askChangedFile(const QString &message);
 
 private:
     void createActions();
@@ -106,6 +119,9 @@ private:
     void setProject(OVProject::Project *project, const QString &path);
     // Asks about unsaved changes of the open project; false when the user cancels (or a save fails).
     bool confirmDiscardChanges();
+    bool startSave(const QString &path, int options);
+    void onSaveFinished(quint64 ticket, const OV::Error &error, const QString &backupWarning);
+    void setStorage(OVLocalFileStorage *storage);
     // Gives the current user a timeline of their own and makes it the edited one.
     void ensureUserTimeline();
     void updateRecentProjectsMenu();
@@ -118,6 +134,18 @@ private:
     QString m_projectPath;
     OVLocalFileStorage *m_storage = nullptr;
     bool m_modified = false;
+    // Counts changes of the open project, so a save that ends clears the modified mark only
+    // when nothing changed after the state it wrote.
+    quint64 m_changeGeneration = 0;
+    struct SaveRequest
+    {
+        QString path;
+        quint64 generation = 0;
+        const OVProject::Project *project = nullptr;
+    };
+    QHash<quint64, SaveRequest> m_saves;
+    bool m_lastSaveOk = true;
+    QProgressBar *m_saveProgress = nullptr;
     QSplitter *m_mainSplitter = nullptr;
     QStackedWidget *m_playerStack = nullptr;
     QLabel *m_playerArea = nullptr;

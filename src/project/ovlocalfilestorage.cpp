@@ -259,8 +259,12 @@ void OVLocalFileStorage::startNext()
     running->job = prepare(m_pending.takeFirst());
     m_running = running;
     running->future = QtConcurrent::run(&m_pool, [this, running] { return run(running->job, &m_cancel); });
-    // Back on this thread once written; waitForSaves() may have taken the result already.
-    running->future.then(this, [this](const Outcome &) { finishRunning(); });
+    // Back on this thread once written, and never from inside startSave() (a quick failure may
+    // be finished before the continuation is attached, and would then run at once); waitForSaves()
+    // may have taken the result already.
+    running->future.then(this, [this](const Outcome &) {
+        QMetaObject::invokeMethod(this, &OVLocalFileStorage::finishRunning, Qt::QueuedConnection);
+    });
 }
 
 void OVLocalFileStorage::finishRunning()
