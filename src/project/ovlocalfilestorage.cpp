@@ -160,6 +160,7 @@ struct OVLocalFileStorage::Job
     // Set when the file is saved where it was read or last written: it must still be what it was.
     FileStamp expected;
     bool checkTarget = false;
+    QString backupFolder;
 };
 
 struct OVLocalFileStorage::Outcome
@@ -310,6 +311,7 @@ OVLocalFileStorage::Job OVLocalFileStorage::prepare(const Pending &request) cons
     job.embedFile = m_embedFile;
     job.embedChanged = m_embedChanged;
     job.embedSerial = m_embedSerial;
+    job.backupFolder = backupFolder(job.absPath);
     if (m_source && m_source->stamp.valid && m_source->path == job.absPath && !(request.options & OverwriteChanges)) {
         job.expected = m_source->stamp;
         job.checkTarget = true;
@@ -442,7 +444,7 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
     // The version about to be replaced goes to the backups first, unless it holds what was just
     // written (a save without changes).
     if (QFileInfo::exists(path) && OVProjectBackups::contentId(path) != QByteArrayLiteral("OV1:") + report.digest.toHex()) {
-        OVProjectBackups backups(backupFolder(path), QFileInfo(path).completeBaseName());
+        OVProjectBackups backups(job.backupFolder, QFileInfo(path).completeBaseName());
         QString backupWhy;
         if (!backups.add(path, &backupWhy)) {
             out.backupWarning = QStringLiteral("The project was saved, but the version it replaced could not be "
@@ -453,7 +455,7 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
     }
     if (!file.commit())
         return failed(SaveFailed, file.reason());
-    OVProjectBackups(backupFolder(path), QFileInfo(path).completeBaseName()).rotate(BackupsKept);
+    OVProjectBackups(job.backupFolder, QFileInfo(path).completeBaseName()).rotate(BackupsKept);
 
     auto source = std::make_shared<Source>();
     source->path = path;
