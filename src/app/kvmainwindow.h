@@ -9,6 +9,7 @@
 #include <QStringList>
 
 class OVActionRegistry;
+class OVCodingSnapshot;
 class OVLocalFileStorage;
 class OVSettings;
 class OVTimelineControl;
@@ -89,6 +90,10 @@ public Q_SLOTS:
     void onFileDroppedToPlayer(const QString &path);
     void onPlayerInitFinished(int errorCode);
     void onSeekRequested(double position);
+    // export
+    void onExportStatsTriggered();
+    void onExportRawDataTriggered();
+    void onMultiProjectWorkshopTriggered();
     // application
     void showAbout();
     void showSettings();
@@ -112,6 +117,9 @@ protected:
     virtual QString chooseSavePath();
     virtual QString chooseMediaPath();
     virtual ChangedFileChoice askChangedFile(const QString &message);
+    // Where an export goes; `filter` as for a file dialog. Empty when the user cancels.
+    virtual QString chooseExportPath(const QString &caption, const QString &filter);
+    virtual QStringList chooseProjectPaths();
 
 private:
     void createActions();
@@ -127,6 +135,7 @@ private:
     void updateRecentProjectsMenu();
     void updateProjectActions();
     void updateProjectSummary();
+    OVCodingSnapshot codingSnapshot() const;
 
     OVSettings *m_settings;
     OVActionRegistry *m_actions;
@@ -160,4 +169,5 @@ private:
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;
     QMenu *m_recentMenu = nullptr;
+    QAction *m_statsAction = nullptr;
 };

@@ -3,6 +3,7 @@
 #include "project/ovatomicfilewriter.h"
 #include "project/ovjsonserializer.h"
 #include "project/ovprojectbackups.h"
+#include "project/ovzipreader.h"
 #include "project/project.h"
 #include "project/projectsnapshot.h"
 #include "project/timeline.h"
@@ -21,8 +22,6 @@
 #include <QThread>
 #include <QtConcurrent/QtConcurrentRun>
 
-#include <quazip/quazip.h>
-#include <quazip/quazipfile.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -105,6 +104,35 @@ private:
     int m_fd;
     qint64 m_size = 0;
     qint64 m_offset = 0;
+};
+
+// One member of a ZIP archive, inflated as it is read (for entries carried from the older form).
+class ZipMemberReader : public QIODevice
+{
+public:
+    ZipMemberReader(int fd, const QString &name)
+        : m_file(fd)
+        , m_zip(&m_file)
+    {
+        if (m_zip.open() && m_zip.locate(name) && m_zip.openMember())
+            QIODevice::open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    }
+    bool isSequential() const override { return true; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        const qint64 n = m_zip.read(data, maxSize);
+        // A member whose data does not match its CRC is damage, not an end.
+        if (n == 0 && !m_zip.closeMember())
+            return -1;
+        return n;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    FileRegionReader m_file;
+    OVZipReader m_zip;
 };
 
 // Runs job(0)..job(count - 1) on the calling thread and a few threads of its own, and returns
@@ -365,8 +393,7 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
 
     // Carried entries come from the file as it was read, through the handle kept since.
     std::unique_ptr<FileRegionReader> sourceReader;
-    std::unique_ptr<QuaZip> sourceZip;
-    std::vector<std::unique_ptr<QuaZipFile>> zipMembers;
+    std::vector<std::unique_ptr<ZipMemberReader>> zipMembers;
     QStringList carriedNames;
     for (auto it = job.carried.cbegin(); it != job.carried.cend(); ++it) {
         if (job.embedChanged && isVideoEntry(it.key()))
@@ -382,12 +409,8 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
             sourceReader = std::make_unique<FileRegionReader>(job.source->fd);
         if (job.source->form == OVProjectContainer::ZipForm) {
             // The older form: the member is inflated as it is copied.
-            if (!sourceZip) {
-                sourceZip = std::make_unique<QuaZip>(sourceReader.get());
-                sourceZip->open(QuaZip::mdUnzip);
-            }
-            auto member = std::make_unique<QuaZipFile>(sourceZip.get());
-            if (!sourceZip->setCurrentFile(it.key()) || !member->open(QIODevice::ReadOnly))
+            auto member = std::make_unique<ZipMemberReader>(job.source->fd, it.key());
+            if (!member->isOpen())
                 return failed(SaveFailed,
                     QStringLiteral("The embedded recording \"%1\" cannot be read from %2.").arg(it.key(), job.source->path));
             entries.append({ it.key(), QByteArray(), member.get(), -1, it->size, it->digest });

@@ -4,9 +4,7 @@
 #include <QIODevice>
 #include <QtEndian>
 
-#include <quazip/quazip.h>
-#include <quazip/quazipfile.h>
-#include <quazip/quazipfileinfo.h>
+#include "project/ovzipreader.h"
 
 #include <algorithm>
 
@@ -151,32 +149,31 @@ bool OVProjectContainer::read(
 bool OVProjectContainer::readZip(
     QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error, qint64 maxMemberSize)
 {
-    QuaZip zip(in);
-    if (!zip.open(QuaZip::mdUnzip))
-        return fail(error, QStringLiteral("not a readable ZIP archive (%1)").arg(zip.getZipError()));
+    OVZipReader zip(in);
+    if (!zip.open())
+        return fail(error, QStringLiteral("not a readable ZIP archive"));
     Entries out;
     bool ok = true;
-    for (bool more = zip.goToFirstFile(); more && ok; more = zip.goToNextFile()) {
-        QuaZipFileInfo64 info;
-        if (!zip.getCurrentFileInfo(&info)) {
+    for (bool more = zip.first(); more && ok; more = zip.next()) {
+        OVZipReader::Member info;
+        if (!zip.current(&info)) {
             ok = fail(error, QStringLiteral("unreadable ZIP member"));
             break;
         }
         if (info.name.endsWith(QLatin1Char('/')))
             continue; // a folder
         Entry entry;
-        entry.size = qint64(info.uncompressedSize);
+        entry.size = info.uncompressedSize;
         if (keepInMemory && !keepInMemory(info.name)) {
             entry.inMemory = false;
             out.insert(info.name, std::move(entry));
             continue;
         }
-        if (info.uncompressedSize > quint64(maxMemberSize)) {
+        if (info.uncompressedSize > maxMemberSize) {
             ok = fail(error, QStringLiteral("ZIP member too large"));
             break;
         }
-        QuaZipFile member(&zip);
-        if (!member.open(QIODevice::ReadOnly)) {
+        if (!zip.openMember()) {
             ok = fail(error, QStringLiteral("cannot open ZIP member %1").arg(info.name));
             break;
         }
@@ -184,7 +181,7 @@ bool OVProjectContainer::readZip(
         QByteArray data;
         char buffer[65536];
         while (true) {
-            const qint64 n = member.read(buffer, sizeof buffer);
+            const qint64 n = zip.read(buffer, sizeof buffer);
             if (n < 0) {
                 ok = fail(error, QStringLiteral("damaged ZIP member %1").arg(info.name));
                 break;
@@ -197,14 +194,14 @@ bool OVProjectContainer::readZip(
             }
             data.append(buffer, qsizetype(n));
         }
-        member.close();
-        if (ok && member.getZipError() != UNZ_OK)
+        if (!zip.closeMember() && ok)
             ok = fail(error, QStringLiteral("damaged ZIP member %1 (CRC)").arg(info.name));
         entry.size = data.size();
         entry.data = std::move(data);
         out.insert(info.name, std::move(entry));
     }
-    zip.close();
+    if (ok && zip.error() != 0)
+        ok = fail(error, QStringLiteral("damaged ZIP directory"));
     if (!ok)
         return false;
     *entries = std::move(out);
