@@ -42,7 +42,12 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
+#include <QEventLoop>
 #include <QMenuBar>
+#include <QProgressBar>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QStatusBar>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QStatusBar>
@@ -161,6 +166,14 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_autosaveTimer = new QTimer(this);
     connect(m_autosaveTimer, &QTimer::timeout, this, &KVMainWindow::onAutosaveTimer);
 
+    m_saveProgress = new QProgressBar(this);
+    m_saveProgress->setObjectName(QStringLiteral("pb_save"));
+    m_saveProgress->setMaximumWidth(200);
+    m_saveProgress->setRange(0, 100);
+    m_saveProgress->setFormat(tr("Saving %p%"));
+    statusBar()->addPermanentWidget(m_saveProgress);
+    m_saveProgress->hide();
+
     createActions();
     createMenus();
     if (m_settings) {
@@ -181,6 +194,9 @@ KVMainWindow::~KVMainWindow()
     // The project (and its history) goes before the children whose actions its signals update.
     if (m_project)
         disconnect(m_project->history(), nullptr, this, nullptr);
+    // A save being written is finished (the storage waits for it), but nobody is told any more.
+    if (m_storage)
+        disconnect(m_storage, nullptr, this, nullptr);
     m_timeline->setProject(nullptr);
     // The journal stays on disk: a window torn down without closing its project (the session
     // was ended from outside) leaves its changes to be offered at the next start.
@@ -479,29 +495,17 @@ void KVMainWindow::onAutosaveTimer()
     // Not under a question on screen: the user is deciding something about this project.
     if (QApplication::activeModalWidget())
         return;
-    if (!m_storage)
-        m_storage = new OVLocalFileStorage(QString(), this);
-    const quint64 snapshot = m_journal->lastSequence();
-    const OV::Error error = m_storage->save(m_projectPath, m_project);
-    if (!error.isOk()) {
-        qWarning().noquote() << "Autosave of" << m_projectPath << "failed:" << error.message();
-        // Once until a save succeeds again; a message every few minutes would only be in the way.
-        if (!std::exchange(m_autosaveProblemShown, true))
-            showError(tr("Autosave"), tr("The project could not be saved automatically.\n\n%1").arg(error.message()));
+    // One save at a time is enough: a save already under way holds nearly the same state.
+    if (m_storage && m_storage->isSaving())
         return;
-    }
-    qDebug().noquote() << "Project saved automatically to" << m_projectPath;
-    m_autosaveProblemShown = false;
-    m_journal->rebase(m_projectPath, snapshot);
-    setModified(false);
+    startSave(m_projectPath, OVLocalFileStorage::NoSaveOptions, true);
 }
 
 void KVMainWindow::onNewProject()
 {
     if (!onCloseProject(true))
         return;
-    delete m_storage;
-    m_storage = nullptr;
+    setStorage(nullptr);
     auto *project = new OVProject::Project;
     const QString user = currentUser();
     project->startNew(user);
@@ -524,11 +528,13 @@ void KVMainWindow::onOpenProject()
 
 bool KVMainWindow::confirmDiscardChanges()
 {
+    // A save still being written decides whether anything is left unsaved.
+    waitForSaves();
     if (!m_project || !m_modified)
         return true;
     switch (askUnsavedChanges()) {
     case QMessageBox::Save:
-        return onSaveProject();
+        return onSaveProject() && waitForSaves() && !m_modified;
     case QMessageBox::Discard:
         return true;
     default:
@@ -554,8 +560,7 @@ bool KVMainWindow::loadProject(const QString &path)
         return false;
     }
     qDebug().noquote() << "Project loaded from" << path;
-    delete m_storage;
-    m_storage = storage;
+    setStorage(storage);
     setProject(project, QFileInfo(path).absoluteFilePath());
     ensureUserTimeline();
     if (m_settings)
@@ -607,28 +612,28 @@ void KVMainWindow::ensureUserTimeline()
     updateProjectSummary();
 }
 
+void KVMainWindow::setStorage(OVLocalFileStorage *storage)
+{
+    if (m_storage) {
+        disconnect(m_storage, nullptr, this, nullptr);
+        delete m_storage;
+    }
+    m_storage = storage;
+    if (!m_storage)
+        return;
+    connect(m_storage, &OVLocalFileStorage::saveFinished, this, &KVMainWindow::onSaveFinished);
+    connect(m_storage, &OVLocalFileStorage::saveProgress, m_saveProgress, [this](qint64 written, qint64 total) {
+        m_saveProgress->setValue(total > 0 ? int(written * 100 / total) : 0);
+    });
+}
+
 bool KVMainWindow::onSaveProject()
 {
     if (!m_project)
         return false;
     if (m_projectPath.isEmpty())
         return onSaveProjectAs();
-    if (!m_storage)
-        m_storage = new OVLocalFileStorage(QString(), this);
-    const quint64 snapshot = m_journal->lastSequence();
-    const OV::Error error = m_storage->save(m_projectPath, m_project);
-    if (!error.isOk()) {
-        showError(tr("Save Project"), error.message());
-        return false;
-    }
-    qDebug().noquote() << "Project saved to" << m_projectPath;
-    m_autosaveProblemShown = false;
-    // The file holds everything up to the snapshot now; the journal keeps only what came after.
-    m_journal->rebase(m_projectPath, snapshot);
-    setModified(false);
-    if (m_settings)
-        m_settings->recentProjects()->addProject(m_projectPath);
-    return true;
+    return startSave(m_projectPath, OVLocalFileStorage::NoSaveOptions);
 }
 
 bool KVMainWindow::onSaveProjectAs()
@@ -640,22 +645,125 @@ bool KVMainWindow::onSaveProjectAs()
         return false;
     if (!path.endsWith(QStringLiteral(".kvpr"), Qt::CaseInsensitive))
         path += QStringLiteral(".kvpr");
-    const QString previous = m_projectPath;
-    m_projectPath = QFileInfo(path).absoluteFilePath();
-    if (!onSaveProject()) {
-        m_projectPath = previous;
-        return false;
-    }
-    updateWindowTitle();
+    // The file dialog asked before a file was replaced.
+    return startSave(QFileInfo(path).absoluteFilePath(), OVLocalFileStorage::OverwriteChanges);
+}
+
+bool KVMainWindow::startSave(const QString &path, int options, bool autosave)
+{
+    if (!m_storage)
+        setStorage(new OVLocalFileStorage(QString(), this));
+    // What the file will hold: the history's state, the journal's last record and the changes
+    // outside the history as they are now. Whatever comes later stays unsaved.
+    SaveRequest request { path, m_changeGeneration, m_project, m_journal->lastSequence(),
+        m_project->history()->mark(), autosave };
+    const quint64 ticket = m_storage->startSave(path, m_project, options);
+    m_saves.insert(ticket, request);
+    statusBar()->showMessage(tr("Saving %1...").arg(QFileInfo(path).fileName()));
+    m_saveProgress->setValue(0);
+    // Most saves end before anyone could read a progress bar.
+    QTimer::singleShot(400, m_saveProgress, [this] {
+        if (m_storage && m_storage->isSaving())
+            m_saveProgress->show();
+    });
     return true;
+}
+
+void KVMainWindow::onSaveFinished(quint64 ticket, const OV::Error &error, const QString &backupWarning)
+{
+    const SaveRequest request = m_saves.take(ticket);
+    m_lastSaveOk = error.isOk();
+    if (!m_storage || !m_storage->isSaving())
+        m_saveProgress->hide();
+    const bool current = request.project && request.project == m_project;
+    if (error.isOk()) {
+        qDebug().noquote() << (request.autosave ? "Project saved automatically to" : "Project saved to") << request.path;
+        statusBar()->showMessage(tr("Saved %1").arg(QFileInfo(request.path).fileName()), 4000);
+        m_autosaveProblemShown = false;
+        if (current) {
+            m_projectPath = request.path;
+            // The file holds everything up to the snapshot; the journal keeps only what came after.
+            m_journal->rebase(request.path, request.journalSequence);
+            // Changes made while the file was written are still unsaved.
+            m_project->history()->setClean(request.historyMark);
+            if (request.generation == m_changeGeneration)
+                m_unrecordedChanges = false;
+            applyModified();
+            updateWindowTitle();
+            Q_EMIT projectSaved(request.path);
+        }
+        if (m_settings)
+            m_settings->recentProjects()->addProject(request.path);
+        if (!backupWarning.isEmpty())
+            showError(tr("Save Project"), backupWarning);
+        return;
+    }
+    statusBar()->clearMessage();
+    if (error.code() == OVLocalFileStorage::SaveCancelled)
+        return;
+    if (request.autosave) {
+        qWarning().noquote() << "Autosave of" << request.path << "failed:" << error.message();
+        // Once until a save succeeds again; a message every few minutes would only be in the way.
+        if (!std::exchange(m_autosaveProblemShown, true))
+            showError(tr("Autosave"), tr("The project could not be saved automatically.\n\n%1").arg(error.message()));
+        return;
+    }
+    if (error.code() == OVLocalFileStorage::ChangedOnDisk && current) {
+        switch (askChangedFile(error.message())) {
+        case OverwriteChangedFile:
+            startSave(request.path, OVLocalFileStorage::OverwriteChanges);
+            break;
+        case SaveChangedFileAs:
+            onSaveProjectAs();
+            break;
+        case KeepChangedFile:
+            break;
+        }
+        return;
+    }
+    showError(tr("Save Project"), error.message());
+}
+
+bool KVMainWindow::waitForSaves()
+{
+    if (!m_storage || !m_storage->isSaving())
+        return m_lastSaveOk;
+    QProgressDialog progress(tr("Saving the project..."), tr("Cancel"), 0, 100, this);
+    progress.setWindowModality(Qt::WindowModal);
+    progress.setMinimumDuration(500);
+    QEventLoop loop;
+    connect(m_storage, &OVLocalFileStorage::saveProgress, &progress, [&progress](qint64 written, qint64 total) {
+        progress.setValue(total > 0 ? int(written * 100 / total) : 0);
+    });
+    // Queued: the answer to a question asked in onSaveFinished() may start another save.
+    connect(m_storage, &OVLocalFileStorage::saveFinished, &loop, [this, &loop] {
+        if (!m_storage->isSaving())
+            loop.quit();
+    }, Qt::QueuedConnection);
+    connect(&progress, &QProgressDialog::canceled, m_storage, &OVLocalFileStorage::cancelSaves);
+    loop.exec();
+    return m_lastSaveOk;
+}
+
+KVMainWindow::ChangedFileChoice KVMainWindow::askChangedFile(const QString &message)
+{
+    QMessageBox box(QMessageBox::Warning, tr("Save Project"), message, QMessageBox::Cancel, this);
+    QPushButton *overwrite = box.addButton(tr("Overwrite"), QMessageBox::DestructiveRole);
+    QPushButton *saveAs = box.addButton(tr("Save As..."), QMessageBox::AcceptRole);
+    box.setDefaultButton(saveAs);
+    box.exec();
+    if (box.clickedButton() == overwrite)
+        return OverwriteChangedFile;
+    if (box.clickedButton() == saveAs)
+        return SaveChangedFileAs;
+    return KeepChangedFile;
 }
 
 QString KVMainWindow::saveRecoveryCopy()
 {
     if (!m_project || !m_modified)
         return QString();
-    const QString folder = m_projectPath.isEmpty() ? OVLocalFileStorage::backupFolder()
-                                                   : OVLocalFileStorage::backupFolder(m_projectPath);
+    const QString folder = OVLocalFileStorage::recoveryFolder(m_projectPath);
     QDir().mkpath(folder);
     const QString base = m_projectPath.isEmpty() ? QStringLiteral("untitled") : QFileInfo(m_projectPath).completeBaseName();
     const QString path = folder + QStringLiteral("/%1-unsaved-%2.kvpr")
@@ -684,8 +792,7 @@ bool KVMainWindow::onCloseProject(bool checkForSavedChanges)
         return false;
     qDebug().noquote() << "Project closed" << m_projectPath;
     setProject(nullptr, QString());
-    delete m_storage;
-    m_storage = nullptr;
+    setStorage(nullptr);
     return true;
 }
 
@@ -719,10 +826,11 @@ void KVMainWindow::onProjectTypeChanged()
 void KVMainWindow::onChangeDetected()
 {
     // The history's own steps are judged by its clean state (so undoing back to the saved state
-    // clears the mark); a change made outside it stays until the next save.
+    // clears the mark); a change made outside it stays until a save that began after it.
     if (m_project && m_project->history()->isApplying())
         return;
     m_unrecordedChanges = true;
+    ++m_changeGeneration;
     if (!m_modified)
         setModified(true);
 }

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "log/overror.h"
+#include "project/history.h"
+
+#include <QHash>
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPointer>
@@ -18,6 +22,7 @@ class NXLogWidget;
 class QDockWidget;
 class QLabel;
 class QMenu;
+class QProgressBar;
 class QSplitter;
 
 namespace OVProject {
@@ -50,6 +55,12 @@ public:
     // Writes the open project, if it has unsaved changes, into the backup folder without touching
     // its own file: used when the session ends without asking (logout, SIGTERM). Returns the path.
     QString saveRecoveryCopy();
+    // Returns once every save asked for has ended, showing progress if that takes long; true when
+    // the last one worked. Saving runs on a worker: onSaveProject() only starts it.
+    bool waitForSaves();
+
+    // What the user wants when the file changed on disk since it was opened or saved.
+    enum ChangedFileChoice { OverwriteChangedFile, SaveChangedFileAs, KeepChangedFile };
 
     // Where the journal of unsaved changes lives; the per-user data folder unless set.
     QString dataFolder() const { return m_dataFolder; }
@@ -69,6 +80,8 @@ public Q_SLOTS:
 Q_SIGNALS:
     void projectOpened();
     void projectClosed();
+    // The open project was written to `path` (as it was when the save was asked for).
+    void projectSaved(const QString &path);
 
 public Q_SLOTS:
     // project
@@ -127,6 +140,7 @@ protected:
     virtual QString chooseOpenPath();
     virtual QString chooseSavePath();
     virtual QString chooseMediaPath();
+    virtual ChangedFileChoice askChangedFile(const QString &message);
     // Where an export goes; `filter` as for a file dialog. Empty when the user cancels.
     virtual QString chooseExportPath(const QString &caption, const QString &filter);
     virtual QStringList chooseProjectPaths();
@@ -140,6 +154,9 @@ private:
     void updateAutosave();
     // Asks about unsaved changes of the open project; false when the user cancels (or a save fails).
     bool confirmDiscardChanges();
+    bool startSave(const QString &path, int options, bool autosave = false);
+    void onSaveFinished(quint64 ticket, const OV::Error &error, const QString &backupWarning);
+    void setStorage(OVLocalFileStorage *storage);
     // Gives the current user a timeline of their own and makes it the edited one.
     void ensureUserTimeline();
     void updateRecentProjectsMenu();
@@ -158,6 +175,21 @@ private:
     bool m_modified = false;
     // A change since the last save that is not a step of the history (a new recording, the header).
     bool m_unrecordedChanges = false;
+    // Counts the changes outside the history, so a save that ends clears them only when none
+    // came after the state it wrote.
+    quint64 m_changeGeneration = 0;
+    struct SaveRequest
+    {
+        QString path;
+        quint64 generation = 0;
+        const OVProject::Project *project = nullptr;
+        quint64 journalSequence = 0;
+        OVProject::History::Mark historyMark;
+        bool autosave = false;
+    };
+    QHash<quint64, SaveRequest> m_saves;
+    bool m_lastSaveOk = true;
+    QProgressBar *m_saveProgress = nullptr;
     QSplitter *m_mainSplitter = nullptr;
     QStackedWidget *m_playerStack = nullptr;
     QLabel *m_playerArea = nullptr;

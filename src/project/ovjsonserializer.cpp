@@ -2,6 +2,7 @@
 
 #include "project/label.h"
 #include "project/project.h"
+#include "project/projectsnapshot.h"
 #include "project/segment.h"
 #include "project/segmentgroup.h"
 #include "project/timeline.h"
@@ -171,29 +172,25 @@ Json::Value strList(const QStringList &list)
     return arr;
 }
 
-Json::Value segmentObject(const Segment *s)
+Json::Value labelObject(const ProjectSnapshot::LabelData &l, bool withSortOrder)
 {
     Json::Value o(Json::objectValue);
-    o["id"] = str(s->id());
-    o["desc"] = str(s->description());
-    o["start"] = str(OVJsonSerializer::formatTime(s->start()));
-    o["end"] = str(OVJsonSerializer::formatTime(s->end()));
-    return o;
-}
-
-Json::Value labelObject(const Label *l, bool withSortOrder)
-{
-    Json::Value o(Json::objectValue);
-    o["id"] = str(l->id());
-    o["name"] = str(l->name());
-    o["desc"] = str(l->description());
-    o["color"] = str(QString::number(l->color().rgba()));
-    o["key"] = str(QString::number(l->key().unicode()));
+    o["id"] = str(l.id);
+    o["name"] = str(l.name);
+    o["desc"] = str(l.description);
+    o["color"] = str(QString::number(l.rgba));
+    o["key"] = str(QString::number(l.key));
     if (withSortOrder)
-        o["sortOrder"] = str(QString::number(l->sortOrder()));
+        o["sortOrder"] = str(QString::number(l.sortOrder));
     Json::Value segs(Json::arrayValue);
-    for (const Segment *s : l->segments())
-        segs.append(segmentObject(s));
+    for (const ProjectSnapshot::SegmentData &s : l.segments) {
+        Json::Value so(Json::objectValue);
+        so["id"] = str(s.id);
+        so["desc"] = str(s.description);
+        so["start"] = str(OVJsonSerializer::formatTime(s.start));
+        so["end"] = str(OVJsonSerializer::formatTime(s.end));
+        segs.append(std::move(so));
+    }
     o["segments"] = std::move(segs);
     return o;
 }
@@ -244,22 +241,27 @@ static std::string compactJson(const Json::Value &root)
 
 QByteArray OVJsonSerializer::writeProject(const Project *p) const
 {
+    return writeProject(ProjectSnapshot::header(p));
+}
+
+QByteArray OVJsonSerializer::writeProject(const ProjectSnapshot::HeaderData &p) const
+{
     Json::Value root(Json::objectValue);
-    root["title"] = str(p->title());
-    root["desc"] = str(p->description());
-    root["id"] = str(p->id());
-    root["timeline_ids"] = strList(p->timelineIds());
-    root["video_id"] = str(QString::number(p->videoId()));
-    root["video_path"] = str(p->videoPath());
-    root["userelpath"] = str(p->useRelativePath() ? QStringLiteral("1") : QStringLiteral("0"));
-    root["online_id"] = Json::Value(Json::Int64(p->onlineId()));
-    root["project_type"] = Json::Value(p->projectType());
-    root["max_text_lw"] = Json::Value(p->maxTextWidth());
-    root["owner"] = str(p->owner());
-    root["offlineUser"] = str(p->offlineUser());
+    root["title"] = str(p.title);
+    root["desc"] = str(p.description);
+    root["id"] = str(p.id);
+    root["timeline_ids"] = strList(p.timelineIds);
+    root["video_id"] = str(QString::number(p.videoId));
+    root["video_path"] = str(p.videoPath);
+    root["userelpath"] = str(p.useRelativePath ? QStringLiteral("1") : QStringLiteral("0"));
+    root["online_id"] = Json::Value(Json::Int64(p.onlineId));
+    root["project_type"] = Json::Value(p.projectType);
+    root["max_text_lw"] = Json::Value(p.maxTextWidth);
+    root["owner"] = str(p.owner);
+    root["offlineUser"] = str(p.offlineUser);
     // Not one of the original members: readers that do not know it ignore it, and a file without
     // it reads as "no video length known yet".
-    root["video_length"] = str(formatTime(p->videoLength()));
+    root["video_length"] = str(formatTime(p.videoLength));
     return finish(compactJson(root));
 }
 
@@ -287,45 +289,49 @@ bool OVJsonSerializer::readProject(const QByteArray &data, Project *p) const
 
 QByteArray OVJsonSerializer::writeTimeline(const Timeline *t) const
 {
+    return writeTimeline(ProjectSnapshot::timeline(t));
+}
+
+QByteArray OVJsonSerializer::writeTimeline(const ProjectSnapshot::TimelineData &t) const
+{
     Json::Value root(Json::objectValue);
-    root["id"] = str(t->id());
-    root["owner"] = str(t->owner());
-    root["isBlind"] = str(t->isBlind() ? QStringLiteral("1") : QStringLiteral("0"));
+    root["id"] = str(t.id);
+    root["owner"] = str(t.owner);
+    root["isBlind"] = str(t.blind ? QStringLiteral("1") : QStringLiteral("0"));
     Json::Value labels(Json::arrayValue);
-    for (const Label *l : t->labels())
+    for (const ProjectSnapshot::LabelData &l : t.labels)
         labels.append(labelObject(l, true));
     root["labels"] = std::move(labels);
 
     Json::Value utterances(Json::arrayValue);
-    for (const Utterance *u : t->utterances()) {
+    for (const ProjectSnapshot::UtteranceData &u : t.utterances) {
         Json::Value o(Json::objectValue);
-        o["id"] = str(u->id());
-        o["text"] = str(u->text());
-        o["speaker"] = str(u->speaker());
-        o["startTime"] = str(formatTime(u->startTime()));
-        o["endTime"] = str(formatTime(u->endTime()));
+        o["id"] = str(u.id);
+        o["text"] = str(u.text);
+        o["speaker"] = str(u.speaker);
+        o["startTime"] = str(formatTime(u.start));
+        o["endTime"] = str(formatTime(u.end));
         utterances.append(std::move(o));
     }
     root["utterances"] = std::move(utterances);
 
     Json::Value groups(Json::arrayValue);
-    for (const SegmentGroup *g : t->segmentGroups()) {
+    for (const ProjectSnapshot::GroupData &g : t.groups) {
         Json::Value o(Json::objectValue);
-        o["id"] = str(g->id());
-        o["name"] = str(g->name());
-        o["segids"] = strList(g->segmentIds());
+        o["id"] = str(g.id);
+        o["name"] = str(g.name);
+        o["segids"] = strList(g.segmentIds);
         groups.append(std::move(o));
     }
     root["segment_groups"] = std::move(groups);
 
-    root["hidden_segments"] = strList(t->hiddenSegments());
-    root["hidden_labels"] = strList(t->hiddenLabels());
-    root["hidden_utterances"] = strList(t->hiddenUtterances());
-    root["hidden_uttusers"] = strList(t->hiddenUtteranceUsers());
+    root["hidden_segments"] = strList(t.hiddenSegments);
+    root["hidden_labels"] = strList(t.hiddenLabels);
+    root["hidden_utterances"] = strList(t.hiddenUtterances);
+    root["hidden_uttusers"] = strList(t.hiddenUtteranceUsers);
 
     Json::Value binary(Json::arrayValue);
-    const auto &data = t->binaryData();
-    for (auto it = data.cbegin(); it != data.cend(); ++it) {
+    for (auto it = t.binaryData.cbegin(); it != t.binaryData.cend(); ++it) {
         Json::Value o(Json::objectValue);
         o["key"] = str(it.key());
         o["data"] = Json::Value(it.value().toBase64().toStdString());
@@ -408,7 +414,7 @@ QByteArray OVJsonSerializer::writeLabelSet(const QList<Label *> &labels) const
     Json::Value root(Json::objectValue);
     Json::Value arr(Json::arrayValue);
     for (const Label *l : labels)
-        arr.append(labelObject(l, false));
+        arr.append(labelObject(ProjectSnapshot::label(l), false));
     root["labels"] = std::move(arr);
     return finish(compactJson(root));
 }

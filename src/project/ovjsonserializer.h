@@ -1,6 +1,7 @@
 #pragma once
 
 #include "log/overror.h"
+#include "project/projectsnapshot.h"
 #include "project/serializer.h"
 
 #include <QString>
@@ -30,6 +31,9 @@ public:
     bool readProject(const QByteArray &data, OVProject::Project *project) const override;
     QByteArray writeTimeline(const OVProject::Timeline *timeline) const override;
     bool readTimeline(const QByteArray &data, OVProject::Timeline *timeline) const override;
+    // The same documents from a snapshot, so that they can be made off the GUI thread.
+    QByteArray writeProject(const OVProject::ProjectSnapshot::HeaderData &header) const;
+    QByteArray writeTimeline(const OVProject::ProjectSnapshot::TimelineData &timeline) const;
     QByteArray writeLabelSet(const QList<OVProject::Label *> &labels) const override;
     bool readLabelSet(const QByteArray &data, QList<OVProject::Label *> *labels) const override;
 

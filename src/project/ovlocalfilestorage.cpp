@@ -1,7 +1,11 @@
 #include "project/ovlocalfilestorage.h"
 
+#include "project/ovatomicfilewriter.h"
 #include "project/ovjsonserializer.h"
+#include "project/ovprojectbackups.h"
+#include "project/ovzipreader.h"
 #include "project/project.h"
+#include "project/projectsnapshot.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
 
@@ -11,14 +15,17 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QFuture>
+#include <QMetaObject>
 #include <QSaveFile>
 #include <QStandardPaths>
 #include <QThread>
+#include <QtConcurrent/QtConcurrentRun>
 
-#ifdef Q_OS_UNIX
+
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
-#endif
 
 #include <atomic>
 #include <functional>
@@ -34,53 +41,99 @@ const QString ProjectEntry = QStringLiteral("project.json");
 const QString TimelineFolder = QStringLiteral("timelines/");
 const QString JsonSuffix = QStringLiteral(".json");
 
-// Passes writes through to `target` and fails once `limit` bytes have gone through (for tests
-// that need a save to break half-way).
-class WriteLimiter : public QIODevice
+// Where a file is and what it was when last seen: a different inode, size or modification time
+// means someone else changed or replaced it.
+struct FileStamp
+{
+    bool valid = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    qint64 size = 0;
+    qint64 mtimeNs = 0;
+
+    bool operator==(const FileStamp &) const = default;
+
+    static FileStamp of(const struct stat &st)
+    {
+        return { true, st.st_dev, st.st_ino, qint64(st.st_size), qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec };
+    }
+    // errno in `error` when there is no stamp.
+    static FileStamp ofPath(const QString &path, int *error)
+    {
+        struct stat st {};
+        if (::stat(QFile::encodeName(path).constData(), &st) == 0)
+            return of(st);
+        *error = errno;
+        return FileStamp();
+    }
+};
+
+// Random-access reads of an open file by position (pread), so a worker can copy from it while
+// nothing else moves a shared file offset, and whether or not the file still has a name.
+class FileRegionReader : public QIODevice
 {
 public:
-    WriteLimiter(QIODevice *target, qint64 limit)
-        : m_target(target)
-        , m_limit(limit)
+    explicit FileRegionReader(int fd)
+        : m_fd(fd)
     {
+        struct stat st {};
+        m_size = ::fstat(fd, &st) == 0 ? qint64(st.st_size) : 0;
+        QIODevice::open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    }
+    qint64 size() const override { return m_size; }
+    bool seek(qint64 pos) override
+    {
+        m_offset = pos;
+        return QIODevice::seek(pos);
     }
 
 protected:
-    qint64 readData(char *, qint64) override { return -1; }
-    qint64 writeData(const char *data, qint64 len) override
+    qint64 readData(char *data, qint64 maxSize) override
     {
-        if (m_limit >= 0 && m_written + len > m_limit) {
-            const qint64 allowed = m_limit - m_written;
-            if (allowed > 0)
-                m_written += m_target->write(data, allowed);
-            setErrorString(QStringLiteral("injected write failure"));
-            return -1;
-        }
-        const qint64 n = m_target->write(data, len);
+        ssize_t n;
+        do
+            n = ::pread(m_fd, data, size_t(maxSize), off_t(m_offset));
+        while (n < 0 && errno == EINTR);
         if (n > 0)
-            m_written += n;
-        return n;
+            m_offset += n;
+        return n < 0 ? -1 : qint64(n);
     }
+    qint64 writeData(const char *, qint64) override { return -1; }
 
 private:
-    QIODevice *m_target;
-    qint64 m_limit;
-    qint64 m_written = 0;
+    int m_fd;
+    qint64 m_size = 0;
+    qint64 m_offset = 0;
 };
 
-void syncFolder(const QString &folder)
+// One member of a ZIP archive, inflated as it is read (for entries carried from the older form).
+class ZipMemberReader : public QIODevice
 {
-#ifdef Q_OS_UNIX
-    // The rename is only durable once the folder's entry is on disk too.
-    const int fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
+public:
+    ZipMemberReader(int fd, const QString &name)
+        : m_file(fd)
+        , m_zip(&m_file)
+    {
+        if (m_zip.open() && m_zip.locate(name) && m_zip.openMember())
+            QIODevice::open(QIODevice::ReadOnly | QIODevice::Unbuffered);
     }
-#else
-    Q_UNUSED(folder);
-#endif
-}
+    bool isSequential() const override { return true; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        const qint64 n = m_zip.read(data, maxSize);
+        // A member whose data does not match its CRC is damage, not an end.
+        if (n == 0 && !m_zip.closeMember())
+            return -1;
+        return n;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    FileRegionReader m_file;
+    OVZipReader m_zip;
+};
 
 // Runs job(0)..job(count - 1) on the calling thread and a few threads of its own, and returns
 // when all are done. Own threads, so that a save never waits behind long work of other parts in
@@ -105,10 +158,66 @@ QString timelineEntry(const Id &id) { return TimelineFolder + id + JsonSuffix; }
 
 } // namespace
 
+// The file a project was last read from or written to, held open.
+struct OVLocalFileStorage::Source
+{
+    QString path;
+    int fd = -1;
+    FileStamp stamp;
+    OVProjectContainer::Form form = OVProjectContainer::UnknownForm;
+
+    ~Source()
+    {
+        if (fd >= 0)
+            ::close(fd);
+    }
+};
+
+// Everything a save needs, gathered on the storage's thread so the worker touches nothing else.
+struct OVLocalFileStorage::Job
+{
+    Pending request;
+    QString absPath;
+    bool compress = true;
+    int level = 9;
+    std::shared_ptr<const Source> source;
+    OVProjectContainer::Entries carried;
+    QString embedFile;
+    bool embedChanged = false;
+    quint64 embedSerial = 0;
+    // Set when the file is saved where it was read or last written: it must still be what it was.
+    FileStamp expected;
+    bool checkTarget = false;
+    QString backupFolder;
+};
+
+struct OVLocalFileStorage::Outcome
+{
+    OV::Error error;
+    QString backupWarning;
+    std::shared_ptr<const Source> source;
+    OVProjectContainer::Entries carried;
+};
+
+struct OVLocalFileStorage::Running
+{
+    Job job;
+    QFuture<Outcome> future;
+};
+
 OVLocalFileStorage::OVLocalFileStorage(const QString &path, QObject *parent)
     : OVProject::StorageInterface(parent)
     , m_path(path)
 {
+    // Saves of one storage are written one after the other.
+    m_pool.setMaxThreadCount(1);
+}
+
+OVLocalFileStorage::~OVLocalFileStorage()
+{
+    m_pending.clear();
+    if (m_running)
+        m_running->future.waitForFinished();
 }
 
 bool OVLocalFileStorage::isDocumentEntry(const QString &name)
@@ -135,116 +244,293 @@ void OVLocalFileStorage::setEmbeddedVideo(const QString &videoFile)
 {
     m_embedFile = videoFile;
     m_embedChanged = true;
+    ++m_embedSerial;
 }
 
-OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
+QIODevice *OVLocalFileStorage::outputDevice(OVAtomicFileWriter *file) const { return file; }
+
+OV::Error OVLocalFileStorage::save(const QString &path, Project *project, int options)
 {
-    const OV::Error failed(SaveFailed, QStringLiteral("Failed to save project to:\n") + path);
     if (path.isEmpty() || !project)
-        return failed;
-    const QFileInfo info(path);
-    const QString absPath = info.absoluteFilePath();
-    const QString folder = info.absolutePath();
+        return OV::Error(SaveFailed, QStringLiteral("Failed to save project to:\n") + path);
+    // Earlier saves first: the file must end up holding the newest state.
+    waitForSaves();
+    const Job job = prepare({ {}, path, std::make_shared<const ProjectSnapshot>(project), options });
+    Outcome outcome = run(job, nullptr);
+    apply(job, outcome);
+    return outcome.error;
+}
 
-    // Work on a copy of the header: the timeline ids come from the group, the video path may
-    // become relative, and the open project must not see either change.
-    Project header;
-    header.copyFrom(project);
-    const QList<Timeline *> timelines = project->timelineGroup()->timelines();
-    QList<Id> ids;
-    for (const Timeline *t : timelines)
-        ids.append(t->id());
-    header.setTimelineIds(ids);
-    if (header.useRelativePath() && !header.videoPath().isEmpty()
-        && !QDir::isRelativePath(header.videoPath()))
-        header.setVideoPath(QDir(folder).relativeFilePath(header.videoPath()));
+quint64 OVLocalFileStorage::startSave(const QString &path, const Project *project, int options)
+{
+    const quint64 ticket = ++m_lastTicket;
+    auto snapshot = std::make_shared<const ProjectSnapshot>(project);
+    const QString absPath = QFileInfo(path).absoluteFilePath();
+    if (!m_pending.isEmpty() && QFileInfo(m_pending.last().path).absoluteFilePath() == absPath
+        && m_pending.last().options == options) {
+        // Nobody needs the older state written first: the newer one replaces it.
+        m_pending.last().snapshot = std::move(snapshot);
+        m_pending.last().tickets.append(ticket);
+    } else {
+        m_pending.append({ { ticket }, path, std::move(snapshot), options });
+    }
+    if (!m_running)
+        startNext();
+    return ticket;
+}
 
-    const OVJsonSerializer serializer(m_compress, m_level);
+void OVLocalFileStorage::startNext()
+{
+    if (m_running || m_pending.isEmpty())
+        return;
+    m_cancel = false;
+    auto running = std::make_shared<Running>();
+    running->job = prepare(m_pending.takeFirst());
+    m_running = running;
+    running->future = QtConcurrent::run(&m_pool, [this, running] { return run(running->job, &m_cancel); });
+    // Back on this thread once written, and never from inside startSave() (a quick failure may
+    // be finished before the continuation is attached, and would then run at once); waitForSaves()
+    // may have taken the result already.
+    running->future.then(this, [this](const Outcome &) {
+        QMetaObject::invokeMethod(this, &OVLocalFileStorage::finishRunning, Qt::QueuedConnection);
+    });
+}
+
+void OVLocalFileStorage::finishRunning()
+{
+    if (!m_running || !m_running->future.isFinished())
+        return;
+    const std::shared_ptr<Running> done = std::move(m_running);
+    Outcome outcome = done->future.result();
+    apply(done->job, outcome);
+    startNext();
+    for (quint64 ticket : std::as_const(done->job.request.tickets))
+        Q_EMIT saveFinished(ticket, outcome.error, outcome.backupWarning);
+}
+
+void OVLocalFileStorage::waitForSaves()
+{
+    while (m_running) {
+        m_running->future.waitForFinished();
+        finishRunning();
+    }
+}
+
+void OVLocalFileStorage::cancelSaves()
+{
+    const QList<Pending> dropped = std::exchange(m_pending, {});
+    m_cancel = true;
+    const OV::Error cancelled(SaveCancelled, QStringLiteral("Saving was cancelled; the file was left as it was."));
+    for (const Pending &p : dropped) {
+        for (quint64 ticket : p.tickets)
+            Q_EMIT saveFinished(ticket, cancelled, QString());
+    }
+}
+
+OVLocalFileStorage::Job OVLocalFileStorage::prepare(const Pending &request) const
+{
+    Job job;
+    job.request = request;
+    job.absPath = QFileInfo(request.path).absoluteFilePath();
+    job.compress = m_compress;
+    job.level = m_level;
+    job.source = m_source;
+    job.carried = m_carried;
+    job.embedFile = m_embedFile;
+    job.embedChanged = m_embedChanged;
+    job.embedSerial = m_embedSerial;
+    job.backupFolder = backupFolder(job.absPath);
+    if (m_source && m_source->stamp.valid && m_source->path == job.absPath && !(request.options & OverwriteChanges)) {
+        job.expected = m_source->stamp;
+        job.checkTarget = true;
+    }
+    return job;
+}
+
+OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::atomic<bool> *cancel) const
+{
+    Outcome out;
+    const QString &path = job.absPath;
+    auto failed = [&](int code, const QString &reason) {
+        out.error = OV::Error(code, QStringLiteral("Failed to save project to:\n") + job.request.path
+                + (reason.isEmpty() ? QString() : QStringLiteral("\n\n") + reason));
+        qWarning().noquote() << "LocalFileStorage: saving" << path << "failed:" << reason;
+        return out;
+    };
+
+    if (job.checkTarget) {
+        int statError = 0;
+        const FileStamp now = FileStamp::ofPath(path, &statError);
+        if (!now.valid && statError != ENOENT)
+            return failed(SaveFailed, OVAtomicFileWriter::reasonFor(statError));
+        if (!now.valid)
+            return failed(ChangedOnDisk,
+                QStringLiteral("The file was moved or deleted by another program since the project was "
+                               "opened or last saved."));
+        if (now != job.expected)
+            return failed(ChangedOnDisk,
+                QStringLiteral("The file was changed by another program or coder since the project was "
+                               "opened or last saved. Saving would overwrite those changes."));
+    }
+    if (const int removed = OVAtomicFileWriter::removeStrayTemporaries(path))
+        qDebug() << "LocalFileStorage: removed" << removed << "temporary files of an interrupted save of" << path;
+
+    // The header as it goes into the file: the video path may become relative to its folder.
+    ProjectSnapshot::HeaderData header = job.request.snapshot->headerData;
+    const QString folder = QFileInfo(path).absolutePath();
+    if (header.useRelativePath && !header.videoPath.isEmpty() && !QDir::isRelativePath(header.videoPath))
+        header.videoPath = QDir(folder).relativeFilePath(header.videoPath);
+    const OVJsonSerializer serializer(job.compress, job.level);
     QList<OVProjectContainer::WriteEntry> entries;
-    entries.append({ ProjectEntry, serializer.writeProject(&header) });
-    // Timeline documents are made (and compressed) side by side; the model is only read, and the
-    // caller waits here, so nothing changes it meanwhile.
-    std::vector<QByteArray> documents(std::size_t(timelines.size()));
+    entries.append({ ProjectEntry, serializer.writeProject(header) });
+    // Timeline documents are made (and compressed) side by side from the snapshot.
+    const std::vector<ProjectSnapshot::TimelineData> &timelines = job.request.snapshot->timelines;
+    std::vector<QByteArray> documents(timelines.size());
     runParallel(int(timelines.size()),
-        [&](int i) { documents[std::size_t(i)] = serializer.writeTimeline(timelines[i]); });
-    for (qsizetype i = 0; i < timelines.size(); ++i)
-        entries.append({ timelineEntry(timelines[i]->id()), std::move(documents[std::size_t(i)]) });
+        [&](int i) { documents[std::size_t(i)] = serializer.writeTimeline(timelines[std::size_t(i)]); });
+    for (std::size_t i = 0; i < timelines.size(); ++i)
+        entries.append({ timelineEntry(timelines[i].id), std::move(documents[i]) });
 
-    QFile source(m_sourcePath);
-    const bool haveSource = !m_sourcePath.isEmpty() && !m_carried.isEmpty();
-    if (haveSource && m_sourceForm == OVProjectContainer::ContainerForm
-        && !source.open(QIODevice::ReadOnly)) {
-        qWarning() << "LocalFileStorage: cannot reopen" << m_sourcePath
-                   << "to carry its entries:" << source.errorString();
-        return failed;
-    }
+    // Carried entries come from the file as it was read, through the handle kept since.
+    std::unique_ptr<FileRegionReader> sourceReader;
+    std::vector<std::unique_ptr<ZipMemberReader>> zipMembers;
     QStringList carriedNames;
-    if (haveSource) {
-        for (auto it = m_carried.cbegin(); it != m_carried.cend(); ++it) {
-            if (m_embedChanged && isVideoEntry(it.key()))
-                continue;
-            carriedNames.append(it.key());
-            if (it->inMemory)
-                entries.append({ it.key(), it->data });
-            else
-                entries.append({ it.key(), QByteArray(), &source, it->offset, it->size });
+    for (auto it = job.carried.cbegin(); it != job.carried.cend(); ++it) {
+        if (job.embedChanged && isVideoEntry(it.key()))
+            continue;
+        carriedNames.append(it.key());
+        if (it->inMemory) {
+            entries.append({ it.key(), it->data });
+            continue;
+        }
+        if (!job.source || job.source->fd < 0)
+            return failed(SaveFailed, QStringLiteral("The embedded recording \"%1\" cannot be found any more.").arg(it.key()));
+        if (!sourceReader)
+            sourceReader = std::make_unique<FileRegionReader>(job.source->fd);
+        if (job.source->form == OVProjectContainer::ZipForm) {
+            // The older form: the member is inflated as it is copied.
+            auto member = std::make_unique<ZipMemberReader>(job.source->fd, it.key());
+            if (!member->isOpen())
+                return failed(SaveFailed,
+                    QStringLiteral("The embedded recording \"%1\" cannot be read from %2.").arg(it.key(), job.source->path));
+            entries.append({ it.key(), QByteArray(), member.get(), -1, it->size, it->digest });
+            zipMembers.push_back(std::move(member));
+        } else {
+            entries.append({ it.key(), QByteArray(), sourceReader.get(), it->offset, it->size, it->digest });
         }
     }
-    QFile video(m_embedFile);
-    if (m_embedChanged && !m_embedFile.isEmpty()) {
-        if (!video.open(QIODevice::ReadOnly)) {
-            qWarning() << "LocalFileStorage: cannot open video to embed" << m_embedFile
-                       << video.errorString();
-            return failed;
-        }
-        const QString name = QStringLiteral("embvideo_") + QFileInfo(m_embedFile).fileName();
+    QFile video(job.embedFile);
+    if (job.embedChanged && !job.embedFile.isEmpty()) {
+        if (!video.open(QIODevice::ReadOnly))
+            return failed(SaveFailed,
+                QStringLiteral("The video to embed cannot be read: %1 (%2).").arg(job.embedFile, video.errorString()));
+        const QString name = QStringLiteral("embvideo_") + QFileInfo(job.embedFile).fileName();
         entries.append({ name, QByteArray(), &video, 0, video.size() });
         carriedNames.append(name);
     }
 
-    if (QFileInfo::exists(absPath))
-        backupExisting(absPath);
-
-    QSaveFile out(absPath);
-    if (!out.open(QIODevice::WriteOnly)) {
-        qWarning() << "LocalFileStorage: cannot write" << absPath << out.errorString();
-        return failed;
-    }
-    WriteLimiter limiter(&out, m_failAfter);
-    limiter.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
-    QMap<QString, qint64> offsets;
+    OVAtomicFileWriter file(path);
+    if (!file.open())
+        return failed(SaveFailed, file.reason());
+    QIODevice *device = outputDevice(&file);
+    qint64 reported = -1;
+    auto progress = [&](qint64 written, qint64 total) {
+        if (cancel && *cancel)
+            return false;
+        // About a hundred steps, however large the file.
+        if (written == total || written - reported >= total / 100) {
+            reported = written;
+            Q_EMIT const_cast<OVLocalFileStorage *>(this)->saveProgress(written, total);
+        }
+        return true;
+    };
+    OVProjectContainer::WriteReport report;
     QString why;
-    if (!OVProjectContainer::write(&limiter, entries, &offsets, &why)) {
-        qWarning() << "LocalFileStorage: saving" << absPath << "failed:" << why << out.errorString();
-        out.cancelWriting();
-        return failed;
+    if (!OVProjectContainer::write(device, entries, &report, &why, progress)) {
+        file.cancel();
+        qWarning().noquote() << "LocalFileStorage: container not written:" << why;
+        if (cancel && *cancel)
+            return failed(SaveCancelled, QStringLiteral("Saving was cancelled; the file was left as it was."));
+        if (!report.failedSource.isEmpty())
+            return failed(SaveFailed,
+                QStringLiteral("The embedded recording \"%1\" could not be copied: the file it comes from (%2) "
+                               "was changed or shortened by another program since it was opened. The file "
+                               "on disk was left as it was.")
+                    .arg(report.failedSource, job.source ? job.source->path : QString()));
+        if (file.errorNumber())
+            return failed(SaveFailed, file.reason());
+        return failed(SaveFailed, QStringLiteral("The file could not be written (%1).").arg(device->errorString()));
     }
-    // commit() syncs the temporary file to disk before renaming it over the target.
-    if (!out.commit()) {
-        qWarning() << "LocalFileStorage: cannot replace" << absPath << out.errorString();
-        return failed;
-    }
-    syncFolder(folder);
+    if (!file.sync())
+        return failed(SaveFailed, file.reason());
 
-    OVProjectContainer::Entries carried;
+    // The version about to be replaced goes to the backups first, unless it holds what was just
+    // written (a save without changes).
+    if (QFileInfo::exists(path) && OVProjectBackups::contentId(path) != QByteArrayLiteral("OV1:") + report.digest.toHex()) {
+        OVProjectBackups backups(job.backupFolder, QFileInfo(path).completeBaseName());
+        QString backupWhy;
+        if (!backups.add(path, &backupWhy)) {
+            out.backupWarning = QStringLiteral("The project was saved, but the version it replaced could not be "
+                                               "kept in the backup folder:\n%1\n\n%2")
+                                    .arg(backups.folder(), backupWhy);
+            qWarning().noquote() << "LocalFileStorage:" << out.backupWarning;
+        }
+    }
+    if (!file.commit())
+        return failed(SaveFailed, file.reason());
+    OVProjectBackups(job.backupFolder, QFileInfo(path).completeBaseName()).rotate(BackupsKept);
+
+    auto source = std::make_shared<Source>();
+    source->path = path;
+    source->form = OVProjectContainer::ContainerForm;
+    source->fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    struct stat st {};
+    if (source->fd >= 0 && ::fstat(source->fd, &st) == 0)
+        source->stamp = FileStamp::of(st);
+    out.source = std::move(source);
     for (const QString &name : std::as_const(carriedNames)) {
         OVProjectContainer::Entry e;
         e.inMemory = false;
-        e.offset = offsets.value(name, -1);
+        e.offset = report.offsets.value(name, -1);
         for (const auto &w : std::as_const(entries)) {
-            if (w.name == name)
-                e.size = w.source ? w.size : w.data.size();
+            if (w.name != name)
+                continue;
+            e.size = w.source ? w.size : w.data.size();
+            e.digest = w.source ? report.digests.value(name)
+                                : QCryptographicHash::hash(w.data, QCryptographicHash::Md5);
         }
-        carried.insert(name, e);
+        out.carried.insert(name, e);
     }
-    m_carried = std::move(carried);
-    m_sourcePath = absPath;
-    m_sourceForm = OVProjectContainer::ContainerForm;
-    m_embedChanged = false;
-    m_embedFile.clear();
-    m_path = path;
-    qDebug() << "LocalFileStorage: saved" << absPath;
-    return OV::Error::success();
+    qDebug() << "LocalFileStorage: saved" << path;
+    return out;
+}
+
+void OVLocalFileStorage::apply(const Job &job, Outcome &outcome)
+{
+    m_backupWarning = outcome.backupWarning;
+    if (!outcome.error.isOk())
+        return;
+    m_carried = std::move(outcome.carried);
+    m_source = std::move(outcome.source);
+    if (job.embedSerial == m_embedSerial) {
+        m_embedChanged = false;
+        m_embedFile.clear();
+    }
+    m_path = job.request.path;
+}
+
+void OVLocalFileStorage::rememberSource(const QString &path, int fd, OVProjectContainer::Form form)
+{
+    auto source = std::make_shared<Source>();
+    source->path = QFileInfo(path).absoluteFilePath();
+    source->form = form;
+    // The ZIP reader closes the file it was given: then the file is opened again by its name.
+    source->fd = fd >= 0 ? ::fcntl(fd, F_DUPFD_CLOEXEC, 0)
+                         : ::open(QFile::encodeName(source->path).constData(), O_RDONLY | O_CLOEXEC);
+    struct stat st {};
+    if (source->fd >= 0 && ::fstat(source->fd, &st) == 0)
+        source->stamp = FileStamp::of(st);
+    m_source = std::move(source);
 }
 
 OV::Error OVLocalFileStorage::load(const QString &path, Project *target)
@@ -331,8 +617,7 @@ OV::Error OVLocalFileStorage::load(const QString &path, Project *target)
             carried.insert(it.key(), it.value());
     }
     m_carried = std::move(carried);
-    m_sourcePath = QFileInfo(path).absoluteFilePath();
-    m_sourceForm = form;
+    rememberSource(path, file.handle(), form);
     m_embedChanged = false;
     m_embedFile.clear();
     m_path = path;
@@ -359,8 +644,10 @@ OV::Error OVLocalFileStorage::extractEmbeddedVideo(const QString &destination) c
         if (out.write(it->data) != it->data.size())
             return failed;
     } else {
-        QFile in(m_sourcePath);
-        if (!in.open(QIODevice::ReadOnly) || !in.seek(it->offset))
+        if (!m_source || m_source->fd < 0 || m_source->form != OVProjectContainer::ContainerForm)
+            return failed;
+        FileRegionReader in(m_source->fd);
+        if (!in.seek(it->offset))
             return failed;
         qint64 left = it->size;
         QByteArray buffer(1 << 20, Qt::Uninitialized);
@@ -388,27 +675,9 @@ QString OVLocalFileStorage::backupFolder(const QString &projectPath)
         + QString::fromLatin1(hash);
 }
 
-void OVLocalFileStorage::backupExisting(const QString &path) const
+QString OVLocalFileStorage::recoveryFolder(const QString &projectPath)
 {
-    const QString folder = backupFolder(path);
-    if (!QDir().mkpath(folder)) {
-        qWarning() << "LocalFileStorage: cannot make backup folder" << folder;
-        return;
-    }
-    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz"));
-    const QString base
-        = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName() + QLatin1Char('-') + stamp;
-    QString name = base + QStringLiteral(".kvpr");
-    for (int n = 1; QFileInfo::exists(name); ++n)
-        name = base + QStringLiteral("_%1.kvpr").arg(n);
-    if (!QFile::copy(path, name)) {
-        qWarning() << "LocalFileStorage: cannot back up" << path << "to" << name;
-        return;
-    }
-    QDir dir(folder);
-    QStringList kept = dir.entryList({ QStringLiteral("*.kvpr") }, QDir::Files, QDir::Name);
-    while (kept.size() > BackupsKept)
-        dir.remove(kept.takeFirst());
+    return (projectPath.isEmpty() ? backupFolder() : backupFolder(projectPath)) + QStringLiteral("/recovery");
 }
 
 OV::Error OVLocalFileStorage::readDocuments(const QString &path, QMap<QString, QByteArray> *documents)

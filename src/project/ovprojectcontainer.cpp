@@ -45,8 +45,11 @@ bool writeAll(QIODevice *out, const char *data, qint64 size)
     return true;
 }
 
-// Feeds `size` bytes of `in` into `hash` (and `out`, if given) in chunks.
-bool stream(QIODevice *in, qint64 size, QCryptographicHash *hash, QIODevice *out)
+// Feeds `size` bytes of `in` into `hash`, `entryHash` and `out` (those given) in chunks. `outError`
+// tells whether a failure was the output's.
+bool stream(QIODevice *in, qint64 size, QCryptographicHash *hash, QIODevice *out,
+    QCryptographicHash *entryHash = nullptr, bool *outError = nullptr,
+    const std::function<bool(qint64)> &progress = {})
 {
     QByteArray buffer(int(std::min(size, CopyChunk)), Qt::Uninitialized);
     while (size > 0) {
@@ -55,8 +58,18 @@ bool stream(QIODevice *in, qint64 size, QCryptographicHash *hash, QIODevice *out
             return false;
         if (hash)
             hash->addData(QByteArrayView(buffer.constData(), n));
-        if (out && !writeAll(out, buffer.constData(), n))
+        if (entryHash)
+            entryHash->addData(QByteArrayView(buffer.constData(), n));
+        if (out && !writeAll(out, buffer.constData(), n)) {
+            if (outError)
+                *outError = true;
             return false;
+        }
+        if (progress && !progress(n)) {
+            if (outError)
+                *outError = true;
+            return false;
+        }
         size -= n;
     }
     return true;
@@ -117,8 +130,10 @@ bool OVProjectContainer::read(
             md5.addData(entry.data);
         } else {
             entry.inMemory = false;
-            if (!stream(in, dataLength, &md5, nullptr))
+            QCryptographicHash entryHash(QCryptographicHash::Md5);
+            if (!stream(in, dataLength, &md5, nullptr, &entryHash))
                 return fail(error, QStringLiteral("truncated entry data"));
+            entry.digest = entryHash.result();
         }
         out.insert(entryName, std::move(entry));
     }
@@ -194,19 +209,26 @@ bool OVProjectContainer::readZip(
 }
 
 bool OVProjectContainer::write(
-    QIODevice *out, QList<WriteEntry> entries, QMap<QString, qint64> *dataOffsets, QString *error)
+    QIODevice *out, QList<WriteEntry> entries, WriteReport *report, QString *error, const Progress &progress)
 {
     std::stable_sort(entries.begin(), entries.end(),
         [](const WriteEntry &a, const WriteEntry &b) { return a.name < b.name; });
-    for (qsizetype i = 1; i < entries.size(); ++i) {
-        if (entries[i].name == entries[i - 1].name)
+    qint64 total = 3 + 2 + 16;
+    for (qsizetype i = 0; i < entries.size(); ++i) {
+        if (i > 0 && entries[i].name == entries[i - 1].name)
             return fail(error, QStringLiteral("duplicate entry %1").arg(entries[i].name));
+        total += 6 + entries[i].name.toUtf8().size() + (entries[i].source ? entries[i].size : entries[i].data.size());
     }
-    if (!writeAll(out, Magic, 3))
-        return fail(error, QStringLiteral("write error"));
-    qint64 pos = 3;
+    qint64 pos = 0;
+    auto advance = [&](qint64 n) {
+        pos += n;
+        return !progress || progress(pos, total);
+    };
+    const QString writeError = QStringLiteral("write error");
+    if (!writeAll(out, Magic, 3) || !advance(3))
+        return fail(error, writeError);
     QCryptographicHash md5(QCryptographicHash::Md5);
-    QMap<QString, qint64> offsets;
+    WriteReport done;
     for (const WriteEntry &e : std::as_const(entries)) {
         const QByteArray name = e.name.toUtf8();
         const qint64 size = e.source ? e.size : e.data.size();
@@ -218,33 +240,43 @@ bool OVProjectContainer::write(
         qToBigEndian<quint16>(quint16(name.size()), header);
         if (!writeAll(out, reinterpret_cast<const char *>(header), 2)
             || !writeAll(out, name.constData(), name.size()))
-            return fail(error, QStringLiteral("write error"));
+            return fail(error, writeError);
         qToBigEndian<quint32>(quint32(size), header);
-        if (!writeAll(out, reinterpret_cast<const char *>(header), 4))
-            return fail(error, QStringLiteral("write error"));
-        pos += 2 + name.size() + 4;
-        offsets.insert(e.name, pos);
+        if (!writeAll(out, reinterpret_cast<const char *>(header), 4) || !advance(6 + name.size()))
+            return fail(error, writeError);
+        done.offsets.insert(e.name, pos);
         md5.addData(name);
         if (e.source) {
-            if (e.offset >= 0 && !e.source->seek(e.offset))
-                return fail(error, QStringLiteral("cannot read entry %1").arg(e.name));
-            if (!stream(e.source, size, &md5, out))
-                return fail(error, QStringLiteral("cannot copy entry %1").arg(e.name));
+            QCryptographicHash entryHash(QCryptographicHash::Md5);
+            bool outFailed = false;
+            const bool copied = (e.offset < 0 || e.source->seek(e.offset))
+                && stream(e.source, size, &md5, out, &entryHash, &outFailed,
+                    [&](qint64 n) { return advance(n); });
+            if (!copied && outFailed)
+                return fail(error, writeError);
+            const QByteArray digest = entryHash.result();
+            if (!copied || (!e.digest.isEmpty() && digest != e.digest)) {
+                if (report)
+                    report->failedSource = e.name;
+                return fail(error,
+                    copied ? QStringLiteral("entry %1 differs from what was read before").arg(e.name)
+                           : QStringLiteral("cannot read entry %1").arg(e.name));
+            }
+            done.digests.insert(e.name, digest);
         } else {
-            if (!writeAll(out, e.data.constData(), size))
-                return fail(error, QStringLiteral("write error"));
+            if (!writeAll(out, e.data.constData(), size) || !advance(size))
+                return fail(error, writeError);
             md5.addData(e.data);
         }
-        pos += size;
     }
     uchar marker[2];
     qToBigEndian<quint16>(EndMarker, marker);
-    if (!writeAll(out, reinterpret_cast<const char *>(marker), 2))
-        return fail(error, QStringLiteral("write error"));
     const QByteArray digest = md5.result();
-    if (!writeAll(out, digest.constData(), digest.size()))
-        return fail(error, QStringLiteral("write error"));
-    if (dataOffsets)
-        *dataOffsets = std::move(offsets);
+    if (!writeAll(out, reinterpret_cast<const char *>(marker), 2)
+        || !writeAll(out, digest.constData(), digest.size()) || !advance(2 + digest.size()))
+        return fail(error, writeError);
+    done.digest = digest;
+    if (report)
+        *report = std::move(done);
     return true;
 }

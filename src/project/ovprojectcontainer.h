@@ -27,6 +27,9 @@ public:
         bool inMemory = true;
         qint64 offset = -1;
         qint64 size = 0;
+        // MD5 of the bytes of an entry left in the file, taken while they were read or written,
+        // so that a later copy can tell whether the file still holds them.
+        QByteArray digest;
     };
     using Entries = QMap<QString, Entry>;
     // Decides per entry name whether its bytes are read into memory.
@@ -41,7 +44,25 @@ public:
         QIODevice *source = nullptr;
         qint64 offset = -1;
         qint64 size = 0;
+        // For bytes of `source`: their MD5 as they were last seen; the write fails when the copy
+        // differs (empty: not checked).
+        QByteArray digest {};
     };
+    // What write() tells besides success.
+    struct WriteReport
+    {
+        // Where each entry's data starts in the output.
+        QMap<QString, qint64> offsets;
+        // MD5 of the data of every entry copied from a source device.
+        QMap<QString, QByteArray> digests;
+        // The entry whose source could not be read or did not match its digest (the output
+        // itself did not fail then).
+        QString failedSource;
+        // The digest written at the end of the file.
+        QByteArray digest;
+    };
+    // Called with the bytes written so far; returning false stops the write.
+    using Progress = std::function<bool(qint64 written, qint64 total)>;
 
     static constexpr int MaxNameLength = 0xFFFE;
     static constexpr qint64 MaxEntrySize = 0xFFFFFFFFLL;
@@ -58,8 +79,7 @@ public:
     static bool readZip(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory = {},
         QString *error = nullptr, qint64 maxMemberSize = qint64(1) << 30);
 
-    // Writes every entry in the order of their names. On success `dataOffsets` (if given) holds
-    // where each entry's data starts in `out`.
-    static bool write(QIODevice *out, QList<WriteEntry> entries, QMap<QString, qint64> *dataOffsets = nullptr,
-        QString *error = nullptr);
+    // Writes every entry in the order of their names.
+    static bool write(QIODevice *out, QList<WriteEntry> entries, WriteReport *report = nullptr,
+        QString *error = nullptr, const Progress &progress = {});
 };

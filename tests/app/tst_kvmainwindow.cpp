@@ -5,6 +5,7 @@
 #include "media/ovvideoplayer.h"
 #include "log/nxlogwidget.h"
 #include "project/label.h"
+#include "project/ovlocalfilestorage.h"
 #include "project/project.h"
 #include "project/ovprojectjournal.h"
 #include "project/segment.h"
@@ -45,6 +46,8 @@ public:
     QStringList errors;
     QString openPath;
     QString savePath;
+    ChangedFileChoice changedAnswer = KeepChangedFile;
+    int changedAsked = 0;
 
 protected:
     QMessageBox::StandardButton askUnsavedChanges() override
@@ -65,6 +68,11 @@ protected:
     void showError(const QString &, const QString &message) override { errors << message; }
     QString chooseOpenPath() override { return openPath; }
     QString chooseSavePath() override { return savePath; }
+    ChangedFileChoice askChangedFile(const QString &) override
+    {
+        ++changedAsked;
+        return changedAnswer;
+    }
 };
 
 } // namespace
@@ -169,6 +177,7 @@ private Q_SLOTS:
         label->setName("Gaze");
         w.savePath = dir.path() + "/study"; // the extension is added
         QVERIFY(w.onSaveProjectAs());
+        QVERIFY(w.waitForSaves());
         QCOMPARE(w.projectPath(), dir.path() + "/study.kvpr");
         QVERIFY(!w.isProjectModified());
         QVERIFY(w.windowTitle().startsWith("Playground study"));
@@ -176,6 +185,7 @@ private Q_SLOTS:
         label->setName("Gaze at adult");
         QVERIFY(w.isProjectModified() && w.isWindowModified());
         QVERIFY(w.onSaveProject());
+        QVERIFY(w.waitForSaves());
         QCOMPARE(settings.recentProjects()->recentProjects(), QStringList({ dir.path() + "/study.kvpr" }));
         const QString id = w.project()->id();
         QVERIFY(w.onCloseProject(true));
@@ -194,6 +204,58 @@ private Q_SLOTS:
         QCOMPARE(timelines[0]->labels().first()->name(), QString("Gaze at adult"));
         QCOMPARE(timelines[1]->owner(), QString("ben"));
         QCOMPARE(w.project()->state()->activeUser(), QString("ben"));
+        QVERIFY(w.isProjectModified());
+    }
+
+    void savingRunsBesideTheWork()
+    {
+        QTemporaryDir dir;
+        TestWindow w(nullptr);
+        w.onNewProject();
+        OVProject::Label *label = w.project()->timelineGroup()->timelines().first()->labels().first();
+        for (int i = 0; i < 20000; ++i)
+            label->addSegment(new OVProject::Segment(i, i + 0.5));
+        w.project()->setTitle("written");
+        w.savePath = dir.path() + "/work.kvpr";
+        QVERIFY(w.onSaveProjectAs());
+        // Coding goes on while the file is written: that change is not in it and stays marked.
+        w.project()->setTitle("coded meanwhile");
+        QVERIFY(w.waitForSaves());
+        QCOMPARE(w.projectPath(), dir.path() + "/work.kvpr");
+        QVERIFY(w.isProjectModified());
+        auto titleOnDisk = [&] {
+            OVProject::Project p;
+            return OVLocalFileStorage().load(dir.path() + "/work.kvpr", &p).isOk() ? p.title() : QString();
+        };
+        QCOMPARE(titleOnDisk(), QString("written"));
+
+        // Another coder saved over the file meanwhile: asked, kept, then overwritten knowingly.
+        OVProject::Project theirs;
+        theirs.startNew("ben");
+        theirs.setTitle("theirs");
+        QVERIFY(OVLocalFileStorage().save(dir.path() + "/theirs.kvpr", &theirs).isOk());
+        QVERIFY(QFile::remove(dir.path() + "/work.kvpr"));
+        QVERIFY(QFile::rename(dir.path() + "/theirs.kvpr", dir.path() + "/work.kvpr"));
+        QVERIFY(w.onSaveProject());
+        QVERIFY(!w.waitForSaves());
+        QCOMPARE(w.changedAsked, 1);
+        QVERIFY(w.errors.isEmpty());
+        QVERIFY(w.isProjectModified());
+        QCOMPARE(titleOnDisk(), QString("theirs"));
+        w.changedAnswer = KVMainWindow::OverwriteChangedFile;
+        QVERIFY(w.onSaveProject());
+        QVERIFY(w.waitForSaves());
+        QCOMPARE(w.changedAsked, 2);
+        QVERIFY(!w.isProjectModified());
+        QCOMPARE(titleOnDisk(), QString("coded meanwhile"));
+
+        // A failure says why, and the work stays marked unsaved in memory.
+        w.project()->setTitle("unsaved");
+        w.savePath = dir.path() + "/gone/work.kvpr";
+        QVERIFY(w.onSaveProjectAs());
+        QVERIFY(!w.waitForSaves());
+        QCOMPARE(w.errors, QStringList { "Failed to save project to:\n" + dir.path() + "/gone/work.kvpr\n\nThe folder does not exist." });
+        QCOMPARE(w.projectPath(), dir.path() + "/work.kvpr");
         QVERIFY(w.isProjectModified());
     }
 
@@ -261,6 +323,7 @@ private Q_SLOTS:
             if (saved) {
                 w.savePath = dir.path() + "/study.kvpr";
                 QVERIFY(w.onSaveProjectAs());
+                QVERIFY(w.waitForSaves());
                 path = w.projectPath();
             }
             OVProject::Label *label = w.project()->timelineGroup()->timelines().first()->labels().at(1);
@@ -325,10 +388,12 @@ private Q_SLOTS:
         if (hasFile) {
             w.savePath = file;
             QVERIFY(w.onSaveProjectAs());
+            QVERIFY(w.waitForSaves());
         }
         if (changed)
             w.project()->setTitle("Coded on");
         w.onAutosaveTimer();
+        QVERIFY(w.waitForSaves());
         QCOMPARE(w.isProjectModified(), changed && !expectSaved);
         if (hasFile) {
             TestWindow reader(nullptr);
