@@ -1,10 +1,15 @@
 #pragma once
 
 #include "project/ovprojectcontainer.h"
+#include "project/project.h"
 #include "project/storageinterface.h"
 
 #include <QString>
 #include <QStringList>
+
+#include <memory>
+
+class QThread;
 
 // Projects in local ".kvpr" files: "project.json", one "timelines/<id>.json" per timeline, and
 // entries of other parts (an embedded video, "embvideo_..."), which are carried from the file the
@@ -44,9 +49,24 @@ public:
 
     // Saves `project` with the timelines of its group to `path`; on success path() becomes `path`.
     OV::Error save(const QString &path, OVProject::Project *project);
-    // Resets `target` and loads `path` into it; on failure `target` is untouched. On success
-    // path() becomes `path`.
+    // Resets `target` and loads `path` into it; on failure `target` is untouched and the message
+    // names the file, the entry and the check that failed. On success path() becomes `path`.
     OV::Error load(const QString &path, OVProject::Project *target);
+
+    // Loading in two steps, so that the reading can run on a worker: read() may run on any thread
+    // (the project it makes is handed to `home`, null: the calling thread), draws from `budget`
+    // and stops when the budget is cancelled (error code OVJsonSerializer::Cancelled); adopt()
+    // runs on this storage's thread and moves the project read into `target`.
+    struct ReadResult
+    {
+        QString path;
+        OV::Error error;
+        std::unique_ptr<OVProject::Project> project;
+        OVProjectContainer::Entries carried;
+        OVProjectContainer::Form form = OVProjectContainer::UnknownForm;
+    };
+    static std::shared_ptr<ReadResult> read(const QString &path, OVReadBudget *budget, QThread *home = nullptr);
+    OV::Error adopt(const std::shared_ptr<ReadResult> &result, OVProject::Project *target);
 
     // Embeds the video file in the project file at the next save (entry "embvideo_<file name>"),
     // replacing an embedded video carried from the loaded file. An empty path drops the embedded video.
@@ -70,7 +90,10 @@ public:
 private:
     static bool isDocumentEntry(const QString &name);
     static bool isVideoEntry(const QString &name);
-    static OV::Error loadError(const QString &path);
+    static QString loadMessage(const QString &path, const QString &why);
+    static OV::Error loadError(const QString &path, const QString &why = QString());
+    static OV::Error cancelled();
+    static OV::Error readInto(const QString &path, OVReadBudget *budget, QThread *home, ReadResult *result);
     void backupExisting(const QString &path) const;
 
     QString m_path;
