@@ -96,6 +96,8 @@ protected:
     virtual QMessageBox::StandardButton askUnsavedChanges();
     virtual QMessageBox::StandardButton askSendCrashReport();
     virtual void showError(const QString &title, const QString &message);
+    // A project that could not be opened, with the offer to open its backup folder; true when taken.
+    virtual bool showLoadError(const QString &title, const QString &message);
     virtual QString chooseOpenPath();
     virtual QString chooseSavePath();
     virtual QString chooseMediaPath();
@@ -111,6 +113,7 @@ private:
     void updateRecentProjectsMenu();
     void updateProjectActions();
     void updateProjectSummary();
+    void openBackupFolderOf(const QString &projectPath);
 
     OVSettings *m_settings;
     OVActionRegistry *m_actions;

@@ -50,6 +50,11 @@ protected:
         return crashAnswer;
     }
     void showError(const QString &, const QString &message) override { errors << message; }
+    bool showLoadError(const QString &, const QString &message) override
+    {
+        errors << message;
+        return false;
+    }
     QString chooseOpenPath() override { return openPath; }
     QString chooseSavePath() override { return savePath; }
 };
