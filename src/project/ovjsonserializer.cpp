@@ -962,6 +962,7 @@ bool OVJsonSerializer::unwrap(const QByteArray &document, QByteArray *json, OVRe
     // The text is inflated in steps, each counted against the budget before the next, so a
     // document that inflates beyond what its file may hold is stopped at its allowance.
     constexpr qsizetype Step = 1 << 20;
+    const qint64 ownAllowance = OVReadBudget::documentAllowance(document.size());
     QByteArray out;
     zs.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(body.data()));
     zs.avail_in = uInt(body.size());
@@ -977,6 +978,10 @@ bool OVJsonSerializer::unwrap(const QByteArray &document, QByteArray *json, OVRe
             zs.avail_out = uInt(std::min<qsizetype>(out.size() - produced, Step));
             rc = inflate(&zs, Z_NO_FLUSH);
             const qsizetype now = qsizetype(zs.total_out);
+            if (now > ownAllowance) {
+                reason = QStringLiteral("the document inflates to more than %1 times its size").arg(OVReadBudget::MaxInflateRatio);
+                break;
+            }
             if (!budget->takeText(now - produced)) {
                 reason = budget->why();
                 break;

@@ -3,8 +3,13 @@
 #include <algorithm>
 
 OVReadBudget::OVReadBudget(qint64 sourceSize)
-    : m_textAllowance(std::clamp(std::max<qint64>(sourceSize, 0) * MaxInflateRatio, MinTextAllowance, MaxTextBytes))
+    : m_textAllowance(documentAllowance(sourceSize))
 {
+}
+
+qint64 OVReadBudget::documentAllowance(qint64 size)
+{
+    return std::clamp(std::max<qint64>(size, 0) * MaxInflateRatio, MinTextAllowance, MaxTextBytes);
 }
 
 bool OVReadBudget::refuse(const QString &why)

@@ -15,25 +15,29 @@
 class OVReadBudget
 {
 public:
-    // A document may inflate to this many times the size of the file it came from...
+    // A document may inflate to this many times its own size, and all documents of a file
+    // together to this many times the file's size...
     static constexpr qint64 MaxInflateRatio = 32;
-    // ...but any file may inflate to this much (small files compress better than large ones).
+    // ...but any document and file may inflate to this much (small ones compress better).
     static constexpr qint64 MinTextAllowance = qint64(1) << 20;
     // Absolute ceilings, far above what coding projects hold (an hour of video coded densely
     // is a few thousand segments).
     static constexpr qint64 MaxTextBytes = qint64(512) << 20;
-    static constexpr qint64 MaxJsonValues = 8'000'000;
+    // JsonCpp spends about 80 bytes on each value it holds; this keeps its tree near 160 MB.
+    static constexpr qint64 MaxJsonValues = 2'000'000;
     static constexpr int MaxEntries = 10'000;
     static constexpr int MaxTimelines = 1'000;
     static constexpr qint64 MaxLabels = 100'000;
-    static constexpr qint64 MaxSegments = 1'000'000;
-    static constexpr qint64 MaxUtterances = 1'000'000;
+    static constexpr qint64 MaxSegments = 400'000;
+    static constexpr qint64 MaxUtterances = 400'000;
     static constexpr qint64 MaxGroups = 100'000;
 
     // `sourceSize`: bytes of the file (or document) the load reads.
     explicit OVReadBudget(qint64 sourceSize);
 
     qint64 textAllowance() const { return m_textAllowance; }
+    // What one document of `size` bytes may inflate to, before the shared allowance.
+    static qint64 documentAllowance(qint64 size);
 
     // Each take...() draws from the budget; false (and why() set) when it would be exceeded.
     bool takeText(qint64 bytes);
