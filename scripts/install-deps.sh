@@ -13,9 +13,9 @@ PACKAGES=(
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev ffmpeg
   portaudio19-dev libsndfile1-dev
   # file formats
-  libjsoncpp-dev zlib1g-dev libquazip1-qt6-dev libxlsxwriter-dev
+  libjsoncpp-dev zlib1g-dev libminizip-dev libxlsxwriter-dev
   # synchronisation and plots
-  libfftw3-dev qt6-charts-dev
+  libfftw3-dev qt6-charts-dev qt6-svg-dev
   # looking at the app headless, and a sound device without a sound card
   xvfb xauth imagemagick xdotool pulseaudio pulseaudio-utils libasound2-plugins alsa-utils
   # demo speech

@@ -20,8 +20,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-#include <quazip/quazip.h>
-#include <quazip/quazipfile.h>
+#include <zip.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -171,21 +170,19 @@ QList<Crafted> writeFiles(const QString &dir)
     }
     // The older ZIP form with a member that inflates to 200 MB.
     {
-        QuaZip zip(dir + QStringLiteral("/inflating-zip.kvpr"));
-        if (zip.open(QuaZip::mdCreate)) {
-            QuaZipFile project(&zip);
-            if (project.open(QIODevice::WriteOnly, QuaZipNewInfo(QStringLiteral("project.json")))) {
-                project.write(projectDocument({ QStringLiteral("t") }));
-                project.close();
-            }
-            QuaZipFile member(&zip);
-            if (member.open(QIODevice::WriteOnly, QuaZipNewInfo(timelineEntry(QStringLiteral("t"))))) {
-                const QByteArray spaces(1 << 20, ' ');
-                for (int i = 0; i < 200; ++i)
-                    member.write(spaces);
-                member.close();
-            }
-            zip.close();
+        zipFile zip = zipOpen64(QFile::encodeName(dir + QStringLiteral("/inflating-zip.kvpr")).constData(),
+            APPEND_STATUS_CREATE);
+        const auto member = [zip](const QString &name, const QByteArray &data, int times) {
+            zipOpenNewFileInZip64(zip, name.toUtf8().constData(), nullptr, nullptr, 0, nullptr, 0, nullptr,
+                Z_DEFLATED, 9, 1);
+            for (int i = 0; i < times; ++i)
+                zipWriteInFileInZip(zip, data.constData(), unsigned(data.size()));
+            zipCloseFileInZip(zip);
+        };
+        if (zip) {
+            member(QStringLiteral("project.json"), projectDocument({ QStringLiteral("t") }), 1);
+            member(timelineEntry(QStringLiteral("t")), QByteArray(1 << 20, ' '), 200);
+            zipClose(zip, nullptr);
         }
         files.append({ QStringLiteral("inflating-zip.kvpr"), true });
     }

@@ -1,6 +1,9 @@
 #include "app/kvmainwindow.h"
 
+#include "analysis/ovcodingsnapshot.h"
 #include "app/nxcrashreporter.h"
+#include "app/ovanalysisdlg.h"
+#include "app/ovanalysisexports.h"
 #include "app/ovactionregistry.h"
 #include "app/ovplayerpanel.h"
 #include "app/ovprojectdetailsdlg.h"
@@ -40,6 +43,7 @@
 #include <QPushButton>
 #include <QSplitter>
 #include <QStackedWidget>
+#include <QStatusBar>
 #include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
@@ -171,6 +175,9 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::ReportProblem), &QAction::triggered, this,
             qOverload<>(&KVMainWindow::showSendReportDialog));
     connect(m_actions->action(R::SimulateCrash), &QAction::triggered, this, &KVMainWindow::onSimulateCrash);
+    connect(m_actions->action(R::ExportRawData), &QAction::triggered, this, &KVMainWindow::onExportRawDataTriggered);
+    connect(m_actions->action(R::MultiProjectWorkshop), &QAction::triggered, this,
+        &KVMainWindow::onMultiProjectWorkshopTriggered);
     m_actions->action(R::Fullscreen)->setCheckable(true);
     connect(m_actions->action(R::Fullscreen), &QAction::toggled, this, [this](bool on) {
         on ? showFullScreen() : showMaximized();
@@ -227,6 +234,12 @@ void KVMainWindow::createMenus()
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(m_actions->action(R::Fullscreen));
     view->addAction(m_showLogAction);
+
+    QMenu *analysis = menuBar()->addMenu(tr("&Analysis"));
+    m_statsAction = analysis->addAction(tr("Statistics and Agreement..."), this, &KVMainWindow::onExportStatsTriggered);
+    analysis->addAction(m_actions->action(R::ExportRawData));
+    analysis->addSeparator();
+    analysis->addAction(m_actions->action(R::MultiProjectWorkshop));
 
     QMenu *help = menuBar()->addMenu(tr("&Help"));
     help->addAction(m_actions->action(R::About));
@@ -531,7 +544,9 @@ void KVMainWindow::updateProjectActions()
     m_actions->action(R::ProjectDetails)->setEnabled(open);
     m_actions->action(R::SaveProject)->setEnabled(open);
     m_actions->action(R::SaveProjectAs)->setEnabled(open);
-    for (int id : { R::AddLabel, R::ImportLabels, R::ExportLabels, R::ClearTimeline })
+    if (m_statsAction)
+        m_statsAction->setEnabled(open);
+    for (int id : { R::AddLabel, R::ImportLabels, R::ExportLabels, R::ClearTimeline, R::ExportRawData })
         m_actions->action(id)->setEnabled(open);
     m_actions->action(R::RemoveVideo)->setEnabled(open && !m_project->videoPath().isEmpty());
     onProjectHistoryChanged();
@@ -805,4 +820,72 @@ bool KVMainWindow::showLoadError(const QString &title, const QString &message)
     const QAbstractButton *backups = box.addButton(tr("Open Backup Folder"), QMessageBox::ActionRole);
     box.exec();
     return box.clickedButton() == backups;
+}
+
+OVCodingSnapshot KVMainWindow::codingSnapshot() const
+{
+    const QString name = m_projectPath.isEmpty()
+        ? (m_project->title().isEmpty() ? tr("Untitled") : m_project->title())
+        : QFileInfo(m_projectPath).completeBaseName();
+    return OVCodingSnapshot::fromProject(*m_project, name);
+}
+
+void KVMainWindow::onExportStatsTriggered()
+{
+    if (!m_project)
+        return;
+    OVAnalysisDlg dialog(codingSnapshot(), this);
+    dialog.exec();
+}
+
+void KVMainWindow::onExportRawDataTriggered()
+{
+    if (!m_project)
+        return;
+    const QString path = chooseExportPath(tr("Export Raw Data"), tr("Excel Workbook (*.xlsx);;CSV (*.csv)"));
+    if (path.isEmpty())
+        return;
+    const OVCodingSnapshot snapshot = codingSnapshot();
+    const OV::Error error = OVAnalysisExports::rawData(this, snapshot, path);
+    if (!error.isOk() && error.code() != 2)
+        showError(tr("Export Raw Data"), error.message());
+    else if (error.isOk())
+        statusBar()->showMessage(tr("Raw data exported to %1").arg(QDir::toNativeSeparators(path)), 5000);
+}
+
+void KVMainWindow::onMultiProjectWorkshopTriggered()
+{
+    const QStringList projects = chooseProjectPaths();
+    if (projects.isEmpty())
+        return;
+    const QString path = chooseExportPath(tr("Multi-Project Workshop"), tr("Excel Workbook (*.xlsx);;CSV (*.csv)"));
+    if (path.isEmpty())
+        return;
+    QStringList skipped;
+    const OV::Error error = OVAnalysisExports::workshop(this, projects, path, &skipped);
+    if (!error.isOk() && error.code() != 2) {
+        showError(tr("Multi-Project Workshop"), error.message() + (skipped.isEmpty() ? QString() : QLatin1String("\n\n") + skipped.join(QLatin1Char('\n'))));
+    } else if (error.isOk() && !skipped.isEmpty()) {
+        showError(tr("Multi-Project Workshop"),
+            tr("The statistics were written to %1, without these projects:\n\n%2")
+                .arg(QDir::toNativeSeparators(path), skipped.join(QLatin1Char('\n'))));
+    } else if (error.isOk()) {
+        statusBar()->showMessage(tr("Statistics of %n project(s) written to %1", nullptr, int(projects.size()))
+                                     .arg(QDir::toNativeSeparators(path)), 5000);
+    }
+}
+
+QString KVMainWindow::chooseExportPath(const QString &caption, const QString &filter)
+{
+    QString selected;
+    QString path = QFileDialog::getSaveFileName(this, caption, QString(), filter, &selected);
+    const int star = selected.indexOf(QLatin1String("*."));
+    if (!path.isEmpty() && QFileInfo(path).suffix().isEmpty() && star >= 0)
+        path += selected.mid(star + 1, selected.indexOf(QLatin1Char(')'), star) - star - 1);
+    return path;
+}
+
+QStringList KVMainWindow::chooseProjectPaths()
+{
+    return QFileDialog::getOpenFileNames(this, tr("Multi-Project Workshop"), QString(), tr("Kavot Project (*.kvpr)"));
 }

@@ -6,6 +6,7 @@
 #include <QStringList>
 
 class OVActionRegistry;
+class OVCodingSnapshot;
 class OVLocalFileStorage;
 class OVSettings;
 class OVTimelineControl;
@@ -77,6 +78,10 @@ public Q_SLOTS:
     void onFileDroppedToPlayer(const QString &path);
     void onPlayerInitFinished(int errorCode);
     void onSeekRequested(double position);
+    // export
+    void onExportStatsTriggered();
+    void onExportRawDataTriggered();
+    void onMultiProjectWorkshopTriggered();
     // application
     void showAbout();
     void showSettings();
@@ -101,6 +106,9 @@ protected:
     virtual QString chooseOpenPath();
     virtual QString chooseSavePath();
     virtual QString chooseMediaPath();
+    // Where an export goes; `filter` as for a file dialog. Empty when the user cancels.
+    virtual QString chooseExportPath(const QString &caption, const QString &filter);
+    virtual QStringList chooseProjectPaths();
 
 private:
     void createActions();
@@ -114,6 +122,7 @@ private:
     void updateProjectActions();
     void updateProjectSummary();
     void openBackupFolderOf(const QString &projectPath);
+    OVCodingSnapshot codingSnapshot() const;
 
     OVSettings *m_settings;
     OVActionRegistry *m_actions;
@@ -135,4 +144,5 @@ private:
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;
     QMenu *m_recentMenu = nullptr;
+    QAction *m_statsAction = nullptr;
 };

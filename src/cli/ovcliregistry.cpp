@@ -4,6 +4,9 @@
 #include "ovclinew.h"
 #include "ovcliprobe.h"
 #include "ovclidump.h"
+#include "ovcliagreement.h"
+#include "ovclisegments.h"
+#include "ovclistats.h"
 
 std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
 {
@@ -12,6 +15,9 @@ std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
     all.push_back(std::make_unique<OVCliCheck>());
     all.push_back(std::make_unique<OVCliProbe>());
     all.push_back(std::make_unique<OVCliNew>());
+    all.push_back(std::make_unique<OVCliSegments>());
+    all.push_back(std::make_unique<OVCliStats>());
+    all.push_back(std::make_unique<OVCliAgreement>());
     return all;
 }
 

@@ -15,8 +15,7 @@
 #include <QStandardPaths>
 #include <QThread>
 
-#include <quazip/quazip.h>
-#include <quazip/quazipfile.h>
+#include "project/ovzipreader.h"
 
 #ifdef Q_OS_UNIX
 #include <fcntl.h>
@@ -106,29 +105,44 @@ void runParallel(int count, const std::function<void(int)> &job)
 
 QString timelineEntry(const Id &id) { return TimelineFolder + id + JsonSuffix; }
 
-// A member of an older ZIP project file opened for streaming, each on an archive handle of its
-// own so that several can be open while the new file is written.
-struct ZipMember
+// A member of an older ZIP project file as a device to stream from while the new file is written;
+// each has an archive handle of its own, so several can be open at once.
+class ZipMemberDevice : public QIODevice
 {
-    std::unique_ptr<QuaZip> zip;
-    std::unique_ptr<QuaZipFile> file;
+public:
+    explicit ZipMemberDevice(const QString &zipPath)
+        : m_file(zipPath)
+        , m_zip(&m_file)
+    {
+    }
+    bool openMember(const QString &name)
+    {
+        return m_file.open(QIODevice::ReadOnly) && m_zip.open() && m_zip.locate(name) && m_zip.openMember()
+            && open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    }
+
+protected:
+    qint64 readData(char *data, qint64 size) override
+    {
+        const qint64 n = m_zip.read(data, size);
+        return n == 0 ? -1 : n; // the member's end before the size its directory claimed
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    QFile m_file;
+    OVZipReader m_zip;
 };
 
-QIODevice *openZipMember(const QString &zipPath, const QString &name, std::vector<ZipMember> *keep)
+QIODevice *openZipMember(const QString &zipPath, const QString &name, std::vector<std::unique_ptr<QIODevice>> *keep)
 {
-    ZipMember m;
-    m.zip = std::make_unique<QuaZip>(zipPath);
-    if (!m.zip->open(QuaZip::mdUnzip) || !m.zip->setCurrentFile(name)) {
-        qWarning() << "LocalFileStorage: cannot find" << name << "in" << zipPath;
-        return nullptr;
-    }
-    m.file = std::make_unique<QuaZipFile>(m.zip.get());
-    if (!m.file->open(QIODevice::ReadOnly)) {
+    auto member = std::make_unique<ZipMemberDevice>(zipPath);
+    if (!member->openMember(name)) {
         qWarning() << "LocalFileStorage: cannot open" << name << "in" << zipPath;
         return nullptr;
     }
-    keep->push_back(std::move(m));
-    return keep->back().file.get();
+    keep->push_back(std::move(member));
+    return keep->back().get();
 }
 
 } // namespace
@@ -220,7 +234,7 @@ OV::Error OVLocalFileStorage::save(const QString &path, Project *project)
         return failed;
     }
     QStringList carriedNames;
-    std::vector<ZipMember> zipMembers;
+    std::vector<std::unique_ptr<QIODevice>> zipMembers;
     if (haveSource) {
         for (auto it = m_carried.cbegin(); it != m_carried.cend(); ++it) {
             if (m_embedChanged && isVideoEntry(it.key()))

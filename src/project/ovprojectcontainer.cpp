@@ -5,9 +5,7 @@
 #include <QStringDecoder>
 #include <QtEndian>
 
-#include <quazip/quazip.h>
-#include <quazip/quazipfile.h>
-#include <quazip/quazipfileinfo.h>
+#include "project/ovzipreader.h"
 
 #include <algorithm>
 #include <cstring>
@@ -159,26 +157,27 @@ bool OVProjectContainer::read(
 bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error,
     qint64 maxMemberSize, OVReadBudget *budget)
 {
-    QuaZip zip(in);
-    if (!zip.open(QuaZip::mdUnzip))
-        return fail(error, QStringLiteral("not a readable ZIP archive (%1)").arg(zip.getZipError()));
+    OVZipReader zip(in);
+    if (!zip.open())
+        return fail(error, QStringLiteral("not a readable ZIP archive"));
     Entries out;
     bool ok = true;
-    const int count = zip.getEntriesCount();
-    if (count > OVReadBudget::MaxEntries)
-        ok = fail(error, QStringLiteral("more than %1 ZIP members").arg(OVReadBudget::MaxEntries));
     int index = 0;
-    for (bool more = ok && zip.goToFirstFile(); more && ok; more = zip.goToNextFile()) {
+    for (bool more = zip.first(); more && ok; more = zip.next()) {
         ++index;
+        if (index > OVReadBudget::MaxEntries) {
+            ok = fail(error, QStringLiteral("more than %1 ZIP members").arg(OVReadBudget::MaxEntries));
+            break;
+        }
         if (budget) {
             if (budget->isCancelled()) {
                 ok = fail(error, QStringLiteral("cancelled"));
                 break;
             }
-            budget->setProgress(ProgressOfReading * index / std::max(count, 1));
+            budget->setProgress(int(ProgressOfReading * in->pos() / std::max<qint64>(in->size(), 1)));
         }
-        QuaZipFileInfo64 info;
-        if (!zip.getCurrentFileInfo(&info)) {
+        OVZipReader::Member info;
+        if (!zip.current(&info)) {
             ok = fail(error, QStringLiteral("ZIP member %1 is unreadable").arg(index));
             break;
         }
@@ -190,7 +189,7 @@ bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMe
             break;
         }
         Entry entry;
-        entry.size = qint64(info.uncompressedSize);
+        entry.size = info.uncompressedSize;
         if (keepInMemory && !keepInMemory(info.name)) {
             entry.inMemory = false;
             out.insert(info.name, std::move(entry));
@@ -198,12 +197,11 @@ bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMe
         }
         // A member inflates within the reader's budget, never beyond the cap.
         const qint64 cap = budget ? std::min(maxMemberSize, budget->textAllowance()) : maxMemberSize;
-        if (info.uncompressedSize > quint64(cap)) {
+        if (info.uncompressedSize > cap) {
             ok = fail(error, named + QStringLiteral(": %1 bytes is more than a document may hold").arg(info.uncompressedSize));
             break;
         }
-        QuaZipFile member(&zip);
-        if (!member.open(QIODevice::ReadOnly)) {
+        if (!zip.openMember()) {
             ok = fail(error, named + QStringLiteral(": cannot be opened"));
             break;
         }
@@ -212,7 +210,7 @@ bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMe
         data.reserve(qsizetype(std::min<quint64>(info.uncompressedSize, quint64(CopyChunk))));
         char buffer[65536];
         while (true) {
-            const qint64 n = member.read(buffer, sizeof buffer);
+            const qint64 n = zip.read(buffer, sizeof buffer);
             if (n < 0) {
                 ok = fail(error, named + QStringLiteral(": the data is damaged"));
                 break;
@@ -227,14 +225,14 @@ bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMe
             }
             data.append(buffer, qsizetype(n));
         }
-        member.close();
-        if (ok && member.getZipError() != UNZ_OK)
+        if (!zip.closeMember() && ok)
             ok = fail(error, named + QStringLiteral(": the data is damaged (CRC)"));
         entry.size = data.size();
         entry.data = std::move(data);
         out.insert(info.name, std::move(entry));
     }
-    zip.close();
+    if (ok && zip.error() != 0)
+        ok = fail(error, QStringLiteral("damaged ZIP directory"));
     if (!ok)
         return false;
     *entries = std::move(out);
