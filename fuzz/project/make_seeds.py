@@ -44,21 +44,32 @@ timeline = {"id": "t1", "owner": "anna", "isBlind": "0", "labels": [label],
             "binary_data": [{"key": "k", "data": "AAEC"}]}
 labelset = {"labels": [{k: v for k, v in label.items() if k != "sortOrder"}, {"id": "l2", "name": "B"}]}
 
+# Hostile files that once cost minutes and gigabytes, or ended the program; kept as regressions.
+repeated = dict(project, timeline_ids=["t1"] * 1000)
+empty_segments = b'{"labels":[{"id":"l","segments":[' + b",".join([b"{}"] * 1000000) + b"]}]}"
+label_bomb = b'{"labels":[' + b",".join([b'{"id":"l"}'] * 3000000) + b"]}"
+length_4gib = b"OV1\x00\x0cproject.json\xff\xff\xff\xf0" + b"x" * 64
+
 seeds = {
     "fuzz_envelope": {
         "wrapped": b"\x00" + envelope(dumps(project)),
         "wrapped_repair": b"\x01" + envelope(dumps(timeline)),
         "plain": b"\x00" + dumps(project),
+        "regression-inflates": b"\x00" + envelope(b" " * (64 << 20)),
     },
     "fuzz_container": {
         "project": container({"project.json": envelope(dumps(project)), "timelines/t1.json": dumps(timeline)}),
         "with_video": container({"project.json": dumps(project), "embvideo_v.mp4": b"\x00" * 64}),
         "empty": container({}),
+        "regression-length-4gib": length_4gib,
     },
     "fuzz_project_document": {"plain": dumps(project), "wrapped": envelope(dumps(project)),
-                              "numbers": b'{"online_id":"42","max_text_lw":70.5,"userelpath":0}'},
-    "fuzz_timeline_document": {"plain": dumps(timeline), "wrapped": envelope(dumps(timeline))},
-    "fuzz_labelset_document": {"plain": dumps(labelset), "wrapped": envelope(dumps(labelset))},
+                              "numbers": b'{"online_id":"42","max_text_lw":70,"userelpath":0}',
+                              "regression-repeated-timeline": envelope(dumps(repeated))},
+    "fuzz_timeline_document": {"plain": dumps(timeline), "wrapped": envelope(dumps(timeline)),
+                               "regression-empty-segments": envelope(empty_segments)},
+    "fuzz_labelset_document": {"plain": dumps(labelset), "wrapped": envelope(dumps(labelset)),
+                               "regression-inflates": envelope(label_bomb)},
 }
 
 for fuzzer, files in seeds.items():

@@ -15,8 +15,10 @@
 #include "media/ovvideoplayer.h"
 #include "project/history.h"
 #include "project/label.h"
+#include "project/ovjsonserializer.h"
 #include "project/ovlocalfilestorage.h"
 #include "project/ovprojectjournal.h"
+#include "project/ovreadbudget.h"
 #include "project/project.h"
 #include "project/segment.h"
 #include "project/state.h"
@@ -30,6 +32,7 @@
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
 #include "settings/ovuisettings.h"
+#include "widgets/ovbackgroundtask.h"
 
 #include <QAction>
 #include <QApplication>
@@ -50,9 +53,8 @@
 #include <QStatusBar>
 #include <QSplitter>
 #include <QStackedWidget>
-#include <QStatusBar>
 #include <QStandardPaths>
-#include <QStatusBar>
+#include <QThread>
 #include <QTimer>
 #include <QUndoStack>
 #include <QPushButton>
@@ -546,15 +548,29 @@ bool KVMainWindow::loadProject(const QString &path)
 {
     if (!confirmDiscardChanges())
         return false;
-    // Load into a fresh project: a file that fails to load leaves the open project as it was.
+    // Read on a worker into a fresh project: a file that fails to load, or a load the user
+    // cancels, leaves the open project as it was.
+    OVReadBudget budget(QFileInfo(path).size());
+    std::shared_ptr<OVLocalFileStorage::ReadResult> read;
+    QThread *home = thread();
+    OVBackgroundTask::run(
+        this, tr("Open Project"), tr("Loading %1...").arg(QFileInfo(path).fileName()),
+        [&](const OVBackgroundTask::Progress &progress) {
+            budget.setProgressCallback(progress);
+            read = OVLocalFileStorage::read(path, &budget, home);
+        },
+        [&budget] { budget.cancel(); });
     auto *storage = new OVLocalFileStorage(QString(), this);
     auto *project = new OVProject::Project;
-    const OV::Error error = storage->load(path, project);
+    const OV::Error error = storage->adopt(read, project);
     if (!error.isOk()) {
         qWarning().noquote() << "Loading" << path << "failed with code" << error.code();
         delete project;
         delete storage;
-        showError(tr("Open Project"), error.message());
+        if (error.code() == OVJsonSerializer::Cancelled)
+            return false;
+        if (showLoadError(tr("Open Project"), error.message()))
+            openBackupFolderOf(path);
         if (m_settings && error.code() == OVLocalFileStorage::FileUnreadable && !QFileInfo::exists(path))
             m_settings->recentProjects()->removeProject(path);
         return false;
@@ -835,10 +851,12 @@ void KVMainWindow::onChangeDetected()
         setModified(true);
 }
 
-void KVMainWindow::openBackupFolder()
+void KVMainWindow::openBackupFolder() { openBackupFolderOf(m_projectPath); }
+
+void KVMainWindow::openBackupFolderOf(const QString &projectPath)
 {
-    const QString folder = m_projectPath.isEmpty() ? OVLocalFileStorage::backupFolder()
-                                                   : OVLocalFileStorage::backupFolder(m_projectPath);
+    const QString folder
+        = projectPath.isEmpty() ? OVLocalFileStorage::backupFolder() : OVLocalFileStorage::backupFolder(projectPath);
     QDir().mkpath(folder);
     QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
 }
@@ -1179,6 +1197,16 @@ void KVMainWindow::showError(const QString &title, const QString &message)
 {
     qWarning().noquote() << title << ":" << message;
     QMessageBox::warning(this, title, message);
+}
+
+bool KVMainWindow::showLoadError(const QString &title, const QString &message)
+{
+    qWarning().noquote() << title << ":" << message;
+    QMessageBox box(QMessageBox::Warning, title, message, QMessageBox::Ok, this);
+    // The versions saved before are where a damaged project's work can be found again.
+    const QAbstractButton *backups = box.addButton(tr("Open Backup Folder"), QMessageBox::ActionRole);
+    box.exec();
+    return box.clickedButton() == backups;
 }
 
 OVCodingSnapshot KVMainWindow::codingSnapshot() const

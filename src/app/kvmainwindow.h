@@ -137,6 +137,8 @@ protected:
     // Yes: take the unsaved work back; No: put it aside.
     virtual QMessageBox::StandardButton askRecoverUnsavedWork(const QString &text);
     virtual void showError(const QString &title, const QString &message);
+    // A project that could not be opened, with the offer to open its backup folder; true when taken.
+    virtual bool showLoadError(const QString &title, const QString &message);
     virtual QString chooseOpenPath();
     virtual QString chooseSavePath();
     virtual QString chooseMediaPath();
@@ -165,6 +167,7 @@ private:
     // Keeps where playback of the open project stands, for the next time it is opened.
     void rememberPlaybackPosition();
     void applyModified();
+    void openBackupFolderOf(const QString &projectPath);
     OVCodingSnapshot codingSnapshot() const;
 
     OVSettings *m_settings;

@@ -7,6 +7,18 @@
 
 #include <QCommandLineParser>
 
+OV::Error OVCliCheck::validate(const QString &path)
+{
+    if (isLabelSetPath(path)) {
+        QList<OVProject::Label *> labels;
+        const OV::Error error = OVJsonSerializer::loadLabelSetFile(path, &labels);
+        qDeleteAll(labels);
+        return error;
+    }
+    OVProject::Project project;
+    return OVLocalFileStorage().load(path, &project);
+}
+
 void OVCliCheck::setup(QCommandLineParser &parser) const
 {
     parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("The .kvpr or .kvtl file."));
@@ -19,16 +31,7 @@ int OVCliCheck::run(const QCommandLineParser &parser) const
         printError(QStringLiteral("kavot-cli check: exactly one file expected"));
         return UsageError;
     }
-    const QString path = files.first();
-    OV::Error error;
-    if (isLabelSetPath(path)) {
-        QList<OVProject::Label *> labels;
-        error = OVJsonSerializer::loadLabelSetFile(path, &labels);
-        qDeleteAll(labels);
-    } else {
-        OVProject::Project project;
-        error = OVLocalFileStorage().load(path, &project);
-    }
+    const OV::Error error = validate(files.first());
     if (!error.isOk()) {
         print(error.message());
         return Failure;

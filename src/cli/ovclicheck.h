@@ -1,5 +1,7 @@
 #pragma once
 
+#include "log/overror.h"
+
 #include "ovclicommand.h"
 
 // kavot-cli check FILE: loads a project (".kvpr") or label set (".kvtl") the way the application
@@ -7,6 +9,9 @@
 class OVCliCheck : public OVCliCommand
 {
 public:
+    // Reads the project or label set at `path` as the application would; the error says why not.
+    static OV::Error validate(const QString &path);
+
     QString name() const override { return QStringLiteral("check"); }
     QString summary() const override
     {

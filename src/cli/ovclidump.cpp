@@ -1,5 +1,7 @@
 #include "ovclidump.h"
 
+#include "ovclicheck.h"
+
 #include "project/ovjsonserializer.h"
 #include "project/ovlocalfilestorage.h"
 
@@ -63,11 +65,17 @@ int OVCliDump::run(const QCommandLineParser &parser) const
         return UsageError;
     }
     const QString path = files.first();
+    // A file is shown only once the reader that loads it has accepted it whole, so dump and
+    // check never disagree about a file.
+    const OV::Error refused = OVCliCheck::validate(path);
+    if (!refused.isOk()) {
+        printError(refused.message());
+        return Failure;
+    }
     Json::Value out(Json::objectValue);
     if (isLabelSetPath(path)) {
         QFile file(path);
-        if (!file.open(QIODevice::ReadOnly) || file.size() > OVJsonSerializer::MaxInflatedSize
-            || !parseDocument(file.readAll(), &out) || !out.isMember("labels")) {
+        if (!file.open(QIODevice::ReadOnly) || !parseDocument(file.readAll(), &out) || !out.isMember("labels")) {
             printError(QStringLiteral("Failed to load labels from:\n") + path);
             return Failure;
         }

@@ -12,11 +12,14 @@
 #include <QDebug>
 #include <QFile>
 #include <QSaveFile>
+#include <QSet>
+#include <QStringDecoder>
 
 #include <json/json.h>
 #include <zlib.h>
 
 #include <charconv>
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -29,7 +32,7 @@ namespace {
 const char EnvelopeMagic[] = "CMP0";
 constexpr int EnvelopeHeaderSize = 20;
 
-// ---- reading helpers: tolerant of wrong types, never throwing ----
+// ---- reading: strict, every refusal names the place and the check ----
 
 const Json::Value *member(const Json::Value &object, const char *key)
 {
@@ -38,126 +41,572 @@ const Json::Value *member(const Json::Value &object, const char *key)
     return object.find(key, key + std::strlen(key));
 }
 
-QString text(const Json::Value *v, const QString &fallback = QString())
+QString quoted(const char *key) { return QLatin1Char('"') + QLatin1String(key) + QLatin1Char('"'); }
+
+QString quoted(const QString &text) { return QLatin1Char('"') + text + QLatin1Char('"'); }
+
+QString typeName(const Json::Value &v)
 {
-    if (!v || v->isNull())
-        return fallback;
-    switch (v->type()) {
-    case Json::stringValue: {
-        const char *b = nullptr;
-        const char *e = nullptr;
-        v->getString(&b, &e);
-        return QString::fromUtf8(b, qsizetype(e - b));
-    }
+    switch (v.type()) {
+    case Json::nullValue:
+        return QStringLiteral("null");
     case Json::intValue:
-        return QString::number(v->asLargestInt());
     case Json::uintValue:
-        return QString::number(v->asLargestUInt());
     case Json::realValue:
-        return QString::number(v->asDouble(), 'g', 17);
+        return QStringLiteral("a number");
+    case Json::stringValue:
+        return QStringLiteral("text");
     case Json::booleanValue:
-        return v->asBool() ? QStringLiteral("true") : QStringLiteral("false");
-    default:
-        // Arrays and objects have no text form.
-        return fallback;
+        return QStringLiteral("true or false");
+    case Json::arrayValue:
+        return QStringLiteral("a list");
+    case Json::objectValue:
+        return QStringLiteral("an object");
     }
+    return QStringLiteral("unknown");
 }
 
-QString text(const Json::Value &object, const char *key, const QString &fallback = QString())
+QByteArrayView bytesOf(const Json::Value &v)
 {
-    return text(member(object, key), fallback);
+    const char *b = nullptr;
+    const char *e = nullptr;
+    v.getString(&b, &e);
+    return QByteArrayView(b, qsizetype(e - b));
 }
 
-// A decimal number given as a JSON number or as text; `fallback` when missing or not a number.
-double number(const Json::Value *v, double fallback)
+// The state of one document's reading: the budget it draws from and the first refusal.
+class Reader
 {
-    if (!v || v->isNull())
-        return fallback;
-    double result = fallback;
-    if (v->isString()) {
-        const char *b = nullptr;
-        const char *e = nullptr;
-        v->getString(&b, &e);
-        const auto [ptr, ec] = std::from_chars(b, e, result);
-        if (ec != std::errc() || ptr != e) {
-            bool ok = false;
-            result = QString::fromUtf8(b, qsizetype(e - b)).trimmed().toDouble(&ok);
-            if (!ok)
-                return fallback;
-        }
-    } else if (v->isNumeric() || v->isBool()) {
-        result = v->isBool() ? (v->asBool() ? 1.0 : 0.0) : v->asDouble();
-    } else {
-        return fallback;
+public:
+    Reader(OVReadBudget *budget, QString *why)
+        : m_budget(budget)
+        , m_why(why)
+    {
     }
-    return std::isfinite(result) ? result : fallback;
-}
 
-qint64 integer(const Json::Value *v, qint64 fallback)
-{
-    if (!v || v->isNull())
-        return fallback;
-    if (v->isInt64())
-        return v->asInt64();
-    if (v->isUInt64())
-        return std::numeric_limits<qint64>::max();
-    if (v->isString()) {
-        const QString t = text(v).trimmed();
-        bool ok = false;
-        const qint64 i = t.toLongLong(&ok);
-        if (ok)
-            return i;
-    }
-    const double d = number(v, std::numeric_limits<double>::quiet_NaN());
-    if (std::isnan(d))
-        return fallback;
-    if (d >= 9.2e18)
-        return std::numeric_limits<qint64>::max();
-    if (d <= -9.2e18)
-        return std::numeric_limits<qint64>::min();
-    return qint64(d);
-}
+    OVReadBudget *budget() const { return m_budget; }
 
-int integer32(const Json::Value *v, int fallback)
-{
-    const qint64 i = integer(v, fallback);
-    return int(std::clamp<qint64>(i, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-}
-
-double time(const Json::Value &object, const char *key) { return number(member(object, key), 0.0); }
-
-QStringList textList(const Json::Value *v)
-{
-    QStringList out;
-    if (!v || !v->isArray())
-        return out;
-    out.reserve(qsizetype(v->size()));
-    for (const Json::Value &e : *v)
-        out.append(text(&e));
-    return out;
-}
-
-bool parse(const QByteArray &document, Json::Value *root)
-{
-    QByteArray json;
-    if (!OVJsonSerializer::unwrap(document, &json)) {
-        qWarning() << "JsonSerializer: damaged document envelope";
+    bool fail(const QString &place, const QString &what)
+    {
+        if (m_why && m_why->isEmpty())
+            *m_why = place.isEmpty() ? what : place + QStringLiteral(": ") + what;
         return false;
     }
+    // A refusal of the budget (or a cancel) at `place`.
+    bool failBudget(const QString &place) { return fail(place, m_budget->why()); }
+
+    // Every 4096th step of a long loop looks at the cancel flag.
+    bool cancelledAt(qsizetype step) const { return (step & 4095) == 0 && m_budget->isCancelled(); }
+
+    // A text member. Missing: `out` keeps its default. Any other JSON type, or bytes that are not
+    // UTF-8, are refused rather than turned into something the file did not say.
+    bool text(const Json::Value &o, const char *key, QString *out, const QString &place)
+    {
+        const Json::Value *v = member(o, key);
+        if (!v)
+            return true;
+        return textValue(*v, quoted(key), out, place);
+    }
+
+    bool textValue(const Json::Value &v, const QString &what, QString *out, const QString &place)
+    {
+        if (!v.isString())
+            return fail(place, QStringLiteral("%1 is %2, not text").arg(what, typeName(v)));
+        QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+        QString s = decoder(bytesOf(v));
+        if (decoder.hasError())
+            return fail(place, QStringLiteral("%1 is not valid UTF-8").arg(what));
+        *out = std::move(s);
+        return true;
+    }
+
+    // The "id" of a node, which must be there and not empty: a node without one would be given a
+    // new random id and no longer be the node the file meant.
+    bool id(const Json::Value &o, QString *out, const QString &place)
+    {
+        if (!text(o, "id", out, place))
+            return false;
+        if (out->isEmpty())
+            return fail(place, QStringLiteral("has no \"id\""));
+        return true;
+    }
+
+    // A whole number written as text ("42") or as a JSON number (42, 42.0), within [lo, hi].
+    bool integer(const Json::Value &o, const char *key, qint64 lo, qint64 hi, qint64 *out, const QString &place)
+    {
+        const Json::Value *v = member(o, key);
+        if (!v)
+            return true;
+        qint64 n = 0;
+        if (v->isString()) {
+            const QByteArrayView b = bytesOf(*v);
+            const auto [ptr, ec] = std::from_chars(b.data(), b.data() + b.size(), n);
+            if (b.isEmpty() || ec != std::errc() || ptr != b.data() + b.size())
+                return fail(place,
+                    QStringLiteral("%1 is not a whole number: %2").arg(quoted(key), quoted(shown(b))));
+        } else if (v->isInt64()) {
+            n = v->asInt64();
+        } else if (v->isNumeric()) {
+            return fail(place, QStringLiteral("%1 is not a whole number in range: %2")
+                                   .arg(quoted(key), QString::number(v->asDouble(), 'g', 17)));
+        } else {
+            return fail(place, QStringLiteral("%1 is %2, not a number").arg(quoted(key), typeName(*v)));
+        }
+        if (n < lo || n > hi)
+            return fail(place, QStringLiteral("%1 is out of range: %2").arg(quoted(key)).arg(n));
+        *out = n;
+        return true;
+    }
+
+    // "0" or "1" (as text, number, or JSON true and false).
+    bool flag(const Json::Value &o, const char *key, bool *out, const QString &place)
+    {
+        const Json::Value *v = member(o, key);
+        if (v && v->isBool()) {
+            *out = v->asBool();
+            return true;
+        }
+        qint64 n = *out ? 1 : 0;
+        if (!integer(o, key, 0, 1, &n, place))
+            return false;
+        *out = n != 0;
+        return true;
+    }
+
+    // Seconds from the start of the video, as text ("12.340") or as a JSON number. Negative,
+    // infinite and not-a-number times do not exist; neither do times beyond the open end.
+    bool time(const Json::Value &o, const char *key, double *out, const QString &place, bool required)
+    {
+        const Json::Value *v = member(o, key);
+        if (!v)
+            return required ? fail(place, QStringLiteral("has no %1").arg(quoted(key))) : true;
+        double d = 0;
+        if (v->isString()) {
+            const QByteArrayView b = bytesOf(*v);
+            const auto [ptr, ec] = std::from_chars(b.data(), b.data() + b.size(), d);
+            if (b.isEmpty() || ec != std::errc() || ptr != b.data() + b.size())
+                return fail(place, QStringLiteral("%1 is not a time in seconds: %2").arg(quoted(key), quoted(shown(b))));
+        } else if (v->isNumeric()) {
+            d = v->asDouble();
+        } else {
+            return fail(place, QStringLiteral("%1 is %2, not a time").arg(quoted(key), typeName(*v)));
+        }
+        if (!std::isfinite(d) || d < 0 || d > Segment::OpenEnd)
+            return fail(place, QStringLiteral("%1 is not a possible time: %2").arg(quoted(key), QString::number(d, 'f', 3)));
+        *out = d;
+        return true;
+    }
+
+    // A member that must be a list when it is there; null when missing (`ok` stays true).
+    const Json::Value *list(const Json::Value &o, const char *key, const QString &place, bool *ok)
+    {
+        const Json::Value *v = member(o, key);
+        if (v && !v->isArray()) {
+            *ok = fail(place, QStringLiteral("%1 is %2, not a list").arg(quoted(key), typeName(*v)));
+            return nullptr;
+        }
+        return v;
+    }
+
+    // A list of texts; `unique`: a repeated one is refused.
+    bool textList(const Json::Value &o, const char *key, QStringList *out, const QString &place, bool unique)
+    {
+        bool ok = true;
+        const Json::Value *arr = list(o, key, place, &ok);
+        if (!arr)
+            return ok;
+        QStringList result;
+        result.reserve(qsizetype(arr->size()));
+        QSet<QString> seen;
+        for (Json::ArrayIndex i = 0; i < arr->size(); ++i) {
+            QString s;
+            const QString what = QStringLiteral("%1 item %2").arg(quoted(key)).arg(i + 1);
+            if (!textValue((*arr)[i], what, &s, place))
+                return false;
+            if (unique) {
+                if (seen.contains(s))
+                    return fail(place, QStringLiteral("%1 is %2, which is listed twice").arg(what, quoted(s)));
+                seen.insert(s);
+            }
+            result.append(std::move(s));
+        }
+        *out = std::move(result);
+        return true;
+    }
+
+    // An object item of a list.
+    bool object(const Json::Value &v, const QString &place)
+    {
+        return v.isObject() || fail(place, QStringLiteral("is %1, not an object").arg(typeName(v)));
+    }
+
+private:
+    // A short, printable excerpt of a bad value for the message.
+    static QString shown(QByteArrayView b)
+    {
+        QString s = QString::fromUtf8(b.first(std::min<qsizetype>(b.size(), 40)));
+        return b.size() > 40 ? s + QStringLiteral("...") : s;
+    }
+
+    OVReadBudget *m_budget;
+    QString *m_why;
+};
+
+// Counts, as the text streams past, the JSON values it will make (one per container opened and
+// one per separator: what JsonCpp allocates a node for), so a document is refused before its tree
+// is built; and finds raw control characters inside strings, which JSON does not allow.
+class ValueCounter
+{
+public:
+    // False on a raw control character in a string.
+    bool feed(const char *data, qsizetype size)
+    {
+        for (qsizetype i = 0; i < size; ++i) {
+            const uchar c = uchar(data[i]);
+            if (m_inString) {
+                if (m_escape)
+                    m_escape = false;
+                else if (c == '\\')
+                    m_escape = true;
+                else if (c == '"')
+                    m_inString = false;
+                else if (c < 0x20)
+                    return false;
+            } else if (c == '"') {
+                m_inString = true;
+            } else if (c == '{' || c == '[' || c == ',') {
+                ++m_values;
+            }
+        }
+        return true;
+    }
+    // Values counted since the last call.
+    qint64 takeNew()
+    {
+        const qint64 n = m_values - m_taken;
+        m_taken = m_values;
+        return n;
+    }
+
+private:
+    bool m_inString = false;
+    bool m_escape = false;
+    qint64 m_values = 0;
+    qint64 m_taken = 0;
+};
+
+bool parse(const QByteArray &document, Json::Value *root, OVReadBudget *budget, QString *why)
+{
+    Reader r(budget, why);
+    QByteArray json;
+    if (!OVJsonSerializer::unwrap(document, &json, budget, why))
+        return false;
     Json::CharReaderBuilder builder;
-    builder["collectComments"] = false;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    // Writers on Windows like to start with a byte order mark; it says nothing about the content.
+    builder["skipBom"] = true;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string errors;
+    if (!reader->parse(json.constData(), json.constData() + json.size(), root, &errors))
+        return r.fail(QString(), QStringLiteral("not valid JSON: ") + QString::fromStdString(errors).simplified());
+    if (!root->isObject())
+        return r.fail(QString(), QStringLiteral("the document is %1, not an object").arg(typeName(*root)));
+    return true;
+}
+
+// A budget of its own for callers that read one document on its own.
+struct LocalBudget
+{
+    explicit LocalBudget(OVReadBudget *given, qint64 size)
+        : own(given ? 0 : size)
+        , budget(given ? given : &own)
+    {
+    }
+    OVReadBudget own;
+    OVReadBudget *budget;
+};
+
+// Runs a reader and turns an allocation failure into a refusal. Nothing is logged inside the
+// handler: the memory that ran out is only given back once the stack has unwound.
+template <typename Read> bool guarded(QString *why, Read read)
+{
+    bool outOfMemory = false;
     try {
-        if (!reader->parse(json.constData(), json.constData() + json.size(), root, &errors)) {
-            qWarning() << "JsonSerializer: parse error:" << QString::fromStdString(errors).trimmed();
-            return false;
+        return read();
+    } catch (const std::bad_alloc &) {
+        outOfMemory = true;
+    } catch (const std::exception &) {
+        // JsonCpp throws on internal limits; a reader never lets it through.
+    }
+    if (why)
+        *why = outOfMemory ? QStringLiteral("not enough memory to read the document")
+                           : QStringLiteral("the document could not be read");
+    return false;
+}
+
+QString labelPlace(qsizetype index, const QString &id)
+{
+    return id.isEmpty() ? QStringLiteral("label %1").arg(index + 1)
+                        : QStringLiteral("label %1 (id %2)").arg(index + 1).arg(quoted(id));
+}
+
+QString itemPlace(const char *kind, qsizetype index, const QString &id)
+{
+    return id.isEmpty() ? QStringLiteral("%1 %2").arg(QLatin1String(kind)).arg(index + 1)
+                        : QStringLiteral("%1 %2 (id %3)").arg(QLatin1String(kind)).arg(index + 1).arg(quoted(id));
+}
+
+// Reads one label object with its segments; null after a refusal. Ids of labels and of segments
+// must not repeat among those already read (`labelIds`, `segmentIds`).
+Label *readLabel(Reader &r, const Json::Value &o, qsizetype index, bool withSortOrder, QSet<QString> *labelIds,
+    QSet<QString> *segmentIds)
+{
+    QString id;
+    if (!r.object(o, labelPlace(index, id)) || !r.id(o, &id, labelPlace(index, id)))
+        return nullptr;
+    const QString place = labelPlace(index, id);
+    if (labelIds->contains(id)) {
+        r.fail(place, QStringLiteral("the id is used by an earlier label"));
+        return nullptr;
+    }
+    labelIds->insert(id);
+    if (!r.budget()->takeLabels(1)) {
+        r.failBudget(place);
+        return nullptr;
+    }
+    QString name;
+    QString desc;
+    qint64 color = 0;
+    qint64 key = 0;
+    qint64 sortOrder = index;
+    bool ok = true;
+    const Json::Value *segs = nullptr;
+    ok = r.text(o, "name", &name, place) && r.text(o, "desc", &desc, place)
+        && r.integer(o, "color", 0, 0xFFFFFFFFLL, &color, place) && r.integer(o, "key", 0, 0xFFFF, &key, place)
+        && (!withSortOrder || r.integer(o, "sortOrder", INT_MIN, INT_MAX, &sortOrder, place));
+    if (ok)
+        segs = r.list(o, "segments", place, &ok);
+    if (!ok)
+        return nullptr;
+    if (segs && !r.budget()->takeSegments(qint64(segs->size()))) {
+        r.failBudget(place);
+        return nullptr;
+    }
+
+    QList<Segment *> segments;
+    if (segs) {
+        segments.reserve(qsizetype(segs->size()));
+        for (Json::ArrayIndex i = 0; i < segs->size(); ++i) {
+            const Json::Value &so = (*segs)[i];
+            QString sid;
+            double start = 0;
+            double end = 0;
+            QString sdesc;
+            QString splace = place + QStringLiteral(", ") + itemPlace("segment", i, sid);
+            ok = !r.cancelledAt(i) || r.failBudget(splace);
+            ok = ok && r.object(so, splace) && r.id(so, &sid, splace);
+            if (ok) {
+                splace = place + QStringLiteral(", ") + itemPlace("segment", i, sid);
+                if (segmentIds->contains(sid))
+                    ok = r.fail(splace, QStringLiteral("the id is used by an earlier segment"));
+                segmentIds->insert(sid);
+            }
+            ok = ok && r.text(so, "desc", &sdesc, splace) && r.time(so, "start", &start, splace, true)
+                && r.time(so, "end", &end, splace, true);
+            if (ok && end < start)
+                ok = r.fail(splace, QStringLiteral("\"end\" %1 is before \"start\" %2")
+                                        .arg(OVJsonSerializer::formatTime(end), OVJsonSerializer::formatTime(start)));
+            if (!ok) {
+                qDeleteAll(segments);
+                return nullptr;
+            }
+            auto *s = new Segment(start, end, sid);
+            s->setDescription(sdesc);
+            segments.append(s);
         }
-    } catch (const std::exception &e) {
-        qWarning() << "JsonSerializer: parse error:" << e.what();
-        return false;
+    }
+    auto *l = new Label(id);
+    l->setName(name);
+    l->setDescription(desc);
+    l->setColor(QColor::fromRgba(QRgb(quint32(color))));
+    l->setKey(key > 0 ? QChar(char16_t(key)) : QChar());
+    l->setSortOrder(int(sortOrder));
+    l->addSegments(segments);
+    return l;
+}
+
+// Everything a timeline document says, read in full before the timeline is touched.
+struct TimelineContent
+{
+    TimelineContent() = default;
+    TimelineContent(const TimelineContent &) = delete;
+    TimelineContent &operator=(const TimelineContent &) = delete;
+    ~TimelineContent()
+    {
+        qDeleteAll(labels);
+        qDeleteAll(utterances);
+        qDeleteAll(groups);
+    }
+
+    QString id;
+    QString owner;
+    bool blind = false;
+    QList<Label *> labels;
+    QList<Utterance *> utterances;
+    QList<SegmentGroup *> groups;
+    QStringList hiddenSegments;
+    QStringList hiddenLabels;
+    QStringList hiddenUtterances;
+    QStringList hiddenUtteranceUsers;
+    QMap<QString, QByteArray> binary;
+};
+
+bool readLabels(Reader &r, const Json::Value &arr, bool withSortOrder, QList<Label *> *out)
+{
+    QSet<QString> labelIds;
+    QSet<QString> segmentIds;
+    for (Json::ArrayIndex i = 0; i < arr.size(); ++i) {
+        Label *l = readLabel(r, arr[i], i, withSortOrder, &labelIds, &segmentIds);
+        if (!l)
+            return false;
+        out->append(l);
     }
     return true;
+}
+
+bool readTimelineContent(Reader &r, const Json::Value &root, TimelineContent *c)
+{
+    bool ok = r.text(root, "id", &c->id, QString()) && r.text(root, "owner", &c->owner, QString())
+        && r.flag(root, "isBlind", &c->blind, QString());
+    const Json::Value *labels = ok ? r.list(root, "labels", QString(), &ok) : nullptr;
+    if (!ok || (labels && !readLabels(r, *labels, true, &c->labels)))
+        return false;
+
+    const Json::Value *utterances = r.list(root, "utterances", QString(), &ok);
+    if (!ok)
+        return false;
+    if (utterances) {
+        if (!r.budget()->takeUtterances(qint64(utterances->size())))
+            return r.failBudget(QStringLiteral("\"utterances\""));
+        QSet<QString> ids;
+        for (Json::ArrayIndex i = 0; i < utterances->size(); ++i) {
+            const Json::Value &uo = (*utterances)[i];
+            QString id;
+            if (r.cancelledAt(i))
+                return r.failBudget(itemPlace("utterance", i, id));
+            if (!r.object(uo, itemPlace("utterance", i, id)) || !r.id(uo, &id, itemPlace("utterance", i, id)))
+                return false;
+            const QString place = itemPlace("utterance", i, id);
+            if (ids.contains(id))
+                return r.fail(place, QStringLiteral("the id is used by an earlier utterance"));
+            ids.insert(id);
+            QString text;
+            QString speaker;
+            double start = 0;
+            double end = 0;
+            if (!r.text(uo, "text", &text, place) || !r.text(uo, "speaker", &speaker, place)
+                || !r.time(uo, "startTime", &start, place, true) || !r.time(uo, "endTime", &end, place, true))
+                return false;
+            if (end < start)
+                return r.fail(place, QStringLiteral("\"endTime\" %1 is before \"startTime\" %2")
+                                         .arg(OVJsonSerializer::formatTime(end), OVJsonSerializer::formatTime(start)));
+            auto *u = new Utterance(id);
+            u->setText(text);
+            u->setSpeaker(speaker);
+            u->setStartTime(start);
+            u->setEndTime(end);
+            c->utterances.append(u);
+        }
+    }
+
+    const Json::Value *groups = r.list(root, "segment_groups", QString(), &ok);
+    if (!ok)
+        return false;
+    if (groups) {
+        if (!r.budget()->takeGroups(qint64(groups->size())))
+            return r.failBudget(QStringLiteral("\"segment_groups\""));
+        QSet<QString> ids;
+        for (Json::ArrayIndex i = 0; i < groups->size(); ++i) {
+            const Json::Value &go = (*groups)[i];
+            QString id;
+            if (!r.object(go, itemPlace("segment group", i, id)) || !r.id(go, &id, itemPlace("segment group", i, id)))
+                return false;
+            const QString place = itemPlace("segment group", i, id);
+            if (ids.contains(id))
+                return r.fail(place, QStringLiteral("the id is used by an earlier segment group"));
+            ids.insert(id);
+            QString name;
+            QStringList segids;
+            if (!r.text(go, "name", &name, place) || !r.textList(go, "segids", &segids, place, false))
+                return false;
+            auto *g = new SegmentGroup(id);
+            g->setName(name);
+            g->setSegmentIds(segids);
+            c->groups.append(g);
+        }
+    }
+
+    if (!r.textList(root, "hidden_segments", &c->hiddenSegments, QString(), true)
+        || !r.textList(root, "hidden_labels", &c->hiddenLabels, QString(), true)
+        || !r.textList(root, "hidden_utterances", &c->hiddenUtterances, QString(), true)
+        || !r.textList(root, "hidden_uttusers", &c->hiddenUtteranceUsers, QString(), true))
+        return false;
+
+    const Json::Value *binary = r.list(root, "binary_data", QString(), &ok);
+    if (!ok)
+        return false;
+    if (binary) {
+        for (Json::ArrayIndex i = 0; i < binary->size(); ++i) {
+            const Json::Value &bo = (*binary)[i];
+            QString key;
+            QString place = QStringLiteral("attachment %1").arg(i + 1);
+            if (!r.object(bo, place) || !r.text(bo, "key", &key, place))
+                return false;
+            place = QStringLiteral("attachment %1 (key %2)").arg(i + 1).arg(quoted(key));
+            if (c->binary.contains(key))
+                return r.fail(place, QStringLiteral("the key is used by an earlier attachment"));
+            const Json::Value *data = member(bo, "data");
+            if (data && !data->isString())
+                return r.fail(place, QStringLiteral("\"data\" is %1, not text").arg(typeName(*data)));
+            auto decoded = QByteArray::fromBase64Encoding(data ? bytesOf(*data).toByteArray() : QByteArray(),
+                QByteArray::Base64Encoding | QByteArray::AbortOnBase64DecodingErrors);
+            if (!decoded)
+                return r.fail(place, QStringLiteral("\"data\" is not base64"));
+            c->binary.insert(key, std::move(decoded.decoded));
+        }
+    }
+    return true;
+}
+
+// Replaces the timeline's content by what was read; the reading can no longer fail here.
+void commitTimeline(TimelineContent *c, Timeline *t)
+{
+    while (!t->labels().isEmpty())
+        t->removeLabel(t->labels().constLast());
+    while (!t->utterances().isEmpty())
+        t->removeUtterance(t->utterances().constLast());
+    while (!t->segmentGroups().isEmpty())
+        t->removeSegmentGroup(t->segmentGroups().constLast());
+    if (!c->id.isEmpty())
+        t->setId(c->id);
+    t->setOwner(c->owner);
+    t->setBlind(c->blind);
+    for (Label *l : std::as_const(c->labels))
+        t->addLabel(l);
+    c->labels.clear();
+    t->addUtterances(c->utterances);
+    c->utterances.clear();
+    for (SegmentGroup *g : std::as_const(c->groups))
+        t->addSegmentGroup(g);
+    c->groups.clear();
+    t->setHiddenSegments(c->hiddenSegments);
+    t->setHiddenLabels(c->hiddenLabels);
+    t->setHiddenUtterances(c->hiddenUtterances);
+    t->setHiddenUtteranceUsers(c->hiddenUtteranceUsers);
+    for (const QString &key : t->binaryData().keys())
+        t->removeBinaryData(key);
+    for (auto it = c->binary.cbegin(); it != c->binary.cend(); ++it)
+        t->setBinaryData(it.key(), it.value());
 }
 
 // ---- writing helpers ----
@@ -193,31 +642,6 @@ Json::Value labelObject(const ProjectSnapshot::LabelData &l, bool withSortOrder)
     }
     o["segments"] = std::move(segs);
     return o;
-}
-
-// Reads a label object; the segments only when the member is there.
-Label *readLabel(const Json::Value &o, bool withSortOrder, int position)
-{
-    auto *l = new Label(text(o, "id"));
-    l->setName(text(o, "name"));
-    l->setDescription(text(o, "desc"));
-    l->setColor(QColor::fromRgba(QRgb(quint32(integer(member(o, "color"), 0)))));
-    const qint64 key = integer(member(o, "key"), 0);
-    l->setKey(key > 0 && key <= 0xffff ? QChar(char16_t(key)) : QChar());
-    l->setSortOrder(withSortOrder ? integer32(member(o, "sortOrder"), position) : position);
-    if (const Json::Value *segs = member(o, "segments"); segs && segs->isArray()) {
-        QList<Segment *> list;
-        list.reserve(qsizetype(segs->size()));
-        for (const Json::Value &so : *segs) {
-            if (!so.isObject())
-                continue;
-            auto *s = new Segment(time(so, "start"), time(so, "end"), text(so, "id"));
-            s->setDescription(text(so, "desc"));
-            list.append(s);
-        }
-        l->addSegments(list);
-    }
-    return l;
 }
 
 } // namespace
@@ -267,26 +691,62 @@ QByteArray OVJsonSerializer::writeProject(const ProjectSnapshot::HeaderData &p) 
 
 bool OVJsonSerializer::readProject(const QByteArray &data, Project *p) const
 {
-    Json::Value root;
-    if (!parse(data, &root) || !root.isObject())
-        return false;
-    p->setTitle(text(root, "title"));
-    p->setDescription(text(root, "desc"));
-    p->setId(text(root, "id"));
-    p->setTimelineIds(textList(member(root, "timeline_ids")));
-    p->setVideoId(integer32(member(root, "video_id"), -1));
-    p->setVideoPath(text(root, "video_path"));
-    p->setUseRelativePath(integer(member(root, "userelpath"), 1) != 0);
-    p->setOnlineId(integer(member(root, "online_id"), -1));
-    p->setProjectType(integer32(member(root, "project_type"), 0));
-    p->setMaxTextWidth(integer32(member(root, "max_text_lw"), 80));
-    p->setOwner(text(root, "owner"));
-    p->setOfflineUser(text(root, "offlineUser"));
-    const double length = time(root, "video_length");
-    p->setVideoLength(std::isfinite(length) && length > 0 ? length : 0.0);
-    return true;
+    return readProject(data, p, nullptr, nullptr);
 }
 
+bool OVJsonSerializer::readProject(const QByteArray &data, Project *p, OVReadBudget *given, QString *why) const
+{
+    LocalBudget local(given, data.size());
+    return guarded(why, [&] {
+        Json::Value root;
+        if (!parse(data, &root, local.budget, why))
+            return false;
+        Reader r(local.budget, why);
+        QString title;
+        QString desc;
+        QString id;
+        QStringList timelineIds;
+        qint64 videoId = -1;
+        QString videoPath;
+        bool relative = true;
+        qint64 onlineId = -1;
+        qint64 type = 0;
+        qint64 width = 80;
+        QString owner;
+        QString offlineUser;
+        double length = 0;
+        const QString top;
+        if (!r.text(root, "title", &title, top) || !r.text(root, "desc", &desc, top) || !r.text(root, "id", &id, top)
+            || !r.textList(root, "timeline_ids", &timelineIds, top, true)
+            || !r.integer(root, "video_id", INT_MIN, INT_MAX, &videoId, top)
+            || !r.text(root, "video_path", &videoPath, top) || !r.flag(root, "userelpath", &relative, top)
+            || !r.integer(root, "online_id", LLONG_MIN, LLONG_MAX, &onlineId, top)
+            || !r.integer(root, "project_type", INT_MIN, INT_MAX, &type, top)
+            || !r.integer(root, "max_text_lw", 0, INT_MAX, &width, top) || !r.text(root, "owner", &owner, top)
+            || !r.text(root, "offlineUser", &offlineUser, top) || !r.time(root, "video_length", &length, top, false))
+            return false;
+        if (timelineIds.size() > OVReadBudget::MaxTimelines)
+            return r.fail(top, QStringLiteral("more than %1 timelines").arg(OVReadBudget::MaxTimelines));
+        for (qsizetype i = 0; i < timelineIds.size(); ++i) {
+            if (timelineIds[i].isEmpty())
+                return r.fail(top, QStringLiteral("\"timeline_ids\" item %1 is empty").arg(i + 1));
+        }
+        p->setTitle(title);
+        p->setDescription(desc);
+        p->setId(id);
+        p->setTimelineIds(timelineIds);
+        p->setVideoId(int(videoId));
+        p->setVideoPath(videoPath);
+        p->setUseRelativePath(relative);
+        p->setOnlineId(onlineId);
+        p->setProjectType(int(type));
+        p->setMaxTextWidth(int(width));
+        p->setOwner(owner);
+        p->setOfflineUser(offlineUser);
+        p->setVideoLength(length == Segment::OpenEnd ? 0.0 : length);
+        return true;
+    });
+}
 QByteArray OVJsonSerializer::writeTimeline(const Timeline *t) const
 {
     return writeTimeline(ProjectSnapshot::timeline(t));
@@ -343,72 +803,24 @@ QByteArray OVJsonSerializer::writeTimeline(const ProjectSnapshot::TimelineData &
 
 bool OVJsonSerializer::readTimeline(const QByteArray &data, Timeline *t) const
 {
-    Json::Value root;
-    if (!parse(data, &root) || !root.isObject())
-        return false;
-    // The document is sound from here on: replace the timeline's content.
-    while (!t->labels().isEmpty())
-        t->removeLabel(t->labels().constLast());
-    while (!t->utterances().isEmpty())
-        t->removeUtterance(t->utterances().constLast());
-    while (!t->segmentGroups().isEmpty())
-        t->removeSegmentGroup(t->segmentGroups().constLast());
-
-    if (const QString id = text(root, "id"); !id.isEmpty())
-        t->setId(id);
-    t->setOwner(text(root, "owner"));
-    t->setBlind(integer(member(root, "isBlind"), 0) != 0);
-
-    if (const Json::Value *labels = member(root, "labels"); labels && labels->isArray()) {
-        int position = 0;
-        for (const Json::Value &lo : *labels) {
-            if (lo.isObject())
-                t->addLabel(readLabel(lo, true, position++));
-        }
-    }
-    if (const Json::Value *utterances = member(root, "utterances"); utterances && utterances->isArray()) {
-        QList<Utterance *> list;
-        list.reserve(qsizetype(utterances->size()));
-        for (const Json::Value &uo : *utterances) {
-            if (!uo.isObject())
-                continue;
-            auto *u = new Utterance(text(uo, "id"));
-            u->setText(text(uo, "text"));
-            u->setSpeaker(text(uo, "speaker"));
-            u->setStartTime(time(uo, "startTime"));
-            u->setEndTime(time(uo, "endTime"));
-            list.append(u);
-        }
-        t->addUtterances(list);
-    }
-    if (const Json::Value *groups = member(root, "segment_groups"); groups && groups->isArray()) {
-        for (const Json::Value &go : *groups) {
-            if (!go.isObject())
-                continue;
-            auto *g = new SegmentGroup(text(go, "id"));
-            g->setName(text(go, "name"));
-            if (const Json::Value *ids = member(go, "segids"))
-                g->setSegmentIds(textList(ids));
-            t->addSegmentGroup(g);
-        }
-    }
-    t->setHiddenSegments(textList(member(root, "hidden_segments")));
-    t->setHiddenLabels(textList(member(root, "hidden_labels")));
-    t->setHiddenUtterances(textList(member(root, "hidden_utterances")));
-    t->setHiddenUtteranceUsers(textList(member(root, "hidden_uttusers")));
-
-    for (const QString &key : t->binaryData().keys())
-        t->removeBinaryData(key);
-    if (const Json::Value *binary = member(root, "binary_data"); binary && binary->isArray()) {
-        for (const Json::Value &bo : *binary) {
-            if (!bo.isObject())
-                continue;
-            t->setBinaryData(text(bo, "key"), QByteArray::fromBase64(text(bo, "data").toLatin1()));
-        }
-    }
-    return true;
+    return readTimeline(data, t, nullptr, nullptr);
 }
 
+bool OVJsonSerializer::readTimeline(const QByteArray &data, Timeline *t, OVReadBudget *given, QString *why) const
+{
+    LocalBudget local(given, data.size());
+    return guarded(why, [&] {
+        Json::Value root;
+        if (!parse(data, &root, local.budget, why))
+            return false;
+        Reader r(local.budget, why);
+        TimelineContent content;
+        if (!readTimelineContent(r, root, &content))
+            return false;
+        commitTimeline(&content, t);
+        return true;
+    });
+}
 QByteArray OVJsonSerializer::writeLabelSet(const QList<Label *> &labels) const
 {
     Json::Value root(Json::objectValue);
@@ -421,24 +833,33 @@ QByteArray OVJsonSerializer::writeLabelSet(const QList<Label *> &labels) const
 
 bool OVJsonSerializer::readLabelSet(const QByteArray &data, QList<Label *> *labels) const
 {
-    Json::Value root;
-    if (!parse(data, &root) || !root.isObject())
-        return false;
-    const Json::Value *arr = member(root, "labels");
-    if (!arr)
-        return false;
+    return readLabelSet(data, labels, nullptr, nullptr);
+}
+
+bool OVJsonSerializer::readLabelSet(const QByteArray &data, QList<Label *> *labels, OVReadBudget *given, QString *why) const
+{
+    LocalBudget local(given, data.size());
     QList<Label *> out;
-    if (arr->isArray()) {
-        int position = 0;
-        for (const Json::Value &lo : *arr) {
-            if (lo.isObject())
-                out.append(readLabel(lo, false, position++));
-        }
+    const bool ok = guarded(why, [&] {
+        Json::Value root;
+        if (!parse(data, &root, local.budget, why))
+            return false;
+        Reader r(local.budget, why);
+        bool listOk = true;
+        const Json::Value *arr = r.list(root, "labels", QString(), &listOk);
+        if (!listOk)
+            return false;
+        if (!arr)
+            return r.fail(QString(), QStringLiteral("has no \"labels\""));
+        return readLabels(r, *arr, false, &out);
+    });
+    if (!ok) {
+        qDeleteAll(out);
+        return false;
     }
     *labels = out;
     return true;
 }
-
 OV::Error OVJsonSerializer::saveLabelSetFile(const QString &path, const QList<Label *> &labels) const
 {
     QSaveFile file(path);
@@ -450,21 +871,35 @@ OV::Error OVJsonSerializer::saveLabelSetFile(const QString &path, const QList<La
     return OV::Error::success();
 }
 
-OV::Error OVJsonSerializer::loadLabelSetFile(const QString &path, QList<Label *> *labels)
+OV::Error OVJsonSerializer::loadLabelSetFile(const QString &path, QList<Label *> *labels, OVReadBudget *budget)
 {
-    const OV::Error failed(5, QStringLiteral("Failed to load labels from:\n") + path);
+    const QString failed = QStringLiteral("Failed to load labels from:\n") + path;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         qWarning() << "JsonSerializer: cannot open label set" << path << file.errorString();
-        return failed;
+        return OV::Error(5, failed + QStringLiteral("\n\n") + file.errorString());
     }
-    if (file.size() > MaxInflatedSize) {
-        qWarning() << "JsonSerializer: label set too large" << path << file.size();
-        return failed;
+    LocalBudget local(budget, file.size());
+    QByteArray bytes;
+    QString why;
+    if (!local.budget->takeText(file.size())) {
+        why = local.budget->why();
+    } else {
+        guarded(&why, [&] {
+            bytes = file.readAll();
+            return true;
+        });
     }
-    if (!OVJsonSerializer().readLabelSet(file.readAll(), labels)) {
-        qWarning() << "JsonSerializer: not a label set" << path;
-        return failed;
+    if (why.isEmpty() && bytes.size() != file.size())
+        why = QStringLiteral("the file could not be read whole");
+    // The file's own bytes were counted above; the reader counts what they inflate to.
+    if (why.isEmpty() && !OVJsonSerializer().readLabelSet(bytes, labels, local.budget, &why) && why.isEmpty())
+        why = QStringLiteral("not a label set");
+    if (!why.isEmpty()) {
+        qWarning().noquote() << "JsonSerializer: label set" << path << "refused:" << why;
+        if (local.budget->isCancelled())
+            return OV::Error(Cancelled, QStringLiteral("Loading was cancelled."));
+        return OV::Error(5, failed + QStringLiteral("\n\n") + why);
     }
     return OV::Error::success();
 }
@@ -497,48 +932,96 @@ QByteArray OVJsonSerializer::wrap(const QByteArray &json, int level)
 
 bool OVJsonSerializer::unwrap(const QByteArray &document, QByteArray *json)
 {
+    return unwrap(document, json, nullptr, nullptr);
+}
+
+bool OVJsonSerializer::unwrap(const QByteArray &document, QByteArray *json, OVReadBudget *given, QString *why)
+{
+    LocalBudget local(given, document.size());
+    OVReadBudget *budget = local.budget;
+    auto fail = [why](const QString &reason) {
+        if (why && why->isEmpty())
+            *why = reason;
+        return false;
+    };
+    ValueCounter counter;
     if (!isWrapped(document)) {
+        if (!budget->takeText(document.size()))
+            return fail(budget->why());
+        if (!counter.feed(document.constData(), document.size()))
+            return fail(QStringLiteral("a control character inside a text"));
+        if (!budget->takeValues(counter.takeNew()))
+            return fail(budget->why());
         *json = document;
         return true;
     }
     if (document.size() < EnvelopeHeaderSize)
-        return false;
-    const QByteArrayView body(
-        document.constData() + EnvelopeHeaderSize, document.size() - EnvelopeHeaderSize);
+        return fail(QStringLiteral("the compressed envelope is truncated"));
+    const QByteArrayView body(document.constData() + EnvelopeHeaderSize, document.size() - EnvelopeHeaderSize);
     const QByteArray digest = QCryptographicHash::hash(body, QCryptographicHash::Md5);
     if (std::memcmp(digest.constData(), document.constData() + 4, 16) != 0)
-        return false;
+        return fail(QStringLiteral("the compressed envelope's digest does not match its content"));
 
     z_stream zs {};
     if (inflateInit2(&zs, 47) != Z_OK)
-        return false;
+        return fail(QStringLiteral("the decompressor could not start"));
+    // The text is inflated in steps, each counted against the budget before the next, so a
+    // document that inflates beyond what its file may hold is stopped at its allowance.
+    constexpr qsizetype Step = 1 << 20;
+    const qint64 ownAllowance = OVReadBudget::documentAllowance(document.size());
     QByteArray out;
-    out.resize(std::min<qsizetype>(MaxInflatedSize, std::max<qsizetype>(4096, body.size() * 6)));
     zs.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(body.data()));
     zs.avail_in = uInt(body.size());
     int rc = Z_OK;
     qsizetype produced = 0;
-    while (true) {
-        if (produced == out.size()) {
-            if (out.size() >= MaxInflatedSize) {
-                qWarning() << "JsonSerializer: document inflates beyond" << MaxInflatedSize << "bytes";
-                rc = Z_MEM_ERROR;
+    QString reason;
+    try {
+        out.resize(std::min<qsizetype>(Step, std::max<qsizetype>(4096, body.size() * 4)));
+        while (true) {
+            if (produced == out.size())
+                out.resize(out.size() + std::min<qsizetype>(out.size(), 16 * Step));
+            zs.next_out = reinterpret_cast<Bytef *>(out.data() + produced);
+            zs.avail_out = uInt(std::min<qsizetype>(out.size() - produced, Step));
+            rc = inflate(&zs, Z_NO_FLUSH);
+            const qsizetype now = qsizetype(zs.total_out);
+            if (now > ownAllowance) {
+                reason = QStringLiteral("the document inflates to more than %1 times its size").arg(OVReadBudget::MaxInflateRatio);
                 break;
             }
-            out.resize(std::min<qsizetype>(MaxInflatedSize, out.size() * 2));
+            if (!budget->takeText(now - produced)) {
+                reason = budget->why();
+                break;
+            }
+            if (!counter.feed(out.constData() + produced, now - produced)) {
+                reason = QStringLiteral("a control character inside a text");
+                break;
+            }
+            produced = now;
+            if (!budget->takeValues(counter.takeNew())) {
+                reason = budget->why();
+                break;
+            }
+            if (rc == Z_STREAM_END)
+                break;
+            if (rc != Z_OK && rc != Z_BUF_ERROR) {
+                reason = QStringLiteral("the compressed body is damaged");
+                break;
+            }
+            if (rc == Z_BUF_ERROR && zs.avail_in == 0 && zs.avail_out > 0) {
+                reason = QStringLiteral("the compressed body is truncated");
+                break;
+            }
         }
-        zs.next_out = reinterpret_cast<Bytef *>(out.data() + produced);
-        zs.avail_out = uInt(std::min<qsizetype>(out.size() - produced, 1 << 30));
-        rc = inflate(&zs, Z_NO_FLUSH);
-        produced = qsizetype(zs.total_out);
-        if (rc == Z_STREAM_END || (rc != Z_OK && rc != Z_BUF_ERROR))
-            break;
-        if (rc == Z_BUF_ERROR && zs.avail_in == 0 && zs.avail_out > 0)
-            break; // truncated body: no input left and room to spare, yet no end
+    } catch (const std::bad_alloc &) {
+        reason = QStringLiteral("not enough memory to inflate the document");
     }
     inflateEnd(&zs);
-    if (rc != Z_STREAM_END || produced == 0)
-        return false;
+    if (!reason.isEmpty())
+        return fail(reason);
+    if (produced == 0)
+        return fail(QStringLiteral("the compressed body inflates to nothing"));
+    if (zs.avail_in != 0)
+        return fail(QStringLiteral("bytes follow the compressed body"));
     out.resize(produced);
     *json = std::move(out);
     return true;

@@ -2,6 +2,7 @@
 
 #include "log/overror.h"
 #include "project/projectsnapshot.h"
+#include "project/ovreadbudget.h"
 #include "project/serializer.h"
 
 #include <QString>
@@ -27,6 +28,9 @@ public:
     int compressionLevel() const { return m_level; }
     void setCompressionLevel(int level) { m_level = level; }
 
+    // Error code of a load or import that the user cancelled (no message needs showing).
+    static constexpr int Cancelled = 9;
+
     QByteArray writeProject(const OVProject::Project *project) const override;
     bool readProject(const QByteArray &data, OVProject::Project *project) const override;
     QByteArray writeTimeline(const OVProject::Timeline *timeline) const override;
@@ -37,17 +41,31 @@ public:
     QByteArray writeLabelSet(const QList<OVProject::Label *> &labels) const override;
     bool readLabelSet(const QByteArray &data, QList<OVProject::Label *> *labels) const override;
 
+    // The readers behind the ones above, which every path (loading, importing, the command line)
+    // goes through. They refuse rather than guess: a member of the wrong JSON type, bytes after the
+    // document, text that is not UTF-8, a node without an id or with an id used before in the
+    // document, negative times or an end before its start. `why` then names the place (label,
+    // segment, member) and the check. `budget` bounds what the document may inflate to and build
+    // (null: a budget of its own, sized by `data`). The target is left as it was on failure.
+    bool readProject(const QByteArray &data, OVProject::Project *project, OVReadBudget *budget, QString *why) const;
+    bool readTimeline(const QByteArray &data, OVProject::Timeline *timeline, OVReadBudget *budget, QString *why) const;
+    bool readLabelSet(
+        const QByteArray &data, QList<OVProject::Label *> *labels, OVReadBudget *budget, QString *why) const;
+
     // Label-set files (".kvtl"). Writing replaces the file atomically.
     static QString labelSetFileFilter() { return QStringLiteral("Kavot Timeline (*.kvtl)"); }
     OV::Error saveLabelSetFile(const QString &path, const QList<OVProject::Label *> &labels) const;
-    static OV::Error loadLabelSetFile(const QString &path, QList<OVProject::Label *> *labels);
+    // The message names the file and, after an empty line, what was wrong with it. `budget` (may
+    // be null) carries the cancel flag of an import running on a worker.
+    static OV::Error loadLabelSetFile(
+        const QString &path, QList<OVProject::Label *> *labels, OVReadBudget *budget = nullptr);
 
     // The envelope on its own. unwrap() copies plain documents through unchanged and fails on a
-    // wrapped one whose digest does not match, whose body does not inflate completely, that
-    // inflates to nothing or to more than MaxInflatedSize.
-    static constexpr qint64 MaxInflatedSize = qint64(1) << 30;
+    // wrapped one whose digest does not match, whose body does not inflate completely or is
+    // followed by more bytes, that inflates to nothing or beyond what the budget allows.
     static QByteArray wrap(const QByteArray &json, int level = DefaultCompressionLevel);
     static bool unwrap(const QByteArray &document, QByteArray *json);
+    static bool unwrap(const QByteArray &document, QByteArray *json, OVReadBudget *budget, QString *why);
     static bool isWrapped(const QByteArray &document);
 
     // Times in files: seconds with exactly three decimals.

@@ -231,9 +231,22 @@ bool OVLocalFileStorage::isVideoEntry(const QString &name)
         || name == QLatin1String("video.mp4");
 }
 
-OV::Error OVLocalFileStorage::loadError(const QString &path)
+QString OVLocalFileStorage::loadMessage(const QString &path, const QString &why)
 {
-    return OV::Error(FileUnreadable, QStringLiteral("Failed to load project from:\n") + path);
+    QString message = QStringLiteral("Failed to load project from:\n") + path;
+    if (!why.isEmpty())
+        message += QStringLiteral("\n\n") + why;
+    return message;
+}
+
+OV::Error OVLocalFileStorage::loadError(const QString &path, const QString &why)
+{
+    return OV::Error(FileUnreadable, loadMessage(path, why));
+}
+
+OV::Error OVLocalFileStorage::cancelled()
+{
+    return OV::Error(OVJsonSerializer::Cancelled, QStringLiteral("Loading was cancelled."));
 }
 
 OV::Error OVLocalFileStorage::saveProject(Project *project) { return save(m_path, project); }
@@ -537,92 +550,153 @@ OV::Error OVLocalFileStorage::load(const QString &path, Project *target)
 {
     if (!target)
         return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        qWarning() << "LocalFileStorage: cannot open" << path << file.errorString();
-        return loadError(path);
+    OVReadBudget budget(QFileInfo(path).size());
+    return adopt(read(path, &budget), target);
+}
+
+std::shared_ptr<OVLocalFileStorage::ReadResult> OVLocalFileStorage::read(
+    const QString &path, OVReadBudget *budget, QThread *home)
+{
+    auto result = std::make_shared<ReadResult>();
+    result->path = path;
+    if (!home)
+        home = QThread::currentThread();
+    // Nothing a file holds may end the program: an allocation that fails anywhere in here is a
+    // refusal like any other. The handler only notes it; the memory is back once unwound.
+    bool outOfMemory = false;
+    try {
+        result->error = readInto(path, budget, home, result.get());
+    } catch (const std::bad_alloc &) {
+        outOfMemory = true;
     }
+    if (outOfMemory) {
+        result->project.reset();
+        result->error = loadError(path, QStringLiteral("not enough memory to read the file"));
+    }
+    if (!result->error.isOk())
+        qWarning().noquote() << "LocalFileStorage: cannot load" << path << ":" << result->error.message();
+    return result;
+}
+
+OV::Error OVLocalFileStorage::readInto(const QString &path, OVReadBudget *budget, QThread *home, ReadResult *result)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return loadError(path, file.errorString());
     const OVProjectContainer::Form form = OVProjectContainer::detectForm(&file);
     OVProjectContainer::Entries entries;
     QString why;
     bool read = false;
     if (form == OVProjectContainer::ContainerForm) {
-        read = OVProjectContainer::read(&file, &entries, &isDocumentEntry, &why);
+        read = OVProjectContainer::read(&file, &entries, &isDocumentEntry, &why, budget);
     } else if (form == OVProjectContainer::ZipForm) {
-        // The older form is rare and small enough to hold in memory whole.
-        read = OVProjectContainer::readZip(&file, &entries, {}, &why);
+        read = OVProjectContainer::readZip(&file, &entries, &isDocumentEntry, &why, OVReadBudget::MaxTextBytes, budget);
     } else {
         why = QStringLiteral("neither an OV1 container nor a ZIP archive");
     }
-    if (!read) {
-        qWarning() << "LocalFileStorage: cannot read" << path << ":" << why;
-        return loadError(path);
-    }
+    if (budget->isCancelled())
+        return cancelled();
+    if (!read)
+        return loadError(path, why);
 
-    Project fresh;
+    auto fresh = std::make_unique<Project>();
     const auto projectEntry = entries.constFind(ProjectEntry);
-    if (projectEntry == entries.cend() || !OVJsonSerializer().readProject(projectEntry->data, &fresh)) {
-        qWarning() << "LocalFileStorage: no readable project document in" << path;
-        return loadError(path);
-    }
-    // Timelines are read side by side, each into a tree of its own made on a worker and then
-    // handed to this thread; they join the project only when all of them were read.
+    if (projectEntry == entries.cend())
+        return loadError(path, ProjectEntry + QStringLiteral(": missing"));
+    if (!OVJsonSerializer().readProject(projectEntry->data, fresh.get(), budget, &why))
+        return budget->isCancelled() ? cancelled() : loadError(path, ProjectEntry + QStringLiteral(": ") + why);
+
+    // Timelines are read side by side, each into a tree of its own, and join the project only when
+    // all of them were read.
     const OVJsonSerializer serializer;
-    const QList<Id> ids = fresh.timelineIds();
-    const OVProjectContainer::Entries &documents = entries;
-    enum Status { Missing, Damaged, Read };
-    std::vector<Status> status(std::size_t(ids.size()), Missing);
-    std::vector<Timeline *> loaded(std::size_t(ids.size()), nullptr);
-    QThread *home = QThread::currentThread();
+    const QList<Id> ids = fresh->timelineIds();
+    std::vector<QString> problems(std::size_t(ids.size()));
+    std::vector<std::unique_ptr<Timeline>> loaded(std::size_t(ids.size()));
+    std::atomic<int> done { 0 };
+    // Timelines come to this thread to join the project, which then goes to `home` with them.
+    QThread *self = QThread::currentThread();
+    // The first timeline that fails is the one reported; once one failed the rest are skipped.
+    std::atomic<int> firstFailure { -1 };
+    auto failed = [&](int i, const QString &why) {
+        problems[std::size_t(i)] = why;
+        int none = -1;
+        firstFailure.compare_exchange_strong(none, i);
+    };
     runParallel(int(ids.size()), [&](int i) {
-        const auto entry = documents.constFind(timelineEntry(ids[i]));
-        if (entry == documents.cend())
+        const std::size_t k = std::size_t(i);
+        if (firstFailure.load() >= 0)
             return;
-        auto timeline = std::make_unique<Timeline>(ids[i]);
-        if (!serializer.readTimeline(entry->data, timeline.get())) {
-            status[std::size_t(i)] = Damaged;
+        try {
+            const QString name = timelineEntry(ids[i]);
+            const auto entry = entries.constFind(name);
+            if (entry == entries.cend()) {
+                failed(i, name + QStringLiteral(": missing"));
+                return;
+            }
+            auto timeline = std::make_unique<Timeline>(ids[i]);
+            QString reason;
+            if (!serializer.readTimeline(entry->data, timeline.get(), budget, &reason)) {
+                failed(i, name + QStringLiteral(": ") + reason);
+                return;
+            }
+            // The project document's list names the timeline; that is the id the project refers to.
+            timeline->setId(ids[i]);
+            timeline->moveToThread(self);
+            loaded[k] = std::move(timeline);
+        } catch (const std::bad_alloc &) {
+            loaded[k].reset();
+            failed(i, QStringLiteral("not enough memory"));
             return;
         }
-        // The project document's list names the timeline; that is the id the project refers to.
-        timeline->setId(ids[i]);
-        timeline->moveToThread(home);
-        loaded[std::size_t(i)] = timeline.release();
-        status[std::size_t(i)] = Read;
+        budget->setProgress(OVProjectContainer::ProgressOfReading
+            + (1000 - OVProjectContainer::ProgressOfReading) * (++done) / int(ids.size()));
     });
-    for (std::size_t i = 0; i < status.size(); ++i) {
-        if (status[i] == Read)
-            continue;
-        qWarning() << "LocalFileStorage: timeline" << ids[qsizetype(i)]
-                   << (status[i] == Missing ? "missing in" : "damaged in") << path;
-        for (Timeline *t : loaded)
-            delete t;
-        return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
-    }
-    for (std::size_t i = 0; i < loaded.size(); ++i) {
-        if (!fresh.timelineGroup()->addTimeline(loaded[i])) {
-            qWarning() << "LocalFileStorage: timeline" << ids[qsizetype(i)] << "listed twice in" << path;
-            delete loaded[i];
-        }
-    }
+    if (budget->isCancelled())
+        return cancelled();
+    if (firstFailure.load() >= 0)
+        return OV::Error(ContentDamaged, loadMessage(path, problems[std::size_t(firstFailure.load())]));
+    for (std::unique_ptr<Timeline> &t : loaded)
+        fresh->timelineGroup()->addTimeline(t.release());
     const QString folder = QFileInfo(path).absolutePath();
-    if (fresh.useRelativePath() && !fresh.videoPath().isEmpty() && QDir::isRelativePath(fresh.videoPath()))
-        fresh.setVideoPath(QDir::cleanPath(QDir(folder).absoluteFilePath(fresh.videoPath())));
-
-    target->reset();
-    target->takeContentFrom(&fresh);
-
-    OVProjectContainer::Entries carried;
+    if (fresh->useRelativePath() && !fresh->videoPath().isEmpty() && QDir::isRelativePath(fresh->videoPath()))
+        fresh->setVideoPath(QDir::cleanPath(QDir(folder).absoluteFilePath(fresh->videoPath())));
+    fresh->moveToThread(home);
+    result->project = std::move(fresh);
     for (auto it = entries.cbegin(); it != entries.cend(); ++it) {
         if (!isDocumentEntry(it.key()))
-            carried.insert(it.key(), it.value());
+            result->carried.insert(it.key(), it.value());
     }
-    m_carried = std::move(carried);
-    rememberSource(path, file.handle(), form);
+    result->form = form;
+    // The file stays open from here: carried entries are copied from the file as it was read,
+    // whatever another program does to the path meanwhile.
+    result->sourceFd = ::fcntl(file.handle(), F_DUPFD_CLOEXEC, 0);
+    budget->setProgress(1000);
+    return OV::Error::success();
+}
+
+OVLocalFileStorage::ReadResult::~ReadResult()
+{
+    if (sourceFd >= 0)
+        ::close(sourceFd);
+}
+
+OV::Error OVLocalFileStorage::adopt(const std::shared_ptr<ReadResult> &result, Project *target)
+{
+    if (!result || !target)
+        return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+    if (!result->error.isOk())
+        return result->error;
+    if (!result->project)
+        return OV::Error(ContentDamaged, QStringLiteral("Failed to load project"));
+    target->reset();
+    target->takeContentFrom(result->project.get());
+    result->project.reset();
+    m_carried = result->carried;
+    rememberSource(result->path, result->sourceFd, result->form);
     m_embedChanged = false;
     m_embedFile.clear();
-    m_path = path;
-    qDebug() << "LocalFileStorage: loaded" << path << "with" << target->timelineGroup()->count()
-             << "timelines";
+    m_path = result->path;
+    qDebug() << "LocalFileStorage: loaded" << result->path << "with" << target->timelineGroup()->count() << "timelines";
     return OV::Error::success();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "project/ovprojectcontainer.h"
+#include "project/project.h"
 #include "project/storageinterface.h"
 
 #include <QList>
@@ -17,6 +18,8 @@ class QIODevice;
 namespace OVProject {
 class ProjectSnapshot;
 }
+
+class QThread;
 
 // Projects in local ".kvpr" files: "project.json", one "timelines/<id>.json" per timeline, and
 // entries of other parts (an embedded video, "embvideo_..."), which are carried from the file the
@@ -86,9 +89,27 @@ public:
     void cancelSaves();
     // Set when the last save worked but the version it replaced could not be backed up.
     QString lastBackupWarning() const { return m_backupWarning; }
-    // Resets `target` and loads `path` into it; on failure `target` is untouched. On success
-    // path() becomes `path`.
+    // Resets `target` and loads `path` into it; on failure `target` is untouched and the message
+    // names the file, the entry and the check that failed. On success path() becomes `path`.
     OV::Error load(const QString &path, OVProject::Project *target);
+
+    // Loading in two steps, so that the reading can run on a worker: read() may run on any thread
+    // (the project it makes is handed to `home`, null: the calling thread), draws from `budget`
+    // and stops when the budget is cancelled (error code OVJsonSerializer::Cancelled); adopt()
+    // runs on this storage's thread and moves the project read into `target`.
+    struct ReadResult
+    {
+        QString path;
+        OV::Error error;
+        std::unique_ptr<OVProject::Project> project;
+        OVProjectContainer::Entries carried;
+        OVProjectContainer::Form form = OVProjectContainer::UnknownForm;
+        // The file as it was read, kept open for the entries carried from it (-1: none).
+        int sourceFd = -1;
+        ~ReadResult();
+    };
+    static std::shared_ptr<ReadResult> read(const QString &path, OVReadBudget *budget, QThread *home = nullptr);
+    OV::Error adopt(const std::shared_ptr<ReadResult> &result, OVProject::Project *target);
 
     // Embeds the video file in the project file at the next save (entry "embvideo_<file name>"),
     // replacing an embedded video carried from the loaded file. An empty path drops the embedded video.
@@ -142,7 +163,10 @@ private:
 
     static bool isDocumentEntry(const QString &name);
     static bool isVideoEntry(const QString &name);
-    static OV::Error loadError(const QString &path);
+    static QString loadMessage(const QString &path, const QString &why);
+    static OV::Error loadError(const QString &path, const QString &why = QString());
+    static OV::Error cancelled();
+    static OV::Error readInto(const QString &path, OVReadBudget *budget, QThread *home, ReadResult *result);
 
     QString m_path;
     bool m_compress = true;

@@ -2,11 +2,13 @@
 
 #include <QCryptographicHash>
 #include <QIODevice>
+#include <QStringDecoder>
 #include <QtEndian>
 
 #include "project/ovzipreader.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -88,7 +90,7 @@ OVProjectContainer::Form OVProjectContainer::detectForm(QIODevice *in)
 }
 
 bool OVProjectContainer::read(
-    QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error)
+    QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error, OVReadBudget *budget)
 {
     if (!in || !in->isOpen() || in->isSequential())
         return fail(error, QStringLiteral("not a readable file"));
@@ -101,67 +103,106 @@ bool OVProjectContainer::read(
 
     QCryptographicHash md5(QCryptographicHash::Md5);
     Entries out;
-    while (true) {
+    for (int index = 1;; ++index) {
+        if (budget) {
+            if (budget->isCancelled())
+                return fail(error, QStringLiteral("cancelled"));
+            budget->setProgress(int(ProgressOfReading * in->pos() / std::max<qint64>(total, 1)));
+        }
+        const QString place = QStringLiteral("entry %1").arg(index);
         uchar lenBytes[4];
         if (!readExactly(in, reinterpret_cast<char *>(lenBytes), 2))
-            return fail(error, QStringLiteral("truncated before the end marker"));
+            return fail(error, place + QStringLiteral(": the file ends before the end marker"));
         const quint16 nameLength = qFromBigEndian<quint16>(lenBytes);
         if (nameLength == EndMarker)
             break;
+        if (index > OVReadBudget::MaxEntries)
+            return fail(error, QStringLiteral("more than %1 entries").arg(OVReadBudget::MaxEntries));
         if (nameLength > remaining())
-            return fail(error, QStringLiteral("entry name longer than the file"));
+            return fail(error, place + QStringLiteral(": the name length %1 is more than the %2 bytes left")
+                                           .arg(nameLength)
+                                           .arg(remaining()));
         QByteArray name(nameLength, Qt::Uninitialized);
         if (!readExactly(in, name.data(), nameLength))
-            return fail(error, QStringLiteral("truncated entry name"));
+            return fail(error, place + QStringLiteral(": the name is truncated"));
+        QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+        const QString entryName = decoder(name);
+        if (decoder.hasError() || entryName.isEmpty())
+            return fail(error, place + QStringLiteral(": the name is empty or not UTF-8"));
+        const QString named = QStringLiteral("entry %1 (%2)").arg(index).arg(entryName);
+        if (out.contains(entryName))
+            return fail(error, named + QStringLiteral(": the name is used by an earlier entry"));
         if (!readExactly(in, reinterpret_cast<char *>(lenBytes), 4))
-            return fail(error, QStringLiteral("truncated entry length"));
+            return fail(error, named + QStringLiteral(": the data length is truncated"));
         const qint64 dataLength = qFromBigEndian<quint32>(lenBytes);
+        // Checked before anything is allocated: a damaged length must not become a 4 GiB buffer.
         if (dataLength > remaining())
-            return fail(error, QStringLiteral("entry data longer than the file"));
+            return fail(error, named + QStringLiteral(": the data length %1 is more than the %2 bytes left")
+                                           .arg(dataLength)
+                                           .arg(remaining()));
         md5.addData(name);
-        const QString entryName = QString::fromUtf8(name);
         Entry entry;
         entry.size = dataLength;
         entry.offset = in->pos();
         if (!keepInMemory || keepInMemory(entryName)) {
             entry.data.resize(qsizetype(dataLength));
             if (!readExactly(in, entry.data.data(), dataLength))
-                return fail(error, QStringLiteral("truncated entry data"));
+                return fail(error, named + QStringLiteral(": the data is truncated"));
             md5.addData(entry.data);
         } else {
             entry.inMemory = false;
             QCryptographicHash entryHash(QCryptographicHash::Md5);
             if (!stream(in, dataLength, &md5, nullptr, &entryHash))
-                return fail(error, QStringLiteral("truncated entry data"));
+                return fail(error, named + QStringLiteral(": the data is truncated"));
             entry.digest = entryHash.result();
         }
         out.insert(entryName, std::move(entry));
     }
     char digest[16];
     if (!readExactly(in, digest, 16))
-        return fail(error, QStringLiteral("missing digest"));
+        return fail(error, QStringLiteral("the digest after the end marker is missing"));
     if (md5.result() != QByteArrayView(digest, 16))
-        return fail(error, QStringLiteral("digest mismatch"));
+        return fail(error, QStringLiteral("the digest does not match the entries"));
+    if (in->pos() != total)
+        return fail(error, QStringLiteral("%1 bytes follow the digest").arg(total - in->pos()));
     *entries = std::move(out);
     return true;
 }
 
-bool OVProjectContainer::readZip(
-    QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error, qint64 maxMemberSize)
+bool OVProjectContainer::readZip(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory, QString *error,
+    qint64 maxMemberSize, OVReadBudget *budget)
 {
     OVZipReader zip(in);
     if (!zip.open())
         return fail(error, QStringLiteral("not a readable ZIP archive"));
     Entries out;
     bool ok = true;
+    int index = 0;
     for (bool more = zip.first(); more && ok; more = zip.next()) {
+        ++index;
+        if (index > OVReadBudget::MaxEntries) {
+            ok = fail(error, QStringLiteral("more than %1 ZIP members").arg(OVReadBudget::MaxEntries));
+            break;
+        }
+        if (budget) {
+            if (budget->isCancelled()) {
+                ok = fail(error, QStringLiteral("cancelled"));
+                break;
+            }
+            budget->setProgress(int(ProgressOfReading * in->pos() / std::max<qint64>(in->size(), 1)));
+        }
         OVZipReader::Member info;
         if (!zip.current(&info)) {
-            ok = fail(error, QStringLiteral("unreadable ZIP member"));
+            ok = fail(error, QStringLiteral("ZIP member %1 is unreadable").arg(index));
             break;
         }
         if (info.name.endsWith(QLatin1Char('/')))
             continue; // a folder
+        const QString named = QStringLiteral("ZIP member %1 (%2)").arg(index).arg(info.name);
+        if (out.contains(info.name)) {
+            ok = fail(error, named + QStringLiteral(": the name is used by an earlier member"));
+            break;
+        }
         Entry entry;
         entry.size = info.uncompressedSize;
         if (keepInMemory && !keepInMemory(info.name)) {
@@ -169,33 +210,38 @@ bool OVProjectContainer::readZip(
             out.insert(info.name, std::move(entry));
             continue;
         }
-        if (info.uncompressedSize > maxMemberSize) {
-            ok = fail(error, QStringLiteral("ZIP member too large"));
+        // A member inflates within the reader's budget, never beyond the cap.
+        const qint64 cap = budget ? std::min(maxMemberSize, budget->textAllowance()) : maxMemberSize;
+        if (info.uncompressedSize > cap) {
+            ok = fail(error, named + QStringLiteral(": %1 bytes is more than a document may hold").arg(info.uncompressedSize));
             break;
         }
         if (!zip.openMember()) {
-            ok = fail(error, QStringLiteral("cannot open ZIP member %1").arg(info.name));
+            ok = fail(error, named + QStringLiteral(": cannot be opened"));
             break;
         }
         // The size in the directory may lie: read at most one byte more than the cap allows.
         QByteArray data;
+        data.reserve(qsizetype(std::min<quint64>(info.uncompressedSize, quint64(CopyChunk))));
         char buffer[65536];
         while (true) {
             const qint64 n = zip.read(buffer, sizeof buffer);
             if (n < 0) {
-                ok = fail(error, QStringLiteral("damaged ZIP member %1").arg(info.name));
+                ok = fail(error, named + QStringLiteral(": the data is damaged"));
                 break;
             }
             if (n == 0)
                 break;
-            if (data.size() + n > maxMemberSize) {
-                ok = fail(error, QStringLiteral("ZIP member too large"));
+            if (data.size() + n > cap || (budget && budget->isCancelled())) {
+                ok = fail(error,
+                    named + (budget && budget->isCancelled() ? QStringLiteral(": cancelled")
+                                                             : QStringLiteral(": inflates to more than a document may hold")));
                 break;
             }
             data.append(buffer, qsizetype(n));
         }
         if (!zip.closeMember() && ok)
-            ok = fail(error, QStringLiteral("damaged ZIP member %1 (CRC)").arg(info.name));
+            ok = fail(error, named + QStringLiteral(": the data is damaged (CRC)"));
         entry.size = data.size();
         entry.data = std::move(data);
         out.insert(info.name, std::move(entry));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "project/ovreadbudget.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QMap>
@@ -70,14 +72,19 @@ public:
     // From the first bytes of a random-access device; leaves its position unchanged.
     static Form detectForm(QIODevice *in);
 
+    // Reading a file reports progress up to this permille of a load; the documents do the rest.
+    static constexpr int ProgressOfReading = 400;
+
     // Reads the "OV1" layout from the start of `in`. False on a bad magic, a length beyond the end,
-    // a missing end marker or digest, or a digest mismatch; `error` then says what was wrong.
-    static bool read(
-        QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory = {}, QString *error = nullptr);
-    // Reads the members of a ZIP archive (entries left in the file keep only their size).
-    // `maxMemberSize` bounds each member read into memory.
+    // a name that is not UTF-8 or repeats, more than OVReadBudget::MaxEntries entries, a missing end
+    // marker or digest, a digest mismatch or bytes after it; `error` then names the entry and the
+    // check. `budget` (may be null) gives the cancel flag and takes the progress.
+    static bool read(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory = {},
+        QString *error = nullptr, OVReadBudget *budget = nullptr);
+    // Reads the members of a ZIP archive (entries left in the file keep only their size), each
+    // streamed and bounded by `maxMemberSize` and the budget's allowance.
     static bool readZip(QIODevice *in, Entries *entries, const KeepInMemory &keepInMemory = {},
-        QString *error = nullptr, qint64 maxMemberSize = qint64(1) << 30);
+        QString *error = nullptr, qint64 maxMemberSize = qint64(1) << 30, OVReadBudget *budget = nullptr);
 
     // Writes every entry in the order of their names.
     static bool write(QIODevice *out, QList<WriteEntry> entries, WriteReport *report = nullptr,

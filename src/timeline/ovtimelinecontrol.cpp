@@ -18,6 +18,7 @@
 #include "timeline/ovtimescalewidget.h"
 #include "timeline/ovtllabeldialog.h"
 #include "timeline/ovtlsegmentdialog.h"
+#include "widgets/ovbackgroundtask.h"
 
 #include <QApplication>
 #include <QAbstractButton>
@@ -25,6 +26,7 @@
 #include <QDebug>
 #include <QDoubleSpinBox>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -599,11 +601,24 @@ bool OVTimelineControl::saveTimelineFile(const QString &path)
     return true;
 }
 
-bool OVTimelineControl::loadTimelineFile(const QString &path)
+bool OVTimelineControl::loadTimelineFile(const QString &path, QString *why)
 {
     Timeline *t = m_widget->activeTimeline();
     QList<Label *> labels;
-    const OV::Error error = t ? OVJsonSerializer::loadLabelSetFile(path, &labels) : OV::Error(1, tr("There is no timeline to load into."));
+    OV::Error error(1, tr("There is no timeline to load into."));
+    if (t) {
+        // Read on a worker; the timeline changes only once the whole file was read.
+        OVReadBudget budget(QFileInfo(path).size());
+        OVBackgroundTask::run(
+            this, tr("Load Timeline"), tr("Loading %1...").arg(QFileInfo(path).fileName()),
+            [&](const OVBackgroundTask::Progress &) {
+                error = OVJsonSerializer::loadLabelSetFile(path, &labels, &budget);
+                // Labels made on the worker belong to this thread from here on.
+                for (Label *l : std::as_const(labels))
+                    l->moveToThread(thread());
+            },
+            [&budget] { budget.cancel(); });
+    }
     QStringList refused;
     bool ok = error.isOk() && m_widget->history()->replaceLabels(t, labels, &refused);
     qDeleteAll(labels);
@@ -612,8 +627,11 @@ bool OVTimelineControl::loadTimelineFile(const QString &path)
         Q_EMIT statusMessage(refused.join(QLatin1Char(' ')));
     }
     qDebug() << "Timeline loaded from:" << path << " success:" << ok;
-    if (!ok)
-        qWarning() << "Failed to load timeline" << path;
+    if (!ok) {
+        qWarning().noquote() << "Failed to load timeline" << path << error.message();
+        if (why)
+            *why = error.code() == OVJsonSerializer::Cancelled ? QString() : error.message();
+    }
     return ok;
 }
 
@@ -635,6 +653,7 @@ void OVTimelineControl::onLoadClicked()
     const QString path = QFileDialog::getOpenFileName(this, tr("Load Timeline"), QString(), OVJsonSerializer::labelSetFileFilter());
     if (path.isEmpty())
         return;
-    if (!loadTimelineFile(path))
-        QMessageBox::warning(this, tr("Load Timeline"), tr("Failed to load timeline") + QStringLiteral("\n") + path);
+    QString why;
+    if (!loadTimelineFile(path, &why) && !why.isEmpty())
+        QMessageBox::warning(this, tr("Load Timeline"), why);
 }

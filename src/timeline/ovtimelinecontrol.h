@@ -60,7 +60,9 @@ public:
 
     // Timeline files: the active timeline's labels and segments.
     bool saveTimelineFile(const QString &path);
-    bool loadTimelineFile(const QString &path);
+    // A failed or cancelled load changes nothing; `why` then says what was wrong with the file
+    // (empty when the user cancelled).
+    bool loadTimelineFile(const QString &path, QString *why = nullptr);
 
 Q_SIGNALS:
     void seekRequested(double time);

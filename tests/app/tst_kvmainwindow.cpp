@@ -66,6 +66,11 @@ protected:
         return recoverAnswer;
     }
     void showError(const QString &, const QString &message) override { errors << message; }
+    bool showLoadError(const QString &, const QString &message) override
+    {
+        errors << message;
+        return false;
+    }
     QString chooseOpenPath() override { return openPath; }
     QString chooseSavePath() override { return savePath; }
     ChangedFileChoice askChangedFile(const QString &) override

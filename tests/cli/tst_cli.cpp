@@ -122,13 +122,18 @@ void TestCli::checkReports_data()
     QTest::newRow("sound project") << "ok.kvpr" << QByteArray() << 0 << "ok";
     QTest::newRow("sound label set") << "ok.kvtl" << QByteArray() << 0 << "ok";
     QTest::newRow("garbage project") << "bad.kvpr" << QByteArray("hello world") << 1
-                                     << "Failed to load project from:\n%1";
+                                     << "Failed to load project from:\n%1\n\nneither an OV1 container nor a ZIP archive";
     QTest::newRow("empty project") << "empty.kvpr" << QByteArray("") << 1
-                                   << "Failed to load project from:\n%1";
+                                   << "Failed to load project from:\n%1\n\nneither an OV1 container nor a ZIP archive";
     QTest::newRow("missing project") << "missing.kvpr" << QByteArray("-") << 1
-                                     << "Failed to load project from:\n%1";
+                                     << "Failed to load project from:\n%1\n\nNo such file or directory";
     QTest::newRow("label set without labels")
-        << "bad.kvtl" << QByteArray("{\"x\":1}") << 1 << "Failed to load labels from:\n%1";
+        << "bad.kvtl" << QByteArray("{\"x\":1}") << 1 << "Failed to load labels from:\n%1\n\nhas no \"labels\"";
+    // Parses as JSON, so a dump that only parsed used to show it.
+    QTest::newRow("label set with a broken end")
+        << "end.kvtl" << QByteArray("{\"labels\":[{\"id\":\"l\",\"segments\":[{\"id\":\"s\",\"start\":\"1\",\"end\":\"x\"}]}]}")
+        << 1
+        << "Failed to load labels from:\n%1\n\nlabel 1 (id \"l\"), segment 1 (id \"s\"): \"end\" is not a time in seconds: \"x\"";
 }
 
 void TestCli::checkReports()
@@ -156,6 +161,11 @@ void TestCli::checkReports()
     const CliRun r = runCli({ QStringLiteral("check"), path });
     QCOMPARE(r.code, code);
     QCOMPARE(QString::fromUtf8(r.out).trimmed(), message.arg(path));
+    // dump reads through the same reader: it refuses exactly what check refuses.
+    const CliRun d = runCli({ QStringLiteral("dump"), path });
+    QCOMPARE(d.code, code);
+    if (code != 0)
+        QCOMPARE(QString::fromUtf8(d.err).trimmed(), message.arg(path));
 }
 
 void TestCli::usageErrors()

@@ -323,42 +323,75 @@ void TestLocalFileStorage::badFilesFailAndLeaveTarget_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<int>("code");
+    // What the message says after the path: the entry and the check that failed.
+    QTest::addColumn<QString>("reason");
     Project p;
     Fixture::fillProject(&p);
     const QMap<QString, QByteArray> docs = documentsOf(p, true);
     const QByteArray good = containerOf(docs);
+    const QString lastTimeline = docs.lastKey();
 
-    QTest::newRow("wrong MD5 trailer") << flipped(good, good.size() - 1, 1) << 5;
-    QTest::newRow("flipped byte") << flipped(good, good.size() / 2, 0x40) << 5;
-    QTest::newRow("truncated") << good.left(good.size() - 30) << 5;
-    QTest::newRow("no digest") << good.left(good.size() - 16) << 5;
-    QTest::newRow("neither PK nor OV1") << QByteArray("XV1") + good.mid(3) << 5;
-    QTest::newRow("empty") << QByteArray() << 5;
-    QTest::newRow("magic only") << QByteArray("OV1") << 5;
+    QTest::newRow("wrong MD5 trailer") << flipped(good, good.size() - 1, 1) << 5
+                                       << "the digest does not match the entries";
+    QTest::newRow("flipped byte") << flipped(good, good.size() / 2, 0x40) << 5 << "the digest does not match";
+    QTest::newRow("truncated") << good.left(good.size() - 30) << 5
+                               << "entry 3 (" + lastTimeline + "): the data length";
+    QTest::newRow("no digest") << good.left(good.size() - 16) << 5 << "the digest after the end marker is missing";
+    QTest::newRow("bytes after the digest") << good + "x" << 5 << "1 bytes follow the digest";
+    QTest::newRow("neither PK nor OV1") << QByteArray("XV1") + good.mid(3) << 5
+                                        << "neither an OV1 container nor a ZIP archive";
+    QTest::newRow("empty") << QByteArray() << 5 << "neither an OV1 container nor a ZIP archive";
+    QTest::newRow("magic only") << QByteArray("OV1") << 5 << "entry 1: the file ends before the end marker";
+    // 85 bytes whose first entry claims almost 4 GiB: refused from the length alone.
     const QByteArray huge = QByteArray("OV1\x00\x0cproject.json\xff\xff\xff\xf0", 21) + QByteArray(64, 'x');
-    QTest::newRow("length claims 4 GiB") << huge << 5;
-    QTest::newRow("PK but not a ZIP") << QByteArray("PK\x03\x04 garbage garbage garbage") << 5;
+    QTest::newRow("length claims 4 GiB")
+        << huge << 5 << "entry 1 (project.json): the data length 4294967280 is more than the 64 bytes left";
+    QTest::newRow("PK but not a ZIP") << QByteArray("PK\x03\x04 garbage garbage garbage") << 5
+                                      << "not a readable ZIP archive";
+    QByteArray twice("OV1");
+    for (int i = 0; i < 2; ++i)
+        twice += QByteArray("\x00\x0cproject.json\x00\x00\x00\x02{}", 20);
+    QTest::newRow("entry twice") << twice + "\xff\xff" + QByteArray(16, 0) << 5
+                                 << "entry 2 (project.json): the name is used by an earlier entry";
 
     // Sound container, damaged documents inside.
     QMap<QString, QByteArray> noProject = docs;
     noProject.remove(QStringLiteral("project.json"));
-    QTest::newRow("no project document") << containerOf(noProject) << 5;
+    QTest::newRow("no project document") << containerOf(noProject) << 5 << "project.json: missing";
     QMap<QString, QByteArray> badEnvelope = docs;
     QByteArray &pd = badEnvelope[QStringLiteral("project.json")];
     pd = flipped(pd, pd.size() - 2, 0x11);
-    QTest::newRow("project document damaged") << containerOf(badEnvelope) << 5;
+    QTest::newRow("project document damaged")
+        << containerOf(badEnvelope) << 5 << "project.json: the compressed envelope's digest does not match";
+    // The same timeline listed a thousand times was once read a thousand times over.
+    Project repeated;
+    repeated.copyFrom(&p);
+    const Id first = p.timelineGroup()->timelines().first()->id();
+    repeated.setTimelineIds(QList<Id>(1000, first));
+    QMap<QString, QByteArray> repeatedIds = docs;
+    repeatedIds[QStringLiteral("project.json")] = OVJsonSerializer().writeProject(&repeated);
+    QTest::newRow("timeline listed twice")
+        << containerOf(repeatedIds) << 5
+        << QStringLiteral("project.json: \"timeline_ids\" item 2 is \"%1\", which is listed twice").arg(first);
     QMap<QString, QByteArray> badTimeline = docs;
-    badTimeline[badTimeline.lastKey()] = QByteArray("{\"labels\":[");
-    QTest::newRow("timeline document damaged") << containerOf(badTimeline) << 6;
+    badTimeline[lastTimeline] = QByteArray("{\"labels\":[");
+    QTest::newRow("timeline document damaged") << containerOf(badTimeline) << 6 << lastTimeline + ": not valid JSON";
+    QMap<QString, QByteArray> backwards = docs;
+    backwards[lastTimeline] = QByteArray(
+        "{\"labels\":[{\"id\":\"l\",\"segments\":[{\"id\":\"s\",\"start\":\"2.000\",\"end\":\"1.000\"}]}]}");
+    QTest::newRow("segment ends before it starts")
+        << containerOf(backwards) << 6
+        << lastTimeline + ": label 1 (id \"l\"), segment 1 (id \"s\"): \"end\" 1.000 is before \"start\" 2.000";
     QMap<QString, QByteArray> missingTimeline = docs;
-    missingTimeline.remove(missingTimeline.lastKey());
-    QTest::newRow("timeline missing") << containerOf(missingTimeline) << 6;
+    missingTimeline.remove(lastTimeline);
+    QTest::newRow("timeline missing") << containerOf(missingTimeline) << 6 << lastTimeline + ": missing";
 }
 
 void TestLocalFileStorage::badFilesFailAndLeaveTarget()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(int, code);
+    QFETCH(QString, reason);
     const QString path = m_dir.filePath(QStringLiteral("bad.kvpr"));
     QVERIFY(writeFile(path, bytes));
     Project target;
@@ -369,14 +402,11 @@ void TestLocalFileStorage::badFilesFailAndLeaveTarget()
 
     const OV::Error err = OVLocalFileStorage().load(path, &target);
     QCOMPARE(err.code(), code);
-    if (code == 5)
-        QCOMPARE(err.message(), QStringLiteral("Failed to load project from:\n") + path);
-    else
-        QCOMPARE(err.message(), QStringLiteral("Failed to load project"));
+    const QString head = QStringLiteral("Failed to load project from:\n") + path + QStringLiteral("\n\n");
+    QVERIFY2(err.message().startsWith(head + reason), qPrintable(err.message()));
     QCOMPARE(target.contentHash(), before);
     QCOMPARE(target.timelineGroup()->timelines(), timelines);
     QCOMPARE(timelines.first()->contentHash(), timelineBefore);
-    QCOMPARE(OVLocalFileStorage().load(m_dir.filePath(QStringLiteral("nope.kvpr")), &target).code(), 5);
 }
 
 void TestLocalFileStorage::zipFormLoads()

@@ -48,7 +48,10 @@ private Q_SLOTS:
     void missingMembersGiveDefaults();
     void numbersAsTextOrNumbers_data();
     void numbersAsTextOrNumbers();
-    void wrongTypesAreTolerated();
+    void heldOutWriters_data();
+    void heldOutWriters();
+    void strictRefusals_data();
+    void strictRefusals();
     void failedReadLeavesTimeline();
     void labelSets_data();
     void labelSets();
@@ -177,11 +180,8 @@ void TestSerializer::numbersAsTextOrNumbers_data()
     QTest::addColumn<QByteArray>("json");
     QTest::newRow("text") << QByteArray("{\"online_id\":\"42\",\"project_type\":\"1\",\"max_text_lw\":\"70\","
                                         "\"video_id\":\"7\",\"userelpath\":\"0\"}");
-    QTest::newRow("numbers") << QByteArray("{\"online_id\":42,\"project_type\":1,\"max_text_lw\":70,"
-                                           "\"video_id\":7,\"userelpath\":0}");
-    QTest::newRow("padded text") << QByteArray(
-        "{\"online_id\":\" 42 \",\"project_type\":\"1\",\"max_text_lw\":"
-        "70.0,\"video_id\":\"7\",\"userelpath\":false}");
+    QTest::newRow("numbers") << QByteArray("{\"online_id\":42,\"project_type\":1,\"max_text_lw\":70.0,"
+                                           "\"video_id\":7,\"userelpath\":false}");
 }
 
 void TestSerializer::numbersAsTextOrNumbers()
@@ -194,42 +194,135 @@ void TestSerializer::numbersAsTextOrNumbers()
     QCOMPARE(p.maxTextWidth(), 70);
     QCOMPARE(p.videoId(), 7);
     QCOMPARE(p.useRelativePath(), false);
-
-    // Times as numbers or text.
-    Timeline t;
-    QVERIFY(OVJsonSerializer().readTimeline(
-        "{\"labels\":[{\"id\":\"l\",\"key\":65,\"segments\":[{\"id\":\"a\",\"start\":12.5,\"end\":\"13.25\"},"
-        "{\"id\":\"b\",\"start\":\"1e1\",\"end\":\"nonsense\"}]}],"
-        "\"utterances\":[{\"id\":\"u\",\"startTime\":1,\"endTime\":\"2.000\"}]}",
-        &t));
-    const Label *l = t.labels().value(0);
-    QVERIFY(l);
-    QCOMPARE(l->key(), QLatin1Char('A'));
-    QCOMPARE(l->segment(QStringLiteral("a"))->start(), 12.5);
-    QCOMPARE(l->segment(QStringLiteral("a"))->end(), 13.25);
-    QCOMPARE(l->segment(QStringLiteral("b"))->start(), 10.0);
-    QCOMPARE(l->segment(QStringLiteral("b"))->end(), 0.0);
-    QCOMPARE(t.utterances().value(0)->endTime(), 2.0);
 }
 
-void TestSerializer::wrongTypesAreTolerated()
+// Documents as other tools write them: members in another order, other white space, numbers
+// where text is usual, escapes, a byte order mark. All follow the format and must read as meant.
+void TestSerializer::heldOutWriters_data()
 {
-    Timeline t;
-    QVERIFY(OVJsonSerializer().readTimeline(
-        "{\"owner\":5,\"isBlind\":true,\"labels\":{\"not\":\"an array\"},\"utterances\":[1,\"x\",null,[]],"
-        "\"segment_groups\":[{\"id\":\"g\",\"segids\":\"nope\"},{\"id\":\"h\",\"segids\":[1,\"s\",{}]}],"
-        "\"hidden_segments\":\"x\",\"binary_data\":[{\"key\":\"k\",\"data\":\"@@not base64\"},{\"data\":7}]}",
-        &t));
-    QCOMPARE(t.owner(), QStringLiteral("5"));
-    QVERIFY(t.isBlind());
-    QVERIFY(t.labels().isEmpty());
-    QVERIFY(t.utterances().isEmpty());
-    QCOMPARE(t.segmentGroups().size(), 2);
-    QVERIFY(t.segmentGroup(QStringLiteral("g"))->segmentIds().isEmpty());
-    QCOMPARE(t.segmentGroup(QStringLiteral("h"))->segmentIds(),
-        (QList<Id> { QStringLiteral("1"), QStringLiteral("s"), QString() }));
-    QVERIFY(t.hiddenSegments().isEmpty());
-    QVERIFY(t.binaryData().contains(QStringLiteral("k")));
+    QTest::addColumn<QByteArray>("json");
+    QTest::newRow("reordered, pretty, CRLF") << QByteArray(
+        "{\r\n\t\"binary_data\" : [ ],\r\n\t\"labels\" : [\r\n\t\t{\r\n\t\t\t\"segments\" : [ { \"end\" : \"13.250\", "
+        "\"start\" : \"12.500\", \"id\" : \"a\" },\r\n\t\t\t\t{ \"end\" : \"2147483647.000\", \"start\" : \"20\", "
+        "\"desc\" : \"open\", \"id\" : \"b\" } ],\r\n\t\t\t\"key\" : \"65\", \"color\" : \"4278190335\",\r\n\t\t\t"
+        "\"name\" : \"L\xc3\xa4\", \"id\" : \"l\"\r\n\t\t}\r\n\t],\r\n\t\"isBlind\" : \"1\",\r\n\t\"owner\" : \"anna\"\r\n}\r\n");
+    QTest::newRow("numbers, escapes, BOM") << QByteArray(
+        "\xef\xbb\xbf{\"owner\":\"anna\",\"isBlind\":1,\"labels\":[{\"id\":\"l\",\"name\":\"L\\u00e4\",\"color\":4278190335,"
+        "\"key\":65,\"sortOrder\":0,\"segments\":[{\"id\":\"a\",\"desc\":\"\",\"start\":12.5,\"end\":13.25},"
+        "{\"id\":\"b\",\"desc\":\"open\",\"start\":2e1,\"end\":2147483647}]}],\"utterances\":[],\"unknown\":{\"x\":[1]}}");
+}
+
+void TestSerializer::heldOutWriters()
+{
+    QFETCH(QByteArray, json);
+    for (const QByteArray &doc : { json, wrapZlib(json) }) {
+        Timeline t;
+        QString why;
+        QVERIFY2(OVJsonSerializer().readTimeline(doc, &t, nullptr, &why), qPrintable(why));
+        QCOMPARE(t.owner(), QStringLiteral("anna"));
+        QVERIFY(t.isBlind());
+        QCOMPARE(t.labels().size(), 1);
+        const Label *l = t.labels().first();
+        QCOMPARE(l->id(), QStringLiteral("l"));
+        QCOMPARE(l->name(), QStringLiteral("L\u00e4"));
+        QCOMPARE(l->color(), QColor(Qt::blue));
+        QCOMPARE(l->key(), QLatin1Char('A'));
+        QCOMPARE(l->segment(QStringLiteral("a"))->start(), 12.5);
+        QCOMPARE(l->segment(QStringLiteral("a"))->end(), 13.25);
+        QCOMPARE(l->segment(QStringLiteral("b"))->start(), 20.0);
+        QVERIFY(l->segment(QStringLiteral("b"))->isOpen());
+        QCOMPARE(l->segment(QStringLiteral("b"))->description(), QStringLiteral("open"));
+    }
+}
+
+// Damage that a tolerant reader used to turn into other content: each is refused, the message
+// names the place and the check, and the target is left as it was.
+void TestSerializer::strictRefusals_data()
+{
+    QTest::addColumn<int>("kind"); // 0 project, 1 timeline, 2 label set
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("reason");
+    const auto seg = [](const char *segment) -> QByteArray {
+        return QByteArray("{\"labels\":[{\"id\":\"l\",\"segments\":[") + segment + "]}]}";
+    };
+    QTest::newRow("trailing garbage") << 1 << QByteArray("{\"labels\":[]} x") << "not valid JSON";
+    QTest::newRow("two objects") << 2 << QByteArray("{\"labels\":[]}{}") << "not valid JSON";
+    QTest::newRow("duplicate member") << 1 << QByteArray("{\"owner\":\"a\",\"owner\":\"b\"}") << "not valid JSON";
+    QTest::newRow("top-level list") << 2 << QByteArray("[{\"labels\":[]}]") << "the document is a list, not an object";
+    QTest::newRow("no labels member") << 2 << QByteArray("{\"title\":\"x\"}") << "has no \"labels\"";
+    QTest::newRow("word for a number") << 0 << QByteArray("{\"max_text_lw\":\"wide\"}")
+                                       << "\"max_text_lw\" is not a whole number: \"wide\"";
+    QTest::newRow("padded number") << 0 << QByteArray("{\"online_id\":\" 42 \"}")
+                                   << "\"online_id\" is not a whole number: \" 42 \"";
+    QTest::newRow("fraction") << 0 << QByteArray("{\"project_type\":1.5}")
+                              << "\"project_type\" is not a whole number in range: 1.5";
+    QTest::newRow("object for text") << 0 << QByteArray("{\"title\":{\"a\":1}}") << "\"title\" is an object, not text";
+    QTest::newRow("number for text") << 1 << QByteArray("{\"owner\":5}") << "\"owner\" is a number, not text";
+    QTest::newRow("object for a list") << 1 << QByteArray("{\"labels\":{\"a\":1}}")
+                                       << "\"labels\" is an object, not a list";
+    QTest::newRow("flag of 2") << 1 << QByteArray("{\"isBlind\":\"2\"}") << "\"isBlind\" is out of range: 2";
+    QTest::newRow("timeline listed twice") << 0 << QByteArray("{\"timeline_ids\":[\"t\",\"u\",\"t\"]}")
+                                           << "\"timeline_ids\" item 3 is \"t\", which is listed twice";
+    QTest::newRow("end that is not a time") << 2 << seg("{\"id\":\"s\",\"start\":\"1.000\",\"end\":\"1x.000\"}")
+                                            << "label 1 (id \"l\"), segment 1 (id \"s\"): \"end\" is not a time in "
+                                               "seconds: \"1x.000\"";
+    QTest::newRow("no end") << 2 << seg("{\"id\":\"s\",\"start\":\"1.000\"}")
+                            << "label 1 (id \"l\"), segment 1 (id \"s\"): has no \"end\"";
+    QTest::newRow("negative start") << 1 << seg("{\"id\":\"s\",\"start\":\"-1.000\",\"end\":\"1.000\"}")
+                                    << "label 1 (id \"l\"), segment 1 (id \"s\"): \"start\" is not a possible time: -1.000";
+    QTest::newRow("end before start") << 2 << seg("{\"id\":\"s\",\"start\":3,\"end\":\"2.5\"}")
+                                      << "label 1 (id \"l\"), segment 1 (id \"s\"): \"end\" 2.500 is before \"start\" 3.000";
+    QTest::newRow("segment without id") << 2 << seg("{\"start\":\"1.000\",\"end\":\"2.000\"}")
+                                        << "label 1 (id \"l\"), segment 1: has no \"id\"";
+    QTest::newRow("name not UTF-8") << 2 << QByteArray("{\"labels\":[{\"id\":\"l\",\"name\":\"B\xff\"}]}")
+                                    << "label 1 (id \"l\"): \"name\" is not valid UTF-8";
+    QTest::newRow("raw tab in a text") << 2 << QByteArray("{\"labels\":[{\"id\":\"l\",\"name\":\"a\tb\"}]}")
+                                       << "a control character inside a text";
+    QTest::newRow("label without id") << 2 << QByteArray("{\"labels\":[{\"name\":\"A\"}]}") << "label 1: has no \"id\"";
+    QTest::newRow("two labels, one id") << 2 << QByteArray("{\"labels\":[{\"id\":\"l\",\"name\":\"A\"},{\"id\":\"l\"}]}")
+                                        << "label 2 (id \"l\"): the id is used by an earlier label";
+    QTest::newRow("segment id in two labels")
+        << 1 << QByteArray("{\"labels\":[{\"id\":\"l\",\"segments\":[{\"id\":\"s\",\"start\":1,\"end\":2}]},"
+                           "{\"id\":\"m\",\"segments\":[{\"id\":\"s\",\"start\":1,\"end\":2}]}]}")
+        << "label 2 (id \"m\"), segment 1 (id \"s\"): the id is used by an earlier segment";
+    QTest::newRow("key beyond 16 bits") << 2 << QByteArray("{\"labels\":[{\"id\":\"l\",\"key\":\"70000\"}]}")
+                                        << "label 1 (id \"l\"): \"key\" is out of range: 70000";
+    QTest::newRow("utterance backwards")
+        << 1 << QByteArray("{\"utterances\":[{\"id\":\"u\",\"startTime\":\"2.000\",\"endTime\":\"1.000\"}]}")
+        << "utterance 1 (id \"u\"): \"endTime\" 1.000 is before \"startTime\" 2.000";
+    QTest::newRow("attachment not base64") << 1 << QByteArray("{\"binary_data\":[{\"key\":\"k\",\"data\":\"@@\"}]}")
+                                           << "attachment 1 (key \"k\"): \"data\" is not base64";
+    QTest::newRow("hidden twice") << 1 << QByteArray("{\"hidden_segments\":[\"x\",\"x\"]}")
+                                  << "\"hidden_segments\" item 2 is \"x\", which is listed twice";
+}
+
+void TestSerializer::strictRefusals()
+{
+    QFETCH(int, kind);
+    QFETCH(QByteArray, json);
+    QFETCH(QString, reason);
+    Project p;
+    Fixture::fillProject(&p);
+    Timeline *t = p.timelineGroup()->timelines().first();
+    const QString projectBefore = p.contentHash();
+    const QString timelineBefore = t->contentHash();
+    for (const QByteArray &doc : { json, OVJsonSerializer::wrap(json) }) {
+        QString why;
+        QList<Label *> labels;
+        bool read = true;
+        if (kind == 0)
+            read = OVJsonSerializer().readProject(doc, &p, nullptr, &why);
+        else if (kind == 1)
+            read = OVJsonSerializer().readTimeline(doc, t, nullptr, &why);
+        else
+            read = OVJsonSerializer().readLabelSet(doc, &labels, nullptr, &why);
+        QVERIFY(!read);
+        QVERIFY2(why.startsWith(reason), qPrintable(why));
+        QVERIFY(labels.isEmpty());
+        QCOMPARE(p.contentHash(), projectBefore);
+        QCOMPARE(t->contentHash(), timelineBefore);
+        QCOMPARE(t->labels().size(), 4);
+    }
 }
 
 void TestSerializer::failedReadLeavesTimeline()
