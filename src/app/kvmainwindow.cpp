@@ -1264,12 +1264,7 @@ void KVMainWindow::onMultiProjectWorkshopTriggered()
 
 QString KVMainWindow::chooseExportPath(const QString &caption, const QString &filter)
 {
-    QString selected;
-    QString path = QFileDialog::getSaveFileName(this, caption, QString(), filter, &selected);
-    const int star = selected.indexOf(QLatin1String("*."));
-    if (!path.isEmpty() && QFileInfo(path).suffix().isEmpty() && star >= 0)
-        path += selected.mid(star + 1, selected.indexOf(QLatin1Char(')'), star) - star - 1);
-    return path;
+    return OVAnalysisExports::chooseSavePath(this, caption, filter);
 }
 
 QStringList KVMainWindow::chooseProjectPaths()

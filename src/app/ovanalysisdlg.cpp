@@ -2,6 +2,7 @@
 
 #include "analysis/ovanalysistables.h"
 #include "app/ovanalysischarts.h"
+#include "app/ovanalysisexports.h"
 #include "project/ovtablewriter.h"
 #include "widgets/ovprogressrunner.h"
 
@@ -11,7 +12,6 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QDoubleSpinBox>
-#include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -273,13 +273,7 @@ void OVAnalysisDlg::onExportPlotClicked()
 
 QString OVAnalysisDlg::chooseSavePath(const QString &caption, const QString &filter)
 {
-    QString selected;
-    QString path = QFileDialog::getSaveFileName(this, caption, QString(), filter, &selected);
-    // Give the file the ending of the chosen filter when the user typed none.
-    const int star = selected.indexOf(QLatin1String("*."));
-    if (!path.isEmpty() && QFileInfo(path).suffix().isEmpty() && star >= 0)
-        path += selected.mid(star + 1, selected.indexOf(QLatin1Char(')'), star) - star - 1);
-    return path;
+    return OVAnalysisExports::chooseSavePath(this, caption, filter);
 }
 
 void OVAnalysisDlg::showError(const QString &message)

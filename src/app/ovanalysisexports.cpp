@@ -7,6 +7,7 @@
 #include "project/project.h"
 #include "widgets/ovprogressrunner.h"
 
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QObject>
 
@@ -16,6 +17,16 @@ bool isCsv(const QString &path)
     return path.endsWith(QLatin1String(".csv"), Qt::CaseInsensitive);
 }
 } // namespace
+
+QString OVAnalysisExports::chooseSavePath(QWidget *parent, const QString &caption, const QString &filter)
+{
+    QString selected;
+    QString path = QFileDialog::getSaveFileName(parent, caption, QString(), filter, &selected);
+    const int star = selected.indexOf(QLatin1String("*."));
+    if (!path.isEmpty() && QFileInfo(path).suffix().isEmpty() && star >= 0)
+        path += selected.mid(star + 1, selected.indexOf(QLatin1Char(')'), star) - star - 1);
+    return path;
+}
 
 OV::Error OVAnalysisExports::rawData(QWidget *parent, const OVCodingSnapshot &snapshot, const QString &path)
 {

@@ -12,6 +12,9 @@ class QWidget;
 class OVAnalysisExports
 {
 public:
+    // Asks where an export goes; the file gets the ending of the chosen filter when the user typed
+    // none. Empty when the user cancels.
+    static QString chooseSavePath(QWidget *parent, const QString &caption, const QString &filter);
     // Every segment as a row and every utterance in a sheet of its own (XLSX); as CSV the
     // segments go to `path` and the utterances beside it ("<name>_utterances.csv").
     static OV::Error rawData(QWidget *parent, const OVCodingSnapshot &snapshot, const QString &path);

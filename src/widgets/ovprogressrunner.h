@@ -8,9 +8,9 @@
 
 class QWidget;
 
-// Runs long work (an export, loading a set of projects) on a pool thread while a modal progress
-// dialog shows how far it got and offers Cancel. The work reports through the callback it is
-// given, which returns false once the user has cancelled; the work then stops and returns.
+// Long work that ends in an OV::Error (an export, reading a set of projects), run as an
+// OVBackgroundTask: the work reports through the callback it is given, which returns false once
+// the user has cancelled; the work then stops and returns.
 class OVProgressRunner
 {
 public:
