@@ -57,11 +57,8 @@ int OVCliAgreement::run(const QCommandLineParser &parser) const
     if (format.isEmpty())
         return UsageError;
     OVCodingSnapshot snapshot;
-    QString error;
-    if (!OVCliAnalysisIo::loadSnapshot(positional.first(), &snapshot, &error)) {
-        printError(error);
+    if (!OVCliAnalysisIo::loadSnapshot(positional.first(), &snapshot))
         return Failure;
-    }
     const OVCodingSnapshot::Coder *a = snapshot.coder(coders.at(0));
     const OVCodingSnapshot::Coder *b = snapshot.coder(coders.at(1));
     if (!a || !b) {

@@ -12,12 +12,12 @@
 
 #include <cstdio>
 
-bool OVCliAnalysisIo::loadSnapshot(const QString &path, OVCodingSnapshot *snapshot, QString *error)
+bool OVCliAnalysisIo::loadSnapshot(const QString &path, OVCodingSnapshot *snapshot)
 {
     OVProject::Project project;
     const OV::Error loaded = OVLocalFileStorage().load(path, &project);
     if (!loaded.isOk()) {
-        *error = loaded.message();
+        std::fprintf(stderr, "%s\n", qPrintable(loaded.message()));
         return false;
     }
     *snapshot = OVCodingSnapshot::fromProject(project, QFileInfo(path).completeBaseName());

@@ -12,8 +12,9 @@ class QCommandLineParser;
 class OVCliAnalysisIo
 {
 public:
-    // Loads the project file as the application does; on failure `error` holds the message.
-    static bool loadSnapshot(const QString &path, OVCodingSnapshot *snapshot, QString *error);
+    // Loads the project file as the application does; on failure the message goes to standard
+    // error and the result is false.
+    static bool loadSnapshot(const QString &path, OVCodingSnapshot *snapshot);
     // Declares --format (one of `formats`, the first being the default) and -o/--output.
     static void addOutputOptions(QCommandLineParser &parser, const QStringList &formats);
     // The chosen format, or empty (after a message) when it is not one of `formats`.

@@ -27,11 +27,8 @@ int OVCliSegments::run(const QCommandLineParser &parser) const
     if (format.isEmpty())
         return UsageError;
     OVCodingSnapshot snapshot;
-    QString error;
-    if (!OVCliAnalysisIo::loadSnapshot(args.first(), &snapshot, &error)) {
-        printError(error);
+    if (!OVCliAnalysisIo::loadSnapshot(args.first(), &snapshot))
         return Failure;
-    }
     return OVCliAnalysisIo::write(parser, format,
         {OVAnalysisTables::segments(snapshot), OVAnalysisTables::utterances(snapshot)},
         QJsonDocument(OVAnalysisTables::segmentsJson(snapshot)));

@@ -50,11 +50,8 @@ int OVCliStats::run(const QCommandLineParser &parser) const
     QList<OVStatistics::Row> rows;
     for (const QString &path : projects) {
         OVCodingSnapshot snapshot;
-        QString error;
-        if (!OVCliAnalysisIo::loadSnapshot(path, &snapshot, &error)) {
-            printError(error);
+        if (!OVCliAnalysisIo::loadSnapshot(path, &snapshot))
             return Failure;
-        }
         rows += OVStatistics::compute(snapshot, window, parser.isSet(QStringLiteral("groups")));
     }
     return OVCliAnalysisIo::write(parser, format, {OVAnalysisTables::statistics(rows)},
