@@ -5,6 +5,7 @@
 #include "app/ovanalysisdlg.h"
 #include "app/ovanalysisexports.h"
 #include "app/ovactionregistry.h"
+#include "app/ovaudiotrackflow.h"
 #include "app/ovplayerpanel.h"
 #include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
@@ -226,6 +227,9 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::CloseProject), &QAction::triggered, this, qOverload<>(&KVMainWindow::onCloseProject));
     connect(m_actions->action(R::ProjectDetails), &QAction::triggered, this, &KVMainWindow::onShowProjectDetails);
     connect(m_actions->action(R::OpenBackupFolder), &QAction::triggered, this, &KVMainWindow::openBackupFolder);
+    m_audioTracks = new OVAudioTrackFlow(this, m_player);
+    connect(m_actions->action(R::AddAudioTrack), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::addAudioTrack);
+    connect(m_actions->action(R::EditAudioTracks), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::editAudioTracks);
     connect(m_actions->action(R::CloseApplication), &QAction::triggered, this, &QWidget::close);
     connect(m_actions->action(R::Undo), &QAction::triggered, this, &KVMainWindow::undo);
     connect(m_actions->action(R::Redo), &QAction::triggered, this, &KVMainWindow::redo);
@@ -281,6 +285,9 @@ void KVMainWindow::createMenus()
     file->addSeparator();
     file->addAction(m_actions->action(R::ProjectDetails));
     file->addAction(m_actions->action(R::OpenBackupFolder));
+    file->addSeparator();
+    file->addAction(m_actions->action(R::AddAudioTrack));
+    file->addAction(m_actions->action(R::EditAudioTracks));
     file->addSeparator();
     file->addAction(m_actions->action(R::Settings));
     file->addSeparator();
@@ -906,7 +913,8 @@ void KVMainWindow::updateProjectActions()
         m_statsAction->setEnabled(open);
     for (int id : { R::AddLabel, R::ImportLabels, R::ExportLabels, R::ClearTimeline, R::ExportRawData })
         m_actions->action(id)->setEnabled(open);
-    m_actions->action(R::RemoveVideo)->setEnabled(open && !m_project->videoPath().isEmpty());
+    for (int id : { R::RemoveVideo, R::AddAudioTrack, R::EditAudioTracks })
+        m_actions->action(id)->setEnabled(open && !m_project->videoPath().isEmpty());
     onProjectHistoryChanged();
 }
 
@@ -1025,7 +1033,8 @@ void KVMainWindow::onPlayerInitFinished(int errorCode)
             // The ruler was fitted to no recording at all; show the whole new one.
             QTimer::singleShot(0, m_timeline, &OVTimelineControl::zoomTimelineToFit);
         }
-        m_actions->action(R::RemoveVideo)->setEnabled(m_project && !m_project->videoPath().isEmpty());
+        for (int id : { R::RemoveVideo, R::AddAudioTrack, R::EditAudioTracks })
+            m_actions->action(id)->setEnabled(m_project && !m_project->videoPath().isEmpty());
         return;
     }
     // Whatever played before plays on (or is on its way back).

@@ -11,6 +11,7 @@
 #include <QTimer>
 
 class OVActionRegistry;
+class OVAudioTrackFlow;
 class OVCodingSnapshot;
 class OVLocalFileStorage;
 class OVProjectJournal;
@@ -208,6 +209,7 @@ private:
     QAction *m_showLogAction = nullptr;
     QMenu *m_recentMenu = nullptr;
     QAction *m_statsAction = nullptr;
+    OVAudioTrackFlow *m_audioTracks = nullptr;
     QString m_dataFolder;
     OVProjectJournal *m_journal = nullptr;
     bool m_journalProblemShown = false;

@@ -156,19 +156,25 @@ bool OVManualSyncMerge::restoreBackup(const QString &primaryFile, const QString 
     return QFile::copy(backupFile, staging) && syncToDisk(staging) && replaceFile(staging, primaryFile);
 }
 
+bool OVManualSyncMerge::makeBackup(const QString &primaryFile, const QString &backupFile)
+{
+    if (backupFile.isEmpty())
+        return true;
+    setAction(QStringLiteral("Creating backup"));
+    QFile::remove(backupFile);
+    if (QFile::copy(primaryFile, backupFile) && syncToDisk(backupFile))
+        return true;
+    qWarning() << "OVManualSyncMerge: cannot copy" << primaryFile << "to" << backupFile;
+    return false;
+}
+
 OV::Error OVManualSyncMerge::merge(const QString &primaryFile, const QString &backupFile, const QString &wavFile,
                                    const QString &outputFile, const OVSamples *primary, const OVSamples *aligned,
                                    int replaceIndex, int streamCount, int dropDataStreams, int keepBackup)
 {
     const QString target = outputFile.isEmpty() ? primaryFile : outputFile;
-    if (!backupFile.isEmpty()) {
-        setAction(QStringLiteral("Creating backup"));
-        QFile::remove(backupFile);
-        if (!QFile::copy(primaryFile, backupFile) || !syncToDisk(backupFile)) {
-            qWarning() << "OVManualSyncMerge: cannot copy" << primaryFile << "to" << backupFile;
-            return OV::Error(1, QStringLiteral("Failed to create backup file\n") + backupFile);
-        }
-    }
+    if (!makeBackup(primaryFile, backupFile))
+        return OV::Error(1, QStringLiteral("Failed to create backup file\n") + backupFile);
     if (m_cancel)
         return OV::Error(NXFFmpegWrapper::StoppedByUser, QStringLiteral("Canceled by user"));
 
@@ -182,17 +188,59 @@ OV::Error OVManualSyncMerge::merge(const QString &primaryFile, const QString &ba
 
     setAction(QStringLiteral("Adding audio stream to primary file"));
     const QString partial = partialPath(target);
+    const OV::Error result = runTool(
+        mergeArguments(primaryFile, wav, partial, replaceIndex, streamCount, dropDataStreams != 0), primaryFile,
+        backupFile, target, keepBackup != 0);
+    QFile::remove(wav);
+    return result;
+}
+
+QStringList OVManualSyncMerge::removalArguments(const QString &source, int audioIndex, const QString &output)
+{
+    // Copied, not transcoded: the streams that stay are the very ones the user had.
+    return NXFFmpegWrapper::arguments(QStringLiteral("-y -i \"%1\" -map 0 -map -0:a:%2 -c copy \"%3\""),
+                                      { source, QString::number(audioIndex), output });
+}
+
+OV::Error OVManualSyncMerge::removeStream(const QString &primaryFile, const QString &backupFile, int audioIndex,
+                                          int keepBackup)
+{
+    if (audioIndex < 0)
+        return OV::Error(3, QStringLiteral("No audio stream to remove"));
+    if (!makeBackup(primaryFile, backupFile))
+        return OV::Error(1, QStringLiteral("Failed to create backup file\n") + backupFile);
+    if (m_cancel)
+        return OV::Error(NXFFmpegWrapper::StoppedByUser, QStringLiteral("Canceled by user"));
+    setAction(QStringLiteral("Removing audio stream from primary file"));
+    return runTool(removalArguments(primaryFile, audioIndex, partialPath(primaryFile)), primaryFile, backupFile,
+                   primaryFile, keepBackup != 0);
+}
+
+bool OVManualSyncMerge::startRemoval(const QString &primaryFile, const QString &backupFile, int audioIndex,
+                                     bool keepBackup)
+{
+    if (isRunning())
+        return false;
+    m_cancel = false;
+    m_watcher.setFuture(QtConcurrent::run(&OVManualSyncMerge::removeStream, this, primaryFile, backupFile,
+                                          audioIndex, int(keepBackup)));
+    return true;
+}
+
+OV::Error OVManualSyncMerge::runTool(const QStringList &arguments, const QString &primaryFile,
+                                     const QString &backupFile, const QString &target, bool keepBackup)
+{
+    const QString partial = partialPath(target);
     NXFFmpegWrapper ffmpeg;
     if (!m_toolPath.isEmpty())
         ffmpeg.setToolPath(m_toolPath);
     connect(&ffmpeg, &NXFFmpegWrapper::progress, this, &OVManualSyncMerge::onFfmpegProgress, Qt::QueuedConnection);
-    ffmpeg.start(mergeArguments(primaryFile, wav, partial, replaceIndex, streamCount, dropDataStreams != 0));
+    ffmpeg.start(arguments);
     while (!ffmpeg.waitForFinished(100)) {
         if (m_cancel)
             ffmpeg.stop();
     }
     const NXFFmpegWrapper::ErrorCode code = m_cancel ? NXFFmpegWrapper::StoppedByUser : ffmpeg.lastError();
-    QFile::remove(wav);
 
     OV::Error result;
     if (code == NXFFmpegWrapper::NoError) {

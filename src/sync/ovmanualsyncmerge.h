@@ -45,6 +45,14 @@ public:
     bool start(const QString &primaryFile, const QString &backupFile, const QString &outputFile,
                const OVSamples *primary, const OVSamples *aligned, int replaceIndex, int streamCount,
                bool dropDataStreams = false, bool keepBackup = true);
+    // The tool's line that copies everything of `source` but its audio stream `audioIndex`.
+    static QStringList removalArguments(const QString &source, int audioIndex, const QString &output);
+    // Rewrites the primary file without its nth audio stream, with the same backup and
+    // replacement rules as merge().
+    OV::Error removeStream(const QString &primaryFile, const QString &backupFile, int audioIndex, int keepBackup);
+    // removeStream() on a pool thread; finished() follows.
+    bool startRemoval(const QString &primaryFile, const QString &backupFile, int audioIndex, bool keepBackup = true);
+
     bool isRunning() const { return m_watcher.isRunning(); }
     // The worker stops the tool within 100 ms and restores the primary file.
     void cancel();
@@ -64,6 +72,11 @@ private Q_SLOTS:
 
 private:
     void setAction(const QString &text);
+    bool makeBackup(const QString &primaryFile, const QString &backupFile);
+    // Runs the tool, whose output goes beside `target`, and puts that output in place of
+    // `target`; on failure restores the primary from the backup.
+    OV::Error runTool(const QStringList &arguments, const QString &primaryFile, const QString &backupFile,
+                      const QString &target, bool keepBackup);
     bool restoreBackup(const QString &primaryFile, const QString &backupFile, const QString &partialOutput);
 
     QString m_toolPath;
