@@ -6,6 +6,7 @@
 #include "sync/ovsyncmap.h"
 
 #include <QCryptographicHash>
+#include <QProcess>
 #include <QDir>
 #include <QFile>
 #include <QSignalSpy>
@@ -13,6 +14,8 @@
 #include <QtTest>
 
 #include <cmath>
+#include <csignal>
+#include <unistd.h>
 
 class TestOVManualSyncMerge : public QObject
 {
@@ -26,6 +29,8 @@ private Q_SLOTS:
     void merge();
     void timeMap_data();
     void timeMap();
+    void killed_data();
+    void killed();
 
 private:
     QTemporaryDir m_dir;
@@ -53,6 +58,35 @@ int audioStreams(const QString &path)
     for (const auto &s : info.streams)
         n += s.type == QLatin1String("audio");
     return n;
+}
+
+OVSamples sineTrack(double seconds)
+{
+    OVSamples track;
+    track.sampleRate = 22050;
+    track.resize(qint64(seconds * 22050));
+    for (qint64 i = 0; i < track.count; ++i)
+        track.data[size_t(i)] = qint16(8000 * std::sin(i * 0.05));
+    return track;
+}
+
+// The process that gets killed: rewrites the primary in place, as the application does.
+// KAVOT_MERGE_CHILD holds "merge" or "remove", the primary, the backup and the tool, one a line.
+int runChild(const QByteArray &spec)
+{
+    const QStringList parts = QString::fromUtf8(spec).split(QLatin1Char('\n'));
+    if (parts.size() != 4)
+        return 2;
+    OVManualSyncMerge merge;
+    merge.setToolPath(parts[3]);
+    OV::Error error;
+    if (parts[0] == QLatin1String("remove")) {
+        error = merge.removeStream(parts[1], parts[2], 0, 1);
+    } else {
+        const OVSamples track = sineTrack(6.0);
+        error = merge.merge(parts[1], parts[2], QString(), QString(), &track, &track, -1, -1, 0, 1);
+    }
+    return error.isOk() ? 0 : 1;
 }
 
 } // namespace
@@ -226,5 +260,85 @@ void TestOVManualSyncMerge::timeMap()
     }
 }
 
-QTEST_GUILESS_MAIN(TestOVManualSyncMerge)
+void TestOVManualSyncMerge::killed_data()
+{
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QString>("tool"); // the real tool, slowed down or held after its work
+    QTest::addColumn<int>("killAfterMs"); // after the tool has started
+
+    // -re makes the tool read its first input at the pace of playback: it is midway when killed.
+    QTest::newRow("merge, the tool writing") << QStringLiteral("merge")
+                                             << QStringLiteral("touch \"$0.started\"; exec ffmpeg -re \"$@\"") << 1500;
+    // The new file is complete but not yet in place.
+    QTest::newRow("merge, the tool done") << QStringLiteral("merge")
+                                          << QStringLiteral("ffmpeg \"$@\" || exit 1; touch \"$0.started\"; sleep 30")
+                                          << 300;
+    QTest::newRow("removal, the tool writing") << QStringLiteral("remove")
+                                               << QStringLiteral("touch \"$0.started\"; exec ffmpeg -re \"$@\"") << 1500;
+}
+
+void TestOVManualSyncMerge::killed()
+{
+    QFETCH(QString, operation);
+    QFETCH(QString, tool);
+    QFETCH(int, killAfterMs);
+    if (!SyncTest::haveTools())
+        QSKIP("ffmpeg is needed");
+
+    QTemporaryDir dir;
+    const QString primary = dir.filePath(QStringLiteral("recording.mkv"));
+    QVERIFY(SyncTest::ffmpeg({ QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                               QStringLiteral("testsrc=size=160x120:rate=25:d=6"), QStringLiteral("-f"),
+                               QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("sine=f=440:r=22050:d=6"),
+                               QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                               QStringLiteral("sine=f=660:r=22050:d=6"), QStringLiteral("-map"), QStringLiteral("0"),
+                               QStringLiteral("-map"), QStringLiteral("1"), QStringLiteral("-map"), QStringLiteral("2"),
+                               QStringLiteral("-c:v"), QStringLiteral("mpeg4"), QStringLiteral("-c:a"),
+                               QStringLiteral("pcm_s16le"), primary }));
+    const QByteArray before = digest(primary);
+    const QString backup = dir.filePath(QStringLiteral("recording.backup.mkv"));
+    const QString script = SyncTest::script(dir.path(), QStringLiteral("tool.sh"), tool.toUtf8());
+    const QString started = script + QStringLiteral(".started");
+
+    QProcess child;
+    child.setProcessChannelMode(QProcess::ForwardedChannels);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("KAVOT_MERGE_CHILD"), QStringList { operation, primary, backup, script }.join(QLatin1Char('\n')));
+    child.setProcessEnvironment(env);
+    // Its own process group, so that the tool dies with it as with a crash of the whole session.
+    child.setChildProcessModifier([] { ::setpgid(0, 0); });
+    child.start(QCoreApplication::applicationFilePath(), {});
+    QVERIFY(child.waitForStarted());
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(started), 60000);
+    QTest::qWait(killAfterMs);
+    QCOMPARE(child.state(), QProcess::Running);
+    ::kill(-pid_t(child.processId()), SIGKILL);
+    QVERIFY(child.waitForFinished(10000));
+
+    // The recording is the one from before, whole; the backup, if made, too.
+    QCOMPARE(digest(primary), before);
+    QCOMPARE(digest(backup), before);
+
+    // What the killed run left behind does not stand in the way of the next one.
+    OVManualSyncMerge merge;
+    const OVSamples track = sineTrack(6.0);
+    const OV::Error again = operation == QLatin1String("remove")
+        ? merge.removeStream(primary, backup, 0, 0)
+        : merge.merge(primary, backup, QString(), QString(), &track, &track, -1, -1, 0, 0);
+    QVERIFY2(again.isOk(), qPrintable(again.message()));
+    QCOMPARE(audioStreams(primary), operation == QLatin1String("remove") ? 1 : 3);
+    QVERIFY(!QFile::exists(backup));
+}
+
+int main(int argc, char **argv)
+{
+    const QByteArray child = qgetenv("KAVOT_MERGE_CHILD");
+    if (!child.isEmpty()) {
+        QCoreApplication app(argc, argv);
+        return runChild(child);
+    }
+    QCoreApplication app(argc, argv);
+    TestOVManualSyncMerge test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_ovmanualsyncmerge.moc"
