@@ -6,6 +6,7 @@
 #include "app/ovanalysisexports.h"
 #include "app/ovactionregistry.h"
 #include "app/ovplayerpanel.h"
+#include "app/ovrecordingwaveforms.h"
 #include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
 #include "app/ovsettingsdlg.h"
@@ -148,6 +149,8 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_mainSplitter->setStretchFactor(0, 3);
     m_mainSplitter->setStretchFactor(1, 2);
     setCentralWidget(m_mainSplitter);
+    m_recordingWaveforms = new OVRecordingWaveforms(m_timeline->timelineWidget(),
+                                                    m_actions->action(OVActionRegistry::Waveforms), this);
 
     m_logDock = new QDockWidget(tr("Log"), this);
     m_logDock->setObjectName(QStringLiteral("dw_log"));
@@ -307,6 +310,7 @@ void KVMainWindow::createMenus()
 
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(m_actions->action(R::Fullscreen));
+    view->addAction(m_actions->action(R::Waveforms));
     view->addAction(m_showLogAction);
 
     QMenu *analysis = menuBar()->addMenu(tr("&Analysis"));
@@ -365,6 +369,7 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path, 
     updateProjectActions();
     updateProjectSummary();
     updateWindowTitle();
+    m_recordingWaveforms->setRecording(m_project ? m_project->videoPath() : QString());
 }
 
 void KVMainWindow::setDataFolder(const QString &folder)
@@ -832,6 +837,7 @@ void KVMainWindow::onProjectDataChanged()
     onChangeDetected();
     // The header's title shows in the window title.
     updateWindowTitle();
+    m_recordingWaveforms->setRecording(m_project ? m_project->videoPath() : QString());
 }
 
 void KVMainWindow::onProjectTypeChanged()

@@ -14,6 +14,7 @@ class OVActionRegistry;
 class OVCodingSnapshot;
 class OVLocalFileStorage;
 class OVProjectJournal;
+class OVRecordingWaveforms;
 class OVSettings;
 class OVTimelineControl;
 class OVPlayerPanel;
@@ -206,6 +207,7 @@ private:
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;
+    OVRecordingWaveforms *m_recordingWaveforms = nullptr;
     QMenu *m_recentMenu = nullptr;
     QAction *m_statsAction = nullptr;
     QString m_dataFolder;
