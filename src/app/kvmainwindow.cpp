@@ -7,6 +7,7 @@
 #include "app/ovactionregistry.h"
 #include "app/ovaudiotrackflow.h"
 #include "app/ovplayerpanel.h"
+#include "app/ovrecordingwaveforms.h"
 #include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
 #include "app/ovsettingsdlg.h"
@@ -149,6 +150,8 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_mainSplitter->setStretchFactor(0, 3);
     m_mainSplitter->setStretchFactor(1, 2);
     setCentralWidget(m_mainSplitter);
+    m_recordingWaveforms = new OVRecordingWaveforms(m_timeline->timelineWidget(),
+                                                    m_actions->action(OVActionRegistry::Waveforms), this);
 
     m_logDock = new QDockWidget(tr("Log"), this);
     m_logDock->setObjectName(QStringLiteral("dw_log"));
@@ -230,6 +233,11 @@ void KVMainWindow::createActions()
     m_audioTracks = new OVAudioTrackFlow(this, m_player);
     connect(m_actions->action(R::AddAudioTrack), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::addAudioTrack);
     connect(m_actions->action(R::EditAudioTracks), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::editAudioTracks);
+    // The file has other streams now: the strip under the timeline shows them afresh.
+    connect(m_audioTracks, &OVAudioTrackFlow::recordingRewritten, this, [this](const QString &path) {
+        m_recordingWaveforms->setRecording(QString());
+        m_recordingWaveforms->setRecording(path);
+    });
     connect(m_actions->action(R::CloseApplication), &QAction::triggered, this, &QWidget::close);
     connect(m_actions->action(R::Undo), &QAction::triggered, this, &KVMainWindow::undo);
     connect(m_actions->action(R::Redo), &QAction::triggered, this, &KVMainWindow::redo);
@@ -314,6 +322,7 @@ void KVMainWindow::createMenus()
 
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(m_actions->action(R::Fullscreen));
+    view->addAction(m_actions->action(R::Waveforms));
     view->addAction(m_showLogAction);
 
     QMenu *analysis = menuBar()->addMenu(tr("&Analysis"));
@@ -372,6 +381,7 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path, 
     updateProjectActions();
     updateProjectSummary();
     updateWindowTitle();
+    m_recordingWaveforms->setRecording(m_project ? m_project->videoPath() : QString());
 }
 
 void KVMainWindow::setDataFolder(const QString &folder)
@@ -839,6 +849,7 @@ void KVMainWindow::onProjectDataChanged()
     onChangeDetected();
     // The header's title shows in the window title.
     updateWindowTitle();
+    m_recordingWaveforms->setRecording(m_project ? m_project->videoPath() : QString());
 }
 
 void KVMainWindow::onProjectTypeChanged()

@@ -15,6 +15,7 @@ class OVAudioTrackFlow;
 class OVCodingSnapshot;
 class OVLocalFileStorage;
 class OVProjectJournal;
+class OVRecordingWaveforms;
 class OVSettings;
 class OVTimelineControl;
 class OVPlayerPanel;
@@ -207,6 +208,7 @@ private:
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;
+    OVRecordingWaveforms *m_recordingWaveforms = nullptr;
     QMenu *m_recentMenu = nullptr;
     QAction *m_statsAction = nullptr;
     OVAudioTrackFlow *m_audioTracks = nullptr;

@@ -153,6 +153,8 @@ void OVTimelineWidget::setOffset(double offset, bool relayoutRows)
     updateScrollbars();
     if (relayoutRows)
         relayout();
+    else
+        updateWaveformArea();
     Q_EMIT offsetChanged(offset);
     update();
 }
@@ -265,12 +267,22 @@ void OVTimelineWidget::relayout()
         p->setGeometry(QRect(rows.left(), y, rows.width(), RowHeight), m_nameWidth);
         y += RowHeight;
     }
-    const int x = cursorX();
-    m_waveforms->setCursorX(x >= 0 ? x - m_waveforms->mapTo(this, QPoint(0, 0)).x() : -1);
+    updateWaveformArea();
     update();
 }
 
 void OVTimelineWidget::scheduleRelayout() { m_relayoutTimer->start(); }
+
+void OVTimelineWidget::updateWaveformArea()
+{
+    // The strip draws in its own coordinates; it is moved by the splitter, never scaled.
+    const int dx = m_waveforms->mapTo(this, QPoint(0, 0)).x();
+    OVTimeMapping m = mapping();
+    m.left -= dx;
+    m_waveforms->setMapping(m);
+    const int x = cursorX();
+    m_waveforms->setCursorX(x >= 0 ? x - dx : -1);
+}
 
 void OVTimelineWidget::updateWaveformsGeometry()
 {
@@ -330,8 +342,7 @@ void OVTimelineWidget::setCurrentPos(double pos)
     if (pos == m_currentPos)
         return;
     m_currentPos = pos;
-    const int x = cursorX();
-    m_waveforms->setCursorX(x >= 0 ? x - m_waveforms->mapTo(this, QPoint(0, 0)).x() : -1);
+    updateWaveformArea();
     // Playback publishes many positions a second; a repaint at most every refresh interval is
     // enough for the eye, and without positions the timer stays idle.
     if (!m_refreshTimer->isActive())

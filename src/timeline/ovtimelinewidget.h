@@ -74,6 +74,8 @@ public:
     QRect rowsRect() const;
     // Width of the time part of the rows, in pixels.
     int timeAreaWidth() const;
+    // The strip under the rows that shows the recording's sound.
+    OVWaveformArea *waveformArea() const { return m_waveforms; }
 
     // The timeline that coding and editing act on, or null.
     OVProject::Timeline *activeTimeline() const;
@@ -165,6 +167,7 @@ private:
     void relayout();
     void layoutChildren();
     void scheduleRelayout();
+    void updateWaveformArea();
     void setCurrentPos(double pos);
     void onProjectChanged();
     int totalRowsHeight() const;
