@@ -74,8 +74,8 @@ bool OVAudioTrackFlow::probe(const QString &path, OVMediaInfo *info)
 
 OV::Error OVAudioTrackFlow::runMerge(OVManualSyncMerge &merge, const std::function<bool()> &start)
 {
-    QWidget *cover = m_window->centralWidget() ? m_window->centralWidget() : m_window;
-    OVWaitWidgetWithProgress wait(cover);
+    // Over the whole window: a splitter or layout would take the pane in as one of its own.
+    OVWaitWidgetWithProgress wait(m_window);
     connect(&wait, &OVWaitWidgetWithProgress::cancelClicked, &merge, &OVManualSyncMerge::cancel);
     connect(&merge, &OVManualSyncMerge::actionChanged, &wait, [&] { wait.setText(merge.action()); });
     connect(&merge, &OVManualSyncMerge::progressChanged, &wait, &OVWaitWidgetWithProgress::setProgress);

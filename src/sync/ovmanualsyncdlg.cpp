@@ -1,6 +1,7 @@
 #include "sync/ovmanualsyncdlg.h"
 
-#include "sync/ovsamplesextractor.h"
+#include "sync/ovmanualsamplesloader.h"
+#include "sync/ovsampleswidget.h"
 #include "sync/ovsyncmanualrefinedlg.h"
 #include "widgets/ovwaitwidgetwithprogress.h"
 
@@ -13,8 +14,10 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMenu>
+#include <QCursor>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -114,12 +117,11 @@ bool OVManualSyncDlg::loadSamples(const QString &primaryMedia, int primaryStream
                                   int secondaryStream)
 {
     OVSamples primary, secondary;
-    OVSamplesExtractor extractor;
-    const OV::Error error = extractor.run(primaryMedia, primaryStream, secondaryMedia, secondaryStream, &primary, &secondary);
-    if (!error.isOk()) {
-        inform(tr("Failed to load samples"), error.message());
+    // The loader tells the user itself why it failed.
+    OVManualSamplesLoader loader(primaryMedia, primaryStream, secondaryMedia, secondaryStream, &primary, &secondary,
+                                 parentWidget());
+    if (loader.exec() != QDialog::Accepted)
         return false;
-    }
     setSamples(std::move(primary), std::move(secondary));
     return true;
 }
@@ -524,11 +526,152 @@ void OVManualSyncDlg::inform(const QString &title, const QString &message)
     QMessageBox::warning(this, title, message);
 }
 
-void OVManualSyncDlg::createStrips() {}
-void OVManualSyncDlg::setStripSamples() {}
-void OVManualSyncDlg::updateStrips() {}
-double OVManualSyncDlg::viewCentre(double fallback) const { return fallback; }
-void OVManualSyncDlg::followPrimary() {}
-void OVManualSyncDlg::onSecondaryDragged() {}
-void OVManualSyncDlg::onStripRightClicked(Track, double, const QString &) {}
-void OVManualSyncDlg::onStripDoubleClicked(Track, double, const QString &) {}
+void OVManualSyncDlg::createStrips()
+{
+    m_primaryStrip = new OVSamplesWidget(this);
+    m_primaryStrip->setObjectName(QStringLiteral("sw_primary"));
+    m_primaryStrip->setTitle(tr("Primary track"));
+    m_primaryStrip->setColor(QColor(40, 90, 160));
+    m_secondaryStrip = new OVSamplesWidget(this);
+    m_secondaryStrip->setObjectName(QStringLiteral("sw_secondary"));
+    m_secondaryStrip->setTitle(tr("Secondary track"));
+    m_secondaryStrip->setColor(QColor(170, 80, 30));
+    m_stripLayout->addWidget(m_primaryStrip, 1);
+    m_stripLayout->addWidget(m_secondaryStrip, 1);
+
+    connect(m_primaryStrip, &OVSamplesWidget::offsetChanged, this, [this] {
+        if (m_alignSynced->isChecked())
+            m_secondaryStrip->setOffset(m_primaryStrip->offset() - m_offset);
+        else
+            m_offset = m_primaryStrip->offset() - m_secondaryStrip->offset();
+    });
+    connect(m_secondaryStrip, &OVSamplesWidget::offsetChanged, this, &OVManualSyncDlg::onSecondaryDragged);
+    connect(m_primaryStrip, &OVSamplesWidget::ppsChanged, this, [this] {
+        m_secondaryStrip->setPps(m_primaryStrip->pps());
+        m_secondaryStrip->setOffset(m_primaryStrip->offset() - m_offset);
+    });
+    connect(m_secondaryStrip, &OVSamplesWidget::ppsChanged, this, [this] {
+        m_primaryStrip->setPps(m_secondaryStrip->pps());
+        m_primaryStrip->setOffset(m_secondaryStrip->offset() + m_offset);
+    });
+    for (Track track : { Primary, Secondary }) {
+        OVSamplesWidget *strip = track == Primary ? m_primaryStrip : m_secondaryStrip;
+        connect(strip, &OVSamplesWidget::rightClicked, this,
+                [this, track](double ts, const QString &id) { onStripRightClicked(track, ts, id); });
+        connect(strip, &OVSamplesWidget::doubleClicked, this,
+                [this, track](double ts, const QString &id) { onStripDoubleClicked(track, ts, id); });
+        connect(strip, &OVSamplesWidget::markerMoved, this, [this, track](const QString &id, double ts) {
+            const int i = markerIndex(id);
+            if (i < 0)
+                return;
+            (track == Primary ? m_markers[i].primary : m_markers[i].secondary) = ts;
+            // A moved marker is a guess until it is tuned or the tracks are aligned again.
+            m_markers[i].coefficient = 0.0;
+            if (alignMode() == AlignUsingMarkers)
+                setHint(tr(UnalignedHint), false);
+            updateStrips();
+            updateCorrelation();
+            Q_EMIT markersChanged();
+        });
+    }
+}
+
+void OVManualSyncDlg::setStripSamples()
+{
+    m_primaryStrip->setSamples(&m_primary);
+    m_secondaryStrip->setSamples(&m_secondary);
+    // The whole primary in view, the secondary at its start.
+    const double width = std::max(200, m_primaryStrip->width());
+    m_primaryStrip->setPps(m_primary.duration() > 0 ? width / m_primary.duration() : 100.0);
+    m_secondaryStrip->setPps(m_primaryStrip->pps());
+    m_primaryStrip->setOffset(0.0);
+    m_secondaryStrip->setOffset(-m_offset);
+}
+
+void OVManualSyncDlg::showEvent(QShowEvent *event)
+{
+    QDialog::showEvent(event);
+    if (!m_fitted && m_primary.count > 0) {
+        m_fitted = true;
+        // Laid out only now: fit the primary to the strip's real width.
+        QTimer::singleShot(0, this, [this] {
+            const double pps = m_primary.duration() > 0 ? m_primaryStrip->width() / m_primary.duration() : 100.0;
+            m_primaryStrip->setPps(pps);
+            m_secondaryStrip->setPps(pps);
+            m_primaryStrip->setOffset(0.0);
+            m_secondaryStrip->setOffset(-m_offset);
+        });
+    }
+}
+
+void OVManualSyncDlg::updateStrips()
+{
+    m_secondaryStrip->setOffset(m_primaryStrip->offset() - m_offset);
+    m_primaryStrip->clearMarkers();
+    m_secondaryStrip->clearMarkers();
+    for (const Marker &m : m_markers) {
+        // Green for a clear match, amber for a weak one, blue for one placed by hand.
+        const QColor color = m.coefficient == 0.0 ? QColor(30, 110, 220)
+            : std::fabs(m.coefficient) >= 0.5     ? QColor(20, 150, 60)
+                                                  : QColor(220, 140, 0);
+        const QString text = m.coefficient == 0.0 ? QString() : QString::number(m.coefficient, 'f', 2);
+        m_primaryStrip->addMarker({ m.id, m.primary, color, text });
+        m_secondaryStrip->addMarker({ m.id, m.secondary, color, text });
+    }
+    const QString tip = m_markers.isEmpty() ? tr("Right click to add a marker")
+                                            : tr("Right click to preview and fine tune this marker");
+    m_primaryStrip->setToolTip(tip);
+    m_secondaryStrip->setToolTip(tip);
+}
+
+double OVManualSyncDlg::viewCentre(double fallback) const
+{
+    if (!m_primaryStrip->isVisible() || m_primaryStrip->width() <= 0)
+        return fallback;
+    const double centre = m_primaryStrip->timeAt(m_primaryStrip->width() / 2.0);
+    return centre >= 0 && centre <= m_primary.duration() ? centre : fallback;
+}
+
+void OVManualSyncDlg::followPrimary()
+{
+    if (m_alignSynced->isChecked())
+        m_secondaryStrip->setOffset(m_primaryStrip->offset() - m_offset);
+}
+
+void OVManualSyncDlg::onSecondaryDragged()
+{
+    m_offset = m_primaryStrip->offset() - m_secondaryStrip->offset();
+}
+
+void OVManualSyncDlg::onStripRightClicked(Track track, double ts, const QString &id)
+{
+    QMenu menu(this);
+    QAction *add = menu.addAction(tr("Add marker here"));
+    QAction *tune = nullptr;
+    QAction *remove = nullptr;
+    if (!id.isEmpty()) {
+        tune = menu.addAction(tr("Preview and fine tune this marker"));
+        remove = menu.addAction(tr("Remove marker"));
+    }
+    QAction *removeAll = menu.addAction(tr("Remove all markers"));
+    removeAll->setEnabled(!m_markers.isEmpty());
+    QAction *chosen = menu.exec(QCursor::pos());
+    if (!chosen)
+        return;
+    if (chosen == add)
+        addMarker(track, ts);
+    else if (chosen == tune)
+        openRefineDialog(id);
+    else if (chosen == remove)
+        removeMarker(id);
+    else if (chosen == removeAll && confirm(tr("Remove all markers?")))
+        removeAllMarkers();
+}
+
+void OVManualSyncDlg::onStripDoubleClicked(Track track, double ts, const QString &id)
+{
+    Q_UNUSED(track);
+    Q_UNUSED(ts);
+    if (!id.isEmpty())
+        openRefineDialog(id);
+}

@@ -114,6 +114,7 @@ protected:
     virtual bool confirm(const QString &question);
     virtual void inform(const QString &title, const QString &message);
     void closeEvent(QCloseEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
     class SearchProgress;
@@ -144,6 +145,7 @@ private:
     int m_nextMarker = 1;
     double m_offset = 0.0;
     bool m_synchronized = false;
+    bool m_fitted = false;
     OVSync::Fit m_fit;
 
     std::atomic<bool> m_cancel { false };

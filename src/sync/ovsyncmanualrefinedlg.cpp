@@ -1,6 +1,6 @@
 #include "sync/ovsyncmanualrefinedlg.h"
 
-#include "media/ovaudioout.h"
+#include "sync/ovaudiooutsamples.h"
 
 #include <QDebug>
 #include <QDoubleSpinBox>
@@ -15,99 +15,8 @@
 #include <algorithm>
 #include <cmath>
 
-// Loops one buffer through the sound card. Only a little is queued ahead, so that a change of
-// the offset or a volume is heard at once instead of after the queued sound.
-class OVSyncManualRefineDlg::LoopPlayer
-{
-public:
-    static constexpr double LeadSeconds = 0.25;
-
-    bool play(const OVSamples &loop)
-    {
-        m_loop = loop;
-        m_pos = 0;
-        if (!m_out.isOpen() || m_out.sampleRate() != loop.sampleRate) {
-            m_out.stop();
-            if (!m_out.open(loop.sampleRate))
-                return false;
-        }
-        m_out.ring()->requestFlush();
-        feed();
-        return m_out.isRunning() || m_out.start();
-    }
-    void stop()
-    {
-        m_out.stop();
-        m_loop = OVSamples();
-    }
-    bool isPlaying() const { return m_out.isRunning() && m_loop.count > 0; }
-    // Tops the queue up to the lead; called from the GUI thread, the ring's only producer.
-    void feed()
-    {
-        if (m_loop.count <= 0)
-            return;
-        OVAudioRing *ring = m_out.ring();
-        const quint64 queued = ring->written() - ring->readCount();
-        const quint64 lead = quint64(LeadSeconds * m_loop.sampleRate) * OVAudioOut::Channels;
-        if (queued >= lead)
-            return;
-        qint64 frames = qint64((lead - queued) / OVAudioOut::Channels);
-        m_frame.resize(size_t(OVAudioOut::Channels) * 1024);
-        while (frames > 0) {
-            const qint64 n = std::min<qint64>(frames, 1024);
-            for (qint64 i = 0; i < n; ++i) {
-                const qint16 v = m_loop.data[size_t(m_pos)];
-                m_frame[size_t(2 * i)] = v;
-                m_frame[size_t(2 * i + 1)] = v;
-                m_pos = (m_pos + 1) % m_loop.count;
-            }
-            if (ring->write(m_frame.data(), size_t(2 * n)) < size_t(2 * n))
-                break;
-            frames -= n;
-        }
-    }
-
-private:
-    OVAudioOut m_out;
-    OVSamples m_loop;
-    qint64 m_pos = 0;
-    std::vector<qint16> m_frame;
-};
-
-OVSamples OVSyncManualRefineDlg::mixLoop(const OVSamples &primary, const OVSamples &secondary, double primarySeconds,
-                                         double offset, double loop, double gain1, double gain2)
-{
-    OVSamples out;
-    out.sampleRate = primary.sampleRate;
-    out.channels = 1;
-    if (primary.sampleRate <= 0 || secondary.sampleRate != primary.sampleRate || loop <= 0)
-        return out;
-    const double rate = primary.sampleRate;
-    out.resize(qint64(loop * rate));
-    const qint64 start = qint64(std::floor((primarySeconds - loop / 2) * rate));
-    const qint64 secondaryStart = start - qint64(std::llround(offset * rate));
-    for (qint64 i = 0; i < out.count; ++i) {
-        const qint64 a = start + i;
-        const qint64 b = secondaryStart + i;
-        double v = 0.0;
-        if (a >= 0 && a < primary.count)
-            v += gain1 * primary.data[size_t(a)];
-        if (b >= 0 && b < secondary.count)
-            v += gain2 * secondary.data[size_t(b)];
-        out.data[size_t(i)] = qint16(std::clamp(v, -32767.0, 32767.0));
-    }
-    // A loop that starts and stops abruptly clicks at every turn; fade its ends in and out.
-    const qint64 fade = std::min<qint64>(out.count / 4, qint64(0.01 * rate));
-    for (qint64 i = 0; i < fade; ++i) {
-        const double g = double(i) / double(fade);
-        out.data[size_t(i)] = qint16(out.data[size_t(i)] * g);
-        out.data[size_t(out.count - 1 - i)] = qint16(out.data[size_t(out.count - 1 - i)] * g);
-    }
-    return out;
-}
-
 OVSyncManualRefineDlg::OVSyncManualRefineDlg(const OVSamples *primary, const OVSamples *secondary, QWidget *parent)
-    : QDialog(parent), m_primary(primary), m_secondary(secondary), m_player(new LoopPlayer)
+    : QDialog(parent), m_primary(primary), m_secondary(secondary), m_player(new OVAudioOutSamples(this))
 {
     setWindowTitle(tr("Fine Tune"));
     const double range = (primary ? primary->duration() : 0.0) + (secondary ? secondary->duration() : 0.0) + 1.0;
@@ -175,11 +84,7 @@ OVSyncManualRefineDlg::OVSyncManualRefineDlg(const OVSamples *primary, const OVS
     m_replay->setSingleShot(true);
     m_replay->setInterval(60);
     connect(m_replay, &QTimer::timeout, this, &OVSyncManualRefineDlg::replay);
-    // Keeps the short queue of the loop topped up while the dialog is open.
-    auto *feeder = new QTimer(this);
-    feeder->setInterval(40);
-    connect(feeder, &QTimer::timeout, this, [this] { m_player->feed(); });
-    feeder->start();
+    m_player->setTracks(primary, secondary);
 
     connect(m_left, &QPushButton::clicked, this, &OVSyncManualRefineDlg::onLeftClicked);
     connect(m_right, &QPushButton::clicked, this, &OVSyncManualRefineDlg::onRightClicked);
@@ -202,7 +107,6 @@ OVSyncManualRefineDlg::OVSyncManualRefineDlg(const OVSamples *primary, const OVS
 OVSyncManualRefineDlg::~OVSyncManualRefineDlg()
 {
     m_player->stop();
-    delete m_player;
 }
 
 void OVSyncManualRefineDlg::setMarker(double primarySeconds, double offsetSeconds, double coefficient)
@@ -279,8 +183,11 @@ void OVSyncManualRefineDlg::replay()
 {
     if (!m_primary || !m_secondary)
         return;
-    const OVSamples loop = mixLoop(*m_primary, *m_secondary, m_primaryPos, offset(), loopDuration(), volume1(), volume2());
-    if (m_player->play(loop)) {
+    const double loop = loopDuration();
+    const double from = m_primaryPos - loop / 2;
+    m_player->setLoop(from, from - offset(), loop);
+    m_player->setVolumes(volume1(), volume2());
+    if (m_player->isPlaying() || m_player->start()) {
         m_audioState->clear();
         return;
     }

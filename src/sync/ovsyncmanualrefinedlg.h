@@ -4,6 +4,7 @@
 
 #include <QDialog>
 
+class OVAudioOutSamples;
 class QDoubleSpinBox;
 class QLabel;
 class QPushButton;
@@ -37,12 +38,6 @@ public:
     double volume1() const;
     double volume2() const;
 
-    // The mix heard in the loop: `loop` seconds centred on the marker, each track with its gain,
-    // the secondary taken `offset` seconds earlier than the primary (silence where a track has no
-    // sound).
-    static OVSamples mixLoop(const OVSamples &primary, const OVSamples &secondary, double primarySeconds,
-                             double offset, double loop, double gain1, double gain2);
-
 public Q_SLOTS:
     void onLeftClicked();
     void onRightClicked();
@@ -72,6 +67,5 @@ private:
     QPushButton *m_right = nullptr;
     QPushButton *m_refine = nullptr;
     QTimer *m_replay = nullptr;
-    class LoopPlayer;
-    LoopPlayer *m_player = nullptr;
+    OVAudioOutSamples *m_player = nullptr;
 };
