@@ -9,6 +9,7 @@
 #include "sync/ovmanualsyncmerge.h"
 #include "widgets/ovwaitwidgetwithprogress.h"
 
+#include <QCloseEvent>
 #include <QDateTime>
 #include <QDebug>
 #include <QDir>
@@ -19,6 +20,38 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QStorageInfo>
+
+namespace {
+
+bool holdsSeveralAudioStreams(const QString &path)
+{
+    static const QStringList single { QStringLiteral("wav"), QStringLiteral("mp3"), QStringLiteral("flac"),
+                                      QStringLiteral("aac"), QStringLiteral("ac3"), QStringLiteral("aif"),
+                                      QStringLiteral("aiff"), QStringLiteral("au") };
+    return !single.contains(QFileInfo(path).suffix().toLower());
+}
+
+// Keeps the window open while its recording is being rewritten: closing would end the session
+// in the middle of the work (the file itself would survive, the work would not).
+class CloseBlocker : public QObject
+{
+public:
+    explicit CloseBlocker(QWidget *window) : m_window(window) { window->installEventFilter(this); }
+    ~CloseBlocker() override { m_window->removeEventFilter(this); }
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (watched == m_window && event->type() == QEvent::Close) {
+            event->ignore();
+            return true;
+        }
+        return false;
+    }
+
+private:
+    QWidget *m_window;
+};
+
+} // namespace
 
 OVAudioTrackFlow::OVAudioTrackFlow(QMainWindow *window, OVPlayerPanel *player)
     : QObject(window), m_window(window), m_player(player)
@@ -86,6 +119,7 @@ OV::Error OVAudioTrackFlow::runMerge(OVManualSyncMerge &merge, const std::functi
         loop.quit();
     });
     // Nothing in the window may open, close or rewrite the recording meanwhile.
+    CloseBlocker blocker(m_window);
     const bool menus = m_window->menuBar()->isEnabled();
     m_window->menuBar()->setEnabled(false);
     wait.startWait(tr("Adding audio track"));
@@ -129,6 +163,13 @@ void OVAudioTrackFlow::addAudioTrack()
     picker.setPrimaryStream(std::max(0, m_player->player()->preferredAudioStream()));
     if (picker.exec() != QDialog::Accepted || !picker.isUsable())
         return;
+    if (picker.replaceIndex() < 0 && !holdsSeveralAudioStreams(primary)) {
+        showError(tr("Add Audio Track"),
+                  tr("A %1 file holds one audio stream only, so no stream can be added to\n\t%2\n\nChoose to replace "
+                     "its stream, or add the track to a video or MKV/MP4 recording.")
+                      .arg(QFileInfo(primary).suffix().toUpper(), QDir::toNativeSeparators(primary)));
+        return;
+    }
 
     m_busy = true;
     const double position = m_player->shownPosition();

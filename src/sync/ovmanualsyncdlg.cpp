@@ -94,10 +94,7 @@ OVManualSyncDlg::OVManualSyncDlg(QWidget *parent) : QDialog(parent)
 
     connect(m_autoSync, &QPushButton::clicked, this, &OVManualSyncDlg::onAutoSync);
     connect(m_align, &QPushButton::clicked, this, &OVManualSyncDlg::onAlignMarkers);
-    connect(m_alignMode, &QComboBox::currentIndexChanged, this, [this] {
-        m_synchronized = alignMode() != AlignUsingMarkers;
-        setHint(m_synchronized ? QString() : tr(UnalignedHint), m_synchronized);
-    });
+    connect(m_alignMode, &QComboBox::currentIndexChanged, this, [this] { updateModeHint(); });
     connect(m_alignSynced, &QCheckBox::toggled, this, [this] { followPrimary(); });
     connect(&m_watcher, &QFutureWatcher<QList<OVSync::SyncInfo>>::finished, this,
             &OVManualSyncDlg::onAutoSyncConcFinished);
@@ -111,6 +108,10 @@ OVManualSyncDlg::~OVManualSyncDlg()
 {
     m_cancel = true;
     m_watcher.waitForFinished();
+    // The strips and Fine Tune read the tracks, which go before the child widgets would.
+    delete m_refine;
+    m_primaryStrip->setSamples(nullptr);
+    m_secondaryStrip->setSamples(nullptr);
 }
 
 bool OVManualSyncDlg::loadSamples(const QString &primaryMedia, int primaryStream, const QString &secondaryMedia,
@@ -129,6 +130,11 @@ bool OVManualSyncDlg::loadSamples(const QString &primaryMedia, int primaryStream
 void OVManualSyncDlg::setSamples(OVSamples primary, OVSamples secondary)
 {
     m_watcher.waitForFinished();
+    // The strips' waveforms are built from, and then point into, the tracks being replaced.
+    m_primaryStrip->setSamples(nullptr);
+    m_secondaryStrip->setSamples(nullptr);
+    delete m_refine;
+    m_refine = nullptr;
     m_primary = std::move(primary);
     m_secondary = std::move(secondary);
     m_markers.clear();
@@ -154,6 +160,26 @@ void OVManualSyncDlg::setSecondaryOffset(double seconds)
 {
     m_offset = seconds;
     updateStrips();
+    if (alignMode() == AlignOneToOne)
+        updateModeHint();
+}
+
+void OVManualSyncDlg::updateModeHint()
+{
+    switch (alignMode()) {
+    case AlignUsingMarkers:
+        setHint(tr(UnalignedHint), false);
+        break;
+    case AlignOneToOne:
+        setHint(tr("The secondary track is added shifted by the offset between the strips (%1 s), its clock "
+                   "taken as equal to the primary's.")
+                    .arg(m_offset, 0, 'f', 4),
+                true);
+        break;
+    case DontAlign:
+        setHint(tr("The secondary track is added as it was recorded, starting with the primary."), true);
+        break;
+    }
 }
 
 QString OVManualSyncDlg::hint() const
@@ -361,6 +387,12 @@ void OVManualSyncDlg::onWaitCancelClicked()
 void OVManualSyncDlg::onAutoSyncConcFinished()
 {
     Q_EMIT endWait();
+    if (m_rejectPending) {
+        m_rejectPending = false;
+        Q_EMIT autoSyncFinished(false);
+        QDialog::reject();
+        return;
+    }
     if (m_searchCanceled) {
         // The markers as they were before: a cut-short search proves nothing.
         Q_EMIT autoSyncFinished(false);
@@ -433,26 +465,33 @@ bool OVManualSyncDlg::refineMarker(Marker &marker) const
     return true;
 }
 
-void OVManualSyncDlg::onAutoRefineRequested()
+bool OVManualSyncDlg::autoRefine(const QString &id)
 {
-    if (!m_refine)
-        return;
-    const int i = markerIndex(m_refineId);
+    const int i = markerIndex(id);
     if (i < 0)
-        return;
+        return false;
     Marker m = m_markers[i];
-    m.secondary = m.primary - m_refine->offset();
     QGuiApplication::setOverrideCursor(Qt::WaitCursor);
     const bool found = refineMarker(m);
     QGuiApplication::restoreOverrideCursor();
-    if (!found) {
+    if (!found)
+        return false;
+    setMarkerOffset(id, m.offset(), m.coefficient);
+    return true;
+}
+
+void OVManualSyncDlg::onAutoRefineRequested()
+{
+    if (!m_refine || markerIndex(m_refineId) < 0)
+        return;
+    // From where the user has nudged it to, not from where the marker was.
+    setMarkerOffset(m_refineId, m_refine->offset(), m_markers[markerIndex(m_refineId)].coefficient);
+    if (!autoRefine(m_refineId)) {
         inform(tr("Auto Refine"), tr("The two tracks do not match around this marker."));
         return;
     }
-    // Through the dialog, which then reports the change like a nudge.
-    m_refine->setCoefficient(m.coefficient);
-    m_markers[i].coefficient = m.coefficient;
-    m_refine->setOffset(m.offset());
+    const Marker &m = m_markers[markerIndex(m_refineId)];
+    m_refine->setMarker(m.primary, m.offset(), m.coefficient);
 }
 
 void OVManualSyncDlg::onRefineDialogChanged()
@@ -500,6 +539,7 @@ void OVManualSyncDlg::reject()
 {
     if (m_watcher.isRunning()) {
         m_cancel = true;
+        m_rejectPending = true;
         return;
     }
     QDialog::reject();
@@ -641,6 +681,8 @@ void OVManualSyncDlg::followPrimary()
 void OVManualSyncDlg::onSecondaryDragged()
 {
     m_offset = m_primaryStrip->offset() - m_secondaryStrip->offset();
+    if (alignMode() == AlignOneToOne)
+        updateModeHint();
 }
 
 void OVManualSyncDlg::onStripRightClicked(Track track, double ts, const QString &id)

@@ -70,6 +70,10 @@ public:
     // Moves the secondary half of a marker so that its offset is `offset` seconds.
     bool setMarkerOffset(const QString &id, double offset, double coefficient);
 
+    // Searches around the marker for the offset where both tracks match best and moves its
+    // secondary half there; false, with the marker left alone, when they do not match there.
+    bool autoRefine(const QString &id);
+
     AlignMode alignMode() const;
     void setAlignMode(AlignMode mode);
     // Primary time of the secondary's first sample, as the strips show it.
@@ -120,6 +124,8 @@ private:
     class SearchProgress;
 
     void setHint(const QString &text, bool synchronized);
+    // What the current alignment mode will do with the secondary.
+    void updateModeHint();
     void createStrips();
     void setStripSamples();
     // Puts the markers and the offset on the strips.
@@ -146,6 +152,8 @@ private:
     double m_offset = 0.0;
     bool m_synchronized = false;
     bool m_fitted = false;
+    // Closing was asked for during the search: done once the search has stopped.
+    bool m_rejectPending = false;
     OVSync::Fit m_fit;
 
     std::atomic<bool> m_cancel { false };

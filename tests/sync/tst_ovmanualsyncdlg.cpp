@@ -255,6 +255,15 @@ void TestOVManualSyncDlg::autoSync()
     for (const OVManualSyncDlg::Marker &m : dlg.markers())
         QVERIFY2(std::fabs(m.offset() - 6.5) < 0.001, qPrintable(QString::number(m.offset(), 'f', 6)));
     QVERIFY(std::fabs(dlg.secondaryOffset() - 6.5) < 0.001);
+
+    // A marker dragged a good way off is found back by Auto Refine.
+    const QString id = dlg.markers().at(dlg.markers().size() / 2).id;
+    QVERIFY(dlg.setMarkerOffset(id, 6.5 - 0.3, 0.0));
+    QVERIFY(dlg.autoRefine(id));
+    for (const OVManualSyncDlg::Marker &m : dlg.markers())
+        if (m.id == id)
+            QVERIFY2(std::fabs(m.offset() - 6.5) < 0.001 && m.coefficient > 0.5,
+                     qPrintable(QStringLiteral("%1 %2").arg(m.offset(), 0, 'f', 6).arg(m.coefficient)));
     // The aligned track is silent until 6.5 s, then plays the secondary from its start.
     const OVSamples aligned = dlg.alignedSecondary();
     const qint64 start = qint64(6.5 * SyncTest::Rate);
