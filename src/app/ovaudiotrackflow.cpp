@@ -105,10 +105,11 @@ bool OVAudioTrackFlow::probe(const QString &path, OVMediaInfo *info)
     return false;
 }
 
-OV::Error OVAudioTrackFlow::runMerge(OVManualSyncMerge &merge, const std::function<bool()> &start)
+OV::Error OVAudioTrackFlow::runMerge(OVManualSyncMerge &merge, const QString &title, QWidget *cover,
+                                     const std::function<bool()> &start)
 {
-    // Over the whole window: a splitter or layout would take the pane in as one of its own.
-    OVWaitWidgetWithProgress wait(m_window);
+    // Over a whole window: a splitter or layout would take the pane in as one of its own.
+    OVWaitWidgetWithProgress wait(cover);
     connect(&wait, &OVWaitWidgetWithProgress::cancelClicked, &merge, &OVManualSyncMerge::cancel);
     connect(&merge, &OVManualSyncMerge::actionChanged, &wait, [&] { wait.setText(merge.action()); });
     connect(&merge, &OVManualSyncMerge::progressChanged, &wait, &OVWaitWidgetWithProgress::setProgress);
@@ -122,7 +123,7 @@ OV::Error OVAudioTrackFlow::runMerge(OVManualSyncMerge &merge, const std::functi
     CloseBlocker blocker(m_window);
     const bool menus = m_window->menuBar()->isEnabled();
     m_window->menuBar()->setEnabled(false);
-    wait.startWait(tr("Adding audio track"));
+    wait.startWait(title);
     if (start())
         loop.exec();
     wait.endWait();
@@ -204,7 +205,7 @@ void OVAudioTrackFlow::addAudioTrack()
     const int newStream = picker.replaceIndex() >= 0 ? picker.replaceIndex() : audioCount;
 
     OVManualSyncMerge merge;
-    const OV::Error error = runMerge(merge, [&] {
+    const OV::Error error = runMerge(merge, tr("Adding audio track"), m_window, [&] {
         return merge.start(primary, backup, QString(), &sync.primarySamples(), &aligned, picker.replaceIndex(),
                            picker.streamCount());
     });
@@ -266,7 +267,10 @@ void OVAudioTrackFlow::removeStream(int nth)
     const int playing = m_player->player()->preferredAudioStream();
     const QString backup = backupPath(media);
     OVManualSyncMerge merge;
-    const OV::Error error = runMerge(merge, [&] { return merge.startRemoval(media, backup, nth); });
+    // Over the dialog the removal was asked from, which would hide the pane otherwise.
+    QWidget *cover = m_editDialog ? static_cast<QWidget *>(m_editDialog.data()) : m_window;
+    const OV::Error error = runMerge(merge, tr("Removing audio track"), cover,
+                                     [&] { return merge.startRemoval(media, backup, nth); });
     m_busy = false;
     if (!error.isOk()) {
         showError(tr("Failed to remove audio stream"), error.message());

@@ -13,6 +13,7 @@ class OVManualSyncMerge;
 class OVMediaInfo;
 class OVPlayerPanel;
 class QMainWindow;
+class QWidget;
 
 // File > "Add Audio Track" and "Edit Audio Tracks": the recording that plays gets the sound of a
 // second recording of the same event, synchronised, as a further audio stream, or loses one of
@@ -46,8 +47,9 @@ protected:
     virtual bool confirm(const QString &title, const QString &question);
 
 private:
-    // Runs `start` (which starts `merge`) with the wait pane over the window until finished().
-    OV::Error runMerge(OVManualSyncMerge &merge, const std::function<bool()> &start);
+    // Runs `start` (which starts `merge`) with the wait pane over `cover` until finished().
+    OV::Error runMerge(OVManualSyncMerge &merge, const QString &title, QWidget *cover,
+                       const std::function<bool()> &start);
     bool probe(const QString &path, OVMediaInfo *info);
     void reopen(const QString &path, double position, bool paused, int audioStream);
     void removeStream(int nth);
