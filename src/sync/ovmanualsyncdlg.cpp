@@ -232,12 +232,18 @@ bool OVManualSyncDlg::addMarker(Track track, double seconds)
     }
     m_markers.append(m);
     std::sort(m_markers.begin(), m_markers.end(), [](const Marker &a, const Marker &b) { return a.primary < b.primary; });
+    markersEdited();
+    return true;
+}
+
+void OVManualSyncDlg::markersEdited()
+{
+    // The secondary follows the new markers only once they are aligned again.
     if (alignMode() == AlignUsingMarkers)
         setHint(tr(UnalignedHint), false);
     updateStrips();
     updateCorrelation();
     Q_EMIT markersChanged();
-    return true;
 }
 
 bool OVManualSyncDlg::removeMarker(const QString &id)
@@ -246,11 +252,7 @@ bool OVManualSyncDlg::removeMarker(const QString &id)
     if (i < 0)
         return false;
     m_markers.removeAt(i);
-    if (alignMode() == AlignUsingMarkers)
-        setHint(tr(UnalignedHint), false);
-    updateStrips();
-    updateCorrelation();
-    Q_EMIT markersChanged();
+    markersEdited();
     return true;
 }
 
@@ -258,11 +260,7 @@ void OVManualSyncDlg::removeAllMarkers()
 {
     m_markers.clear();
     m_fit = OVSync::Fit();
-    if (alignMode() == AlignUsingMarkers)
-        setHint(tr(UnalignedHint), false);
-    updateStrips();
-    updateCorrelation();
-    Q_EMIT markersChanged();
+    markersEdited();
 }
 
 bool OVManualSyncDlg::setMarkerOffset(const QString &id, double offset, double coefficient)
@@ -605,13 +603,9 @@ void OVManualSyncDlg::createStrips()
             if (i < 0)
                 return;
             (track == Primary ? m_markers[i].primary : m_markers[i].secondary) = ts;
-            // A moved marker is a guess until it is tuned or the tracks are aligned again.
+            // A moved marker is a guess until it is tuned.
             m_markers[i].coefficient = 0.0;
-            if (alignMode() == AlignUsingMarkers)
-                setHint(tr(UnalignedHint), false);
-            updateStrips();
-            updateCorrelation();
-            Q_EMIT markersChanged();
+            markersEdited();
         });
     }
 }

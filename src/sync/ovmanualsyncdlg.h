@@ -124,6 +124,7 @@ private:
     class SearchProgress;
 
     void setHint(const QString &text, bool synchronized);
+    void markersEdited();
     // What the current alignment mode will do with the secondary.
     void updateModeHint();
     void createStrips();
