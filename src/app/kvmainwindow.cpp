@@ -6,6 +6,7 @@
 #include "app/ovanalysisexports.h"
 #include "app/ovactionregistry.h"
 #include "app/ovplayerpanel.h"
+#include "app/ovtranscriptpanel.h"
 #include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
 #include "app/ovsettingsdlg.h"
@@ -185,6 +186,7 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     }
     updateAutosave();
     updateActionsShortcuts();
+    m_transcript = new OVTranscriptPanel(this);
     updateRecentProjectsMenu();
     updateProjectActions();
     updateProjectSummary();
