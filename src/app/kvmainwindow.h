@@ -16,6 +16,7 @@ class OVLocalFileStorage;
 class OVProjectJournal;
 class OVSettings;
 class OVTimelineControl;
+class OVTranscriptActions;
 class OVPlayerPanel;
 class QStackedWidget;
 class NXLogWidget;
@@ -203,6 +204,7 @@ private:
     // The recording openVideo() is opening; the project takes it only once it plays.
     QString m_pendingVideoPath;
     OVTimelineControl *m_timeline = nullptr;
+    OVTranscriptActions *m_transcriptActions = nullptr;
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;
