@@ -8,35 +8,20 @@
 #include "transcript/ovtranscriptmodel.h"
 #include "transcript/ovtranscriptview.h"
 
+#include "benchtiming.h"
+
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QScrollBar>
 
-#include <algorithm>
 #include <cstdio>
-#include <ctime>
-#include <vector>
 
 using namespace OVProject;
 
 namespace {
 constexpr int Utterances = 10000;
 constexpr int Frames = 300;
-
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    const size_t n = v.size();
-    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2.0;
-}
-
-double cpuMs()
-{
-    timespec ts;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
-}
 } // namespace
 
 int main(int argc, char **argv)
@@ -85,39 +70,26 @@ int main(int argc, char **argv)
     for (int i = 0; i < 20; ++i)
         repaint();
 
-    std::vector<double> still, follow, followCpu;
-    QElapsedTimer timer;
-    for (int i = 0; i < Frames; ++i) {
-        timer.start();
-        repaint();
-        still.push_back(timer.nsecsElapsed() / 1e6);
-    }
+    const BenchTiming::Timing still = BenchTiming::median(Frames, repaint);
     // Playback at 2x seen at 60 pictures a second, in stretches across the whole transcript.
     double pos = 0.0;
-    int scrolled = 0;
-    for (int i = 0; i < Frames; ++i) {
-        if (i % 30 == 0)
+    int frame = 0, scrolled = 0;
+    const BenchTiming::Timing follow = BenchTiming::median(Frames, [&] {
+        if (frame++ % 30 == 0)
             pos = rng.bounded(time);
         pos += 2.0 / 60.0;
         const int before = view.verticalScrollBar()->value();
-        const double cpu0 = cpuMs();
-        timer.start();
         project.state()->setCurrentPos(pos);
         repaint();
-        follow.push_back(timer.nsecsElapsed() / 1e6);
-        followCpu.push_back(cpuMs() - cpu0);
         scrolled += view.verticalScrollBar()->value() != before;
-    }
-    const double stillMs = median(still);
-    const double followMs = median(follow);
+    });
     std::printf("utterances: %d, frames: %d, table set up in %.1f ms, scrolled on %d frames\n", Utterances, Frames, setupMs,
                 scrolled);
-    std::printf("repaint, position still:     median %.3f ms\n", stillMs);
-    std::printf("repaint, following playback: median %.3f ms (cpu %.3f ms), worst %.3f ms, %.2fx the still repaint\n",
-                followMs, median(followCpu), *std::max_element(follow.begin(), follow.end()),
-                stillMs > 0 ? followMs / stillMs : 0.0);
-    std::printf("BENCH transcript_view_scroll_ms %.3f ms\n", followMs);
-    std::printf("BENCH transcript_view_scroll_cpu_ms %.3f ms\n", median(followCpu));
+    std::printf("repaint, position still:     median %.3f ms (cpu %.3f ms)\n", still.wallMs, still.cpuMs);
+    std::printf("repaint, following playback: median %.3f ms (cpu %.3f ms), %.2fx the still repaint\n", follow.wallMs,
+                follow.cpuMs, still.wallMs > 0 ? follow.wallMs / still.wallMs : 0.0);
+    std::printf("BENCH transcript_view_scroll_ms %.3f ms\n", follow.wallMs);
+    std::printf("BENCH transcript_view_scroll_cpu_ms %.3f ms\n", follow.cpuMs);
     std::printf("BENCH transcript_view_setup_ms %.1f ms\n", setupMs);
     return 0;
 }

@@ -16,6 +16,7 @@ class OVLocalFileStorage;
 class OVProjectJournal;
 class OVSettings;
 class OVTimelineControl;
+class OVTranscriptActions;
 class OVPlayerPanel;
 class OVTranscriptPanel;
 class QStackedWidget;
@@ -206,6 +207,7 @@ private:
     QString m_pendingVideoPath;
     OVTimelineControl *m_timeline = nullptr;
     OVTranscriptPanel *m_transcript = nullptr;
+    OVTranscriptActions *m_transcriptActions = nullptr;
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;

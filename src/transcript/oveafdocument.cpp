@@ -441,9 +441,5 @@ bool OVEafDocument::read(const QByteArray &bytes, OVTranscriptData *data, OVTran
         rows.append(r);
     }
     std::stable_sort(rows.begin(), rows.end(), [](const Row &a, const Row &b) { return a.start < b.start; });
-    result.read = rows.size();
-    data->rows = rows;
-    if (report)
-        *report = result;
-    return true;
+    return OVTranscriptInput::finish(rows, result, data, report);
 }

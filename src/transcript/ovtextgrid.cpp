@@ -315,9 +315,5 @@ bool OVTextGrid::read(const QByteArray &bytes, OVTranscriptData *data, OVTranscr
         }
     }
     std::stable_sort(rows.begin(), rows.end(), [](const auto &a, const auto &b) { return a.start < b.start; });
-    result.read = rows.size();
-    data->rows = rows;
-    if (report)
-        *report = result;
-    return true;
+    return OVTranscriptInput::finish(rows, result, data, report);
 }

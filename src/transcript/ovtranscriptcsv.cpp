@@ -185,15 +185,9 @@ bool OVTranscriptCsv::read(const QByteArray &bytes, OVTranscriptData *data, OVTr
         if (at[Speaker] >= 0)
             row.tier = fields.at(at[Speaker]);
         row.text = fields.at(at[Text]);
-        if (!OVTranscriptInput::takeRows(budget, 1, why)) {
-            *why = QObject::tr("line %1: %2").arg(line).arg(*why);
+        if (!OVTranscriptInput::takeRow(budget, line, why))
             return false;
-        }
         rows.append(row);
     }
-    result.read = rows.size();
-    data->rows = rows;
-    if (report)
-        *report = result;
-    return true;
+    return OVTranscriptInput::finish(rows, result, data, report);
 }

@@ -4,6 +4,7 @@
 #include "project/ovreadbudget.h"
 
 #include <QLocale>
+#include <QObject>
 #include <QStringDecoder>
 
 #include <cmath>
@@ -60,4 +61,22 @@ bool OVTranscriptInput::takeRows(OVReadBudget *budget, qint64 count, QString *wh
         return true;
     *why = budget->why();
     return false;
+}
+
+bool OVTranscriptInput::takeRow(OVReadBudget *budget, int line, QString *why)
+{
+    if (takeRows(budget, 1, why))
+        return true;
+    *why = QObject::tr("line %1: %2").arg(line).arg(*why);
+    return false;
+}
+
+bool OVTranscriptInput::finish(const QList<OVTranscriptData::Row> &rows, OVTranscriptReport result, OVTranscriptData *data,
+    OVTranscriptReport *report)
+{
+    result.read = rows.size();
+    data->rows = rows;
+    if (report)
+        *report = result;
+    return true;
 }

@@ -75,4 +75,9 @@ public:
     static double toMilliseconds(double seconds);
     // Draws `count` rows from the budget; false when it is spent or the read was cancelled.
     static bool takeRows(OVReadBudget *budget, qint64 count, QString *why);
+    // The same for one row read at `line`, the reason naming the line.
+    static bool takeRow(OVReadBudget *budget, int line, QString *why);
+    // Hands what a reader read to its caller, only once the whole file has been read.
+    static bool finish(const QList<OVTranscriptData::Row> &rows, OVTranscriptReport result, OVTranscriptData *data,
+        OVTranscriptReport *report);
 };

@@ -55,15 +55,9 @@ bool OVTranscriptSrt::read(const QByteArray &bytes, OVTranscriptData *data, OVTr
             continue;
         }
         OVSubtitleText::splitSpeaker(cue, &row.tier, &row.text);
-        if (!OVTranscriptInput::takeRows(budget, 1, why)) {
-            *why = QObject::tr("line %1: %2").arg(b.line).arg(*why);
+        if (!OVTranscriptInput::takeRow(budget, b.line, why))
             return false;
-        }
         rows.append(row);
     }
-    result.read = rows.size();
-    data->rows = rows;
-    if (report)
-        *report = result;
-    return true;
+    return OVTranscriptInput::finish(rows, result, data, report);
 }

@@ -92,15 +92,9 @@ bool OVTranscriptVtt::read(const QByteArray &bytes, OVTranscriptData *data, OVTr
             result.skip(QObject::tr("line %1: a cue without text").arg(b.line));
             continue;
         }
-        if (!OVTranscriptInput::takeRows(budget, 1, why)) {
-            *why = QObject::tr("line %1: %2").arg(b.line).arg(*why);
+        if (!OVTranscriptInput::takeRow(budget, b.line, why))
             return false;
-        }
         rows.append(row);
     }
-    result.read = rows.size();
-    data->rows = rows;
-    if (report)
-        *report = result;
-    return true;
+    return OVTranscriptInput::finish(rows, result, data, report);
 }

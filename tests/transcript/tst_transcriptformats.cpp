@@ -79,6 +79,7 @@ private Q_SLOTS:
     void otherToolsFiles();
     void damagedFilesRefused_data();
     void damagedFilesRefused();
+    void eafStaysWellFormed();
     void importUndoRestoresExactly();
     void codingProjectThroughEaf();
 
@@ -291,6 +292,18 @@ void TstTranscriptFormats::damagedFilesRefused()
     QVERIFY2(e.message().contains(QFileInfo(path).fileName()), qPrintable(e.message()));
     QVERIFY2(e.message().contains(reason), qPrintable(e.message()));
     QCOMPARE(describe(data.rows), describe(before.rows));
+}
+
+void TstTranscriptFormats::eafStaysWellFormed()
+{
+    // Control characters come in through CSV and SubRip, which allow them; XML does not.
+    const QString path = m_dir.filePath(QStringLiteral("c.eaf"));
+    QVERIFY(OVTranscriptFile::write(path, OVTranscriptFile::Eaf,
+        { { { QStringLiteral("A\x02"), 1, 2, QStringLiteral("\x01" "bell\x0b" " ring\t\uFFFF") } } }).isOk());
+    OVTranscriptData back;
+    const OV::Error e = OVTranscriptFile::read(path, &back, nullptr);
+    QVERIFY2(e.isOk(), qPrintable(e.message()));
+    QCOMPARE(describe(back.rows), describe({ { QStringLiteral("A"), 1, 2, QStringLiteral("bell ring\t") } }));
 }
 
 void TstTranscriptFormats::importUndoRestoresExactly()
