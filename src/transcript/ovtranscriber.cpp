@@ -119,10 +119,15 @@ OVTranscriber::Result OVTranscriber::refuse(Outcome outcome, const QString &mess
     return r;
 }
 
+QString OVTranscriber::notEnabledMessage()
+{
+    return tr("Transcribing is off: turn on \"Enable Transcribing\" first.");
+}
+
 OVTranscriber::Result OVTranscriber::start()
 {
     if (!m_enabled)
-        return refuse(NotEnabled, tr("Transcribing is off: turn on \"Enable Transcribing\" first."));
+        return refuse(NotEnabled, notEnabledMessage());
     if (!m_project)
         return refuse(NoProject, QString());
     Timeline *t = timeline();
@@ -142,16 +147,13 @@ OVTranscriber::Result OVTranscriber::start()
     m_draft.clear();
     m_wasWriting = true;
     Q_EMIT writingChanged(true);
-    Result r;
-    r.outcome = Started;
-    r.utteranceId = m_open;
-    return r;
+    return Result{ Started, m_open, QString() };
 }
 
 OVTranscriber::Result OVTranscriber::finish()
 {
     if (!m_enabled)
-        return refuse(NotEnabled, tr("Transcribing is off: turn on \"Enable Transcribing\" first."));
+        return refuse(NotEnabled, notEnabledMessage());
     Utterance *u = openUtterance();
     if (!u)
         return refuse(NothingOpen, tr("No utterance is being written."));
@@ -164,9 +166,7 @@ OVTranscriber::Result OVTranscriber::finish()
     const QString text = m_draft.trimmed();
     if (!m_requests->editUtterance(u, start, end, u->speaker(), text))
         return refuse(Failed, tr("The utterance could not be finished."));
-    Result r;
-    r.outcome = Finished;
-    r.utteranceId = m_open;
+    const Result r{ Finished, m_open, QString() };
     m_open.clear();
     m_draft.clear();
     m_wasWriting = false;

@@ -73,6 +73,7 @@ private:
     OVProject::Timeline *timeline() const;
     double position() const;
     Result refuse(Outcome outcome, const QString &message) const;
+    static QString notEnabledMessage();
     void onUtterancesChanged();
 
     OVTranscriptHistory *m_requests;
