@@ -14,6 +14,8 @@ OVRecordingWaveforms::OVRecordingWaveforms(OVTimelineWidget *timeline, QAction *
     m_toggle->setCheckable(true);
     m_toggle->setChecked(!m_timeline->waveformArea()->isHidden());
     connect(m_toggle, &QAction::toggled, this, &OVRecordingWaveforms::setShown);
+    connect(this, &OVRecordingWaveforms::finished, m_timeline, &OVTimelineWidget::onWaveformsLoaded);
+    connect(this, &OVRecordingWaveforms::cleared, m_timeline, &OVTimelineWidget::onWaveformsCleared);
     connect(m_loader, &OVWaveformsLoader::trackLoaded, this,
             [this](int, const QString &name, std::shared_ptr<const OVWaveformPyramid> waveform) {
                 if (m_timeline)
@@ -35,7 +37,6 @@ OVRecordingWaveforms::OVRecordingWaveforms(OVTimelineWidget *timeline, QAction *
             area->setProblem(tr("The sound of %1 cannot be shown:\n%2")
                                  .arg(QFileInfo(m_loaded).fileName(), error.message()));
         }
-        m_timeline->onWaveformsLoaded();
         Q_EMIT finished(error);
     });
 }
@@ -79,7 +80,6 @@ void OVRecordingWaveforms::load()
     m_loaded = m_recording;
     if (m_recording.isEmpty()) {
         area->setLoading(false);
-        m_timeline->onWaveformsCleared();
         Q_EMIT cleared();
         return;
     }

@@ -12,6 +12,14 @@ OVWaveforms::~OVWaveforms()
 {
     cancel();
     wait();
+    const std::lock_guard<std::mutex> lock(m_lock);
+    m_pyramid.reset();
+}
+
+std::shared_ptr<const OVWaveformPyramid> OVWaveforms::pyramid() const
+{
+    const std::lock_guard<std::mutex> lock(m_lock);
+    return m_pyramid;
 }
 
 std::shared_ptr<const OVWaveformPyramid> OVWaveforms::build(const OVSamples &samples)
@@ -23,8 +31,11 @@ std::shared_ptr<const OVWaveformPyramid> OVWaveforms::build(const OVSamples &sam
 void OVWaveforms::run()
 {
     if (m_samples) {
-        if (!isCanceled())
-            m_pyramid = build(*m_samples);
+        if (isCanceled())
+            return;
+        std::shared_ptr<const OVWaveformPyramid> pyramid = build(*m_samples);
+        const std::lock_guard<std::mutex> lock(m_lock);
+        m_pyramid = std::move(pyramid);
         return;
     }
     OVSamples track;
@@ -34,6 +45,8 @@ void OVWaveforms::run()
     }
     if (isCanceled())
         return;
-    m_pyramid = std::make_shared<const OVWaveformPyramid>(track.data.data(), track.count, track.sampleRate,
-                                                          FileBlockSize, false);
+    auto pyramid = std::make_shared<const OVWaveformPyramid>(track.data.data(), track.count, track.sampleRate,
+                                                             FileBlockSize, false);
+    const std::lock_guard<std::mutex> lock(m_lock);
+    m_pyramid = std::move(pyramid);
 }

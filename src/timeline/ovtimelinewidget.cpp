@@ -295,6 +295,15 @@ void OVTimelineWidget::onSplitterMoved(int, int) { scheduleRelayout(); }
 void OVTimelineWidget::onWaveformsLoaded()
 {
     m_waveforms->setLoading(false);
+    // A strip squeezed to its minimum shows no wave: give each track a readable band, but never
+    // more than a third of the panel, which belongs to the rows.
+    const QList<int> sizes = m_splitter->sizes();
+    if (sizes.size() == 2 && !m_waveforms->isHidden()) {
+        const int total = sizes[0] + sizes[1];
+        const int wanted = std::min(total / 3, m_waveforms->trackCount() * WaveformTrackHeight);
+        if (sizes[1] < wanted)
+            m_splitter->setSizes({ total - wanted, wanted });
+    }
     updateWaveformsGeometry();
 }
 

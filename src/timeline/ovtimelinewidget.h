@@ -41,6 +41,7 @@ public:
     static constexpr int RowHeight = 24;
     static constexpr int DefaultNameWidth = 150;
     static constexpr double WheelScrollPixels = 150.0;
+    static constexpr int WaveformTrackHeight = 48;
 
     explicit OVTimelineWidget(QWidget *parent = nullptr);
     ~OVTimelineWidget() override;

@@ -17,6 +17,7 @@
 #include "timeline/ovkeyboardcoder.h"
 #include "timeline/ovtimelinecontrol.h"
 #include "timeline/ovtimelinewidget.h"
+#include "timeline/ovwaveformarea.h"
 #include "settings/ovrecentprojects.h"
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
@@ -487,6 +488,15 @@ private Q_SLOTS:
         QCOMPARE(w.project()->videoPath(), clip);
         QTRY_VERIFY_WITH_TIMEOUT(qAbs(w.project()->videoLength() - 8.0) < 0.1, 10000);
         QVERIFY(w.errors.isEmpty());
+        // The strip under the rows shows the recording's sound; View > Waveforms hides it.
+        OVWaveformArea *waveforms = w.timelineControl()->timelineWidget()->waveformArea();
+        QTRY_COMPARE_WITH_TIMEOUT(waveforms->trackCount(), 1, 20000);
+        QAction *showWaveforms = w.actionRegistry()->action(OVActionRegistry::Waveforms);
+        QVERIFY(showWaveforms->isChecked());
+        showWaveforms->trigger();
+        QVERIFY(waveforms->isHidden());
+        showWaveforms->trigger();
+        QVERIFY(!waveforms->isHidden());
         w.savePath = dir.path() + "/clip.kvpr";
         QVERIFY(w.onSaveProjectAs());
 
