@@ -5,6 +5,7 @@
 #include "app/ovanalysisdlg.h"
 #include "app/ovanalysisexports.h"
 #include "app/ovactionregistry.h"
+#include "app/ovsegmentlistdock.h"
 #include "app/ovplayerpanel.h"
 #include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
@@ -155,6 +156,10 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_logDock->setWidget(m_logWidget);
     addDockWidget(Qt::BottomDockWidgetArea, m_logDock);
     m_logDock->hide();
+    m_segmentDock = new OVSegmentListDock(m_actions->action(OVActionRegistry::Labels), this);
+    addDockWidget(Qt::RightDockWidgetArea, m_segmentDock);
+    m_segmentDock->hide();
+    connect(m_segmentDock, &OVSegmentListDock::seekRequested, this, &KVMainWindow::onSeekRequested);
 
     m_dataFolder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
     m_journal = new OVProjectJournal(this);
@@ -308,6 +313,7 @@ void KVMainWindow::createMenus()
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(m_actions->action(R::Fullscreen));
     view->addAction(m_showLogAction);
+    view->addAction(m_actions->action(R::Labels));
 
     QMenu *analysis = menuBar()->addMenu(tr("&Analysis"));
     m_statsAction = analysis->addAction(tr("Statistics and Agreement..."), this, &KVMainWindow::onExportStatsTriggered);
@@ -343,6 +349,7 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path, 
     m_projectPath = path;
     // The timeline starts a new undo history with every project.
     m_timeline->setProject(m_project);
+    m_segmentDock->setProject(m_project);
     // Once laid out, show the whole recording.
     QTimer::singleShot(0, m_timeline, &OVTimelineControl::zoomTimelineToFit);
     if (m_project) {

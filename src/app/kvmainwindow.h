@@ -14,6 +14,7 @@ class OVActionRegistry;
 class OVCodingSnapshot;
 class OVLocalFileStorage;
 class OVProjectJournal;
+class OVSegmentListDock;
 class OVSettings;
 class OVTimelineControl;
 class OVPlayerPanel;
@@ -46,6 +47,7 @@ public:
     OVTimelineControl *timelineControl() const { return m_timeline; }
     OVPlayerPanel *playerPanel() const { return m_player; }
     NXLogWidget *logWidget() const { return m_logWidget; }
+    OVSegmentListDock *segmentListDock() const { return m_segmentDock; }
     // The user who codes in this session: the remembered login, else the system user.
     QString currentUser() const;
     // The modified mark of the open project (title "[*]", the question on close). It is set while
@@ -205,6 +207,7 @@ private:
     OVTimelineControl *m_timeline = nullptr;
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;
+    OVSegmentListDock *m_segmentDock = nullptr;
     QAction *m_showLogAction = nullptr;
     QMenu *m_recentMenu = nullptr;
     QAction *m_statsAction = nullptr;
