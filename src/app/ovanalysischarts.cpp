@@ -6,6 +6,7 @@
 #include <QCategoryAxis>
 #include <QChart>
 #include <QDir>
+#include <QLegend>
 #include <QLegendMarker>
 #include <QPainter>
 #include <QScatterSeries>
@@ -23,6 +24,8 @@ QChart *newChart(const QString &title)
     auto *chart = new QChart;
     chart->setTitle(title);
     chart->legend()->setAlignment(Qt::AlignBottom);
+    // Coders in the event plot are told apart by the shape of their marks.
+    chart->legend()->setMarkerShape(QLegend::MarkerShapeFromSeries);
     chart->setAnimationOptions(QChart::NoAnimation);
     return chart;
 }
@@ -97,6 +100,8 @@ QChart *OVAnalysisCharts::timeBudget(const QList<OVStatistics::Row> &rows, const
     chart->addAxis(y, Qt::AlignLeft);
     series->attachAxis(x);
     series->attachAxis(y);
+    // Ticks at round percentages rather than at fifths of the largest bar.
+    y->applyNiceNumbers();
     return chart;
 }
 

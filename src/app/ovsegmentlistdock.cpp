@@ -3,6 +3,7 @@
 #include "timeline/ovsegmentlistview.h"
 
 #include <QAction>
+#include <QMainWindow>
 
 OVSegmentListDock::OVSegmentListDock(QAction *toggle, QWidget *parent)
     : QDockWidget(tr("Labels"), parent)
@@ -21,3 +22,14 @@ OVSegmentListDock::OVSegmentListDock(QAction *toggle, QWidget *parent)
 }
 
 void OVSegmentListDock::setProject(OVProject::Project *project) { m_view->setProject(project); }
+
+void OVSegmentListDock::showEvent(QShowEvent *event)
+{
+    QDockWidget::showEvent(event);
+    // A main window lays a new dock out at its minimum width; the first time, give it room for
+    // the times. Later the user's own width stays.
+    auto *window = qobject_cast<QMainWindow *>(parentWidget());
+    if (std::exchange(m_sized, true) || !window || isFloating())
+        return;
+    window->resizeDocks({ this }, { m_view->sizeHint().width() }, Qt::Horizontal);
+}

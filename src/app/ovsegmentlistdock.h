@@ -23,6 +23,10 @@ public:
 Q_SIGNALS:
     void seekRequested(double time);
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     OVSegmentListView *m_view;
+    bool m_sized = false;
 };

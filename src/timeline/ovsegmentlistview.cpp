@@ -17,6 +17,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QScrollBar>
 #include <QStyledItemDelegate>
 #include <QTableView>
 #include <QVBoxLayout>
@@ -85,6 +86,16 @@ OVSegmentListView::OVSegmentListView(QWidget *parent)
     m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     m_table->verticalHeader()->setDefaultSectionSize(m_table->fontMetrics().height() + 6);
     m_table->horizontalHeader()->setStretchLastSection(true);
+    // Widths from the font, not from the contents: measuring 100,000 rows would stall the list.
+    const QFontMetrics fm = m_table->fontMetrics();
+    const int pad = 16;
+    using M = OVSegmentListModel;
+    m_table->setColumnWidth(M::CoderColumn, fm.horizontalAdvance(QStringLiteral("MMMMMMM")) + pad);
+    m_table->setColumnWidth(M::LabelColumn, fm.horizontalAdvance(QStringLiteral("MMMMMMMM")) + fm.height() + pad);
+    m_table->setColumnWidth(M::KeyColumn, fm.horizontalAdvance(tr("Key")) + pad);
+    for (int c : { M::StartColumn, M::EndColumn, M::DurationColumn })
+        m_table->setColumnWidth(c, fm.horizontalAdvance(QStringLiteral("00:00:00.000")) + pad);
+    m_table->setColumnWidth(M::DescriptionColumn, fm.horizontalAdvance(QLatin1Char('M')) * 16 + pad);
     m_table->installEventFilter(this);
 
     auto *bar = new QHBoxLayout;
@@ -108,6 +119,15 @@ OVSegmentListView::OVSegmentListView(QWidget *parent)
         connect(m, &QAbstractItemModel::layoutChanged, this, &OVSegmentListView::updateCount);
     }
     refreshChoices();
+}
+
+QSize OVSegmentListView::sizeHint() const
+{
+    // Wide enough for the times beside coder and label; a dock starts at this width.
+    int width = 0;
+    for (int c = 0; c <= OVSegmentListModel::DurationColumn; ++c)
+        width += m_table->columnWidth(c);
+    return QSize(width + m_table->verticalScrollBar()->sizeHint().width() + 8, QWidget::sizeHint().height());
 }
 
 void OVSegmentListView::setProject(OVProject::Project *project)

@@ -36,6 +36,8 @@ public:
     // Deletes the selected segments that can be edited after asking; true when deleted.
     bool deleteSelectedSegments();
 
+    QSize sizeHint() const override;
+
 Q_SIGNALS:
     void seekRequested(double time);
 
