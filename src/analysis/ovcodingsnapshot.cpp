@@ -29,6 +29,7 @@ OVCodingSnapshot OVCodingSnapshot::fromProject(const OVProject::Project &project
             label.id = l->id();
             label.name = l->name();
             label.key = l->key().toUpper();
+            label.color = l->color().rgba();
             label.segments.reserve(l->segmentCount());
             for (const OVProject::Segment *s : l->segments())
                 label.segments.append({s->id(), s->start(), s->end(), s->description()});

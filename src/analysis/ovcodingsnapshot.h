@@ -27,6 +27,8 @@ public:
         QString id;
         QString name;
         QChar key;
+        // The label's colour as ARGB (QColor::rgba()); plots draw the label in it.
+        quint32 color = 0;
         QList<Segment> segments;
     };
     struct Group

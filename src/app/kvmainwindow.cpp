@@ -6,6 +6,7 @@
 #include "app/ovanalysisexports.h"
 #include "app/ovactionregistry.h"
 #include "app/ovaudiotrackflow.h"
+#include "app/ovsegmentlistdock.h"
 #include "app/ovplayerpanel.h"
 #include "app/ovrecordingwaveforms.h"
 #include "app/ovtranscriptactions.h"
@@ -161,6 +162,10 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_logDock->setWidget(m_logWidget);
     addDockWidget(Qt::BottomDockWidgetArea, m_logDock);
     m_logDock->hide();
+    m_segmentDock = new OVSegmentListDock(m_actions->action(OVActionRegistry::Labels), this);
+    addDockWidget(Qt::RightDockWidgetArea, m_segmentDock);
+    m_segmentDock->hide();
+    connect(m_segmentDock, &OVSegmentListDock::seekRequested, this, &KVMainWindow::onSeekRequested);
 
     m_dataFolder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
     m_journal = new OVProjectJournal(this);
@@ -332,6 +337,7 @@ void KVMainWindow::createMenus()
     view->addAction(m_actions->action(R::Fullscreen));
     view->addAction(m_actions->action(R::Waveforms));
     view->addAction(m_showLogAction);
+    view->addAction(m_actions->action(R::Labels));
 
     QMenu *analysis = menuBar()->addMenu(tr("&Analysis"));
     m_statsAction = analysis->addAction(tr("Statistics and Agreement..."), this, &KVMainWindow::onExportStatsTriggered);
@@ -367,6 +373,7 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path, 
     m_projectPath = path;
     // The timeline starts a new undo history with every project.
     m_timeline->setProject(m_project);
+    m_segmentDock->setProject(m_project);
     m_transcriptActions->setProject(m_project, m_projectPath);
     // Once laid out, show the whole recording.
     QTimer::singleShot(0, m_timeline, &OVTimelineControl::zoomTimelineToFit);

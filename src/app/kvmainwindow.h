@@ -16,6 +16,7 @@ class OVCodingSnapshot;
 class OVLocalFileStorage;
 class OVProjectJournal;
 class OVRecordingWaveforms;
+class OVSegmentListDock;
 class OVSettings;
 class OVTimelineControl;
 class OVTranscriptActions;
@@ -51,6 +52,7 @@ public:
     OVPlayerPanel *playerPanel() const { return m_player; }
     OVTranscriptPanel *transcriptPanel() const { return m_transcript; }
     NXLogWidget *logWidget() const { return m_logWidget; }
+    OVSegmentListDock *segmentListDock() const { return m_segmentDock; }
     // The user who codes in this session: the remembered login, else the system user.
     QString currentUser() const;
     // The modified mark of the open project (title "[*]", the question on close). It is set while
@@ -212,6 +214,7 @@ private:
     OVTranscriptActions *m_transcriptActions = nullptr;
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;
+    OVSegmentListDock *m_segmentDock = nullptr;
     QAction *m_showLogAction = nullptr;
     OVRecordingWaveforms *m_recordingWaveforms = nullptr;
     QMenu *m_recentMenu = nullptr;

@@ -211,7 +211,7 @@ void OVAnalysisDlg::onPlotChanged()
     QChart *chart = nullptr;
     switch (m_plot->currentIndex()) {
     case 0:
-        chart = OVAnalysisCharts::timeBudget(m_stats);
+        chart = OVAnalysisCharts::timeBudget(m_stats, m_snapshot);
         break;
     case 1: {
         QStringList coders;
@@ -221,7 +221,7 @@ void OVAnalysisDlg::onPlotChanged()
         break;
     }
     default:
-        chart = OVAnalysisCharts::agreement(m_agreement);
+        chart = OVAnalysisCharts::agreement(m_agreement, m_snapshot);
         break;
     }
     QChart *old = m_chartView->chart();

@@ -38,6 +38,20 @@ Timeline *OVKeyboardCoder::activeTimeline(const Project *project)
     return group->timelineForOwner(user);
 }
 
+QList<Timeline *> OVKeyboardCoder::displayedTimelines(const Project *project)
+{
+    QList<Timeline *> result;
+    if (!project)
+        return result;
+    const Timeline *active = activeTimeline(project);
+    const QStringList users = project->state()->displayedTimelineUsers();
+    for (Timeline *t : project->timelineGroup()->timelines()) {
+        if (t == active || users.contains(t->owner()))
+            result.append(t);
+    }
+    return result;
+}
+
 OVKeyboardCoder::Result OVKeyboardCoder::finish(Result r)
 {
     // One line per coded event in the log: what a coder did is on record even when the session

@@ -3,6 +3,7 @@
 #include "project/basenode.h"
 
 #include <QChar>
+#include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -64,6 +65,8 @@ public:
 
     // The timeline coding acts on: the active user's, or the first one when no user is active.
     static OVProject::Timeline *activeTimeline(const OVProject::Project *project);
+    // The timelines shown: the active one and those of the displayed users, in the group's order.
+    static QList<OVProject::Timeline *> displayedTimelines(const OVProject::Project *project);
 
 Q_SIGNALS:
     // After every press that found a label, whatever came of it.

@@ -208,19 +208,7 @@ int OVTimelineWidget::timeAreaWidth() const { return std::max(0, rowsRect().widt
 
 Timeline *OVTimelineWidget::activeTimeline() const { return OVKeyboardCoder::activeTimeline(m_project); }
 
-QList<Timeline *> OVTimelineWidget::displayedTimelines() const
-{
-    QList<Timeline *> result;
-    if (!m_project)
-        return result;
-    Timeline *active = activeTimeline();
-    const QStringList users = m_project->state()->displayedTimelineUsers();
-    for (Timeline *t : m_project->timelineGroup()->timelines()) {
-        if (t == active || users.contains(t->owner()))
-            result.append(t);
-    }
-    return result;
-}
+QList<Timeline *> OVTimelineWidget::displayedTimelines() const { return OVKeyboardCoder::displayedTimelines(m_project); }
 
 void OVTimelineWidget::refreshLabels() { refreshLabelPainters(); }
 

@@ -1,3 +1,4 @@
+#include "app/ovanalysischarts.h"
 #include "app/ovanalysisdlg.h"
 #include "app/ovanalysisexports.h"
 #include "project/label.h"
@@ -5,8 +6,13 @@
 #include "project/project.h"
 #include "project/segment.h"
 #include "project/timeline.h"
+#include "project/timelinegroup.h"
 
+#include <QBarSet>
+#include <QChart>
 #include <QComboBox>
+#include <QScatterSeries>
+#include <QStackedBarSeries>
 #include <QFile>
 #include <QImage>
 #include <QStandardItemModel>
@@ -35,6 +41,8 @@ private Q_SLOTS:
     void figuresFollowTheChoices();
     void exports();
     void workshopSkipsUnreadable();
+    void plotsUseLabelColours_data();
+    void plotsUseLabelColours();
 
 private:
     QTemporaryDir m_dir;
@@ -120,6 +128,57 @@ void TestAnalysisDlg::workshopSkipsUnreadable()
     QCOMPARE(text.count('\n'), 1 + 16); // header, 2 projects x 2 coders x 4 labels
     QVERIFY(text.contains("\r\none,anna,,Label 1,A,1,0,10.000"));
     QVERIFY(text.contains("\r\ntwo,bert,,Label 1,A,1,0,8.000"));
+}
+
+void TestAnalysisDlg::plotsUseLabelColours_data()
+{
+    QTest::addColumn<int>("plot");
+    QTest::addColumn<QString>("series");
+    QTest::addColumn<QColor>("expected");
+
+    QTest::newRow("time budget") << 0 << "Label 1" << QColor(Qt::blue);
+    QTest::newRow("time budget, recoloured by the first coder") << 0 << "Label 2" << QColor(0xF3, 0x66, 0x2E);
+    QTest::newRow("events") << 1 << "anna: Label 1" << QColor(Qt::blue);
+    QTest::newRow("events, in the coder's own colour") << 1 << "bert: Label 2" << QColor(Qt::red);
+    QTest::newRow("agreement") << 2 << "Label 2" << QColor(0xF3, 0x66, 0x2E);
+    QTest::newRow("agreement, an invisible colour") << 2 << "Label 3" << QColor(Qt::gray);
+}
+
+void TestAnalysisDlg::plotsUseLabelColours()
+{
+    QFETCH(int, plot);
+    QFETCH(QString, series);
+    QFETCH(QColor, expected);
+
+    Project p;
+    fill(&p);
+    Timeline *anna = p.timelineGroup()->timelines().first();
+    anna->labels().at(1)->setColor(QColor(0xF3, 0x66, 0x2E));
+    anna->labels().at(2)->setColor(Qt::transparent);
+    const OVCodingSnapshot snapshot = OVCodingSnapshot::fromProject(p, QStringLiteral("s1"));
+    std::unique_ptr<QChart> chart;
+    if (plot == 0)
+        chart.reset(OVAnalysisCharts::timeBudget(OVStatistics::compute(snapshot, {0.0, -1.0}, false), snapshot));
+    else if (plot == 1)
+        chart.reset(OVAnalysisCharts::eventPlot(snapshot, {QStringLiteral("anna"), QStringLiteral("bert")}));
+    else
+        chart.reset(OVAnalysisCharts::agreement(OVAgreement::compute(snapshot, snapshot.coders.at(0), snapshot.coders.at(1), {}), snapshot));
+
+    QStringList seen;
+    for (QAbstractSeries *s : chart->series()) {
+        if (auto *scatter = qobject_cast<QScatterSeries *>(s)) {
+            seen << scatter->name();
+            if (scatter->name() == series)
+                QCOMPARE(scatter->color(), expected);
+        } else if (auto *bars = qobject_cast<QAbstractBarSeries *>(s)) {
+            for (QBarSet *set : bars->barSets()) {
+                seen << set->label();
+                if (set->label() == series)
+                    QCOMPARE(set->color(), expected);
+            }
+        }
+    }
+    QVERIFY2(seen.contains(series), qPrintable(seen.join(QLatin1Char(','))));
 }
 
 QTEST_MAIN(TestAnalysisDlg)
