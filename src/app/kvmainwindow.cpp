@@ -7,6 +7,7 @@
 #include "app/ovactionregistry.h"
 #include "app/ovtranscriptactions.h"
 #include "app/ovplayerpanel.h"
+#include "app/ovtranscriptpanel.h"
 #include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
 #include "app/ovsettingsdlg.h"
@@ -187,6 +188,7 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     }
     updateAutosave();
     updateActionsShortcuts();
+    m_transcript = new OVTranscriptPanel(this);
     updateRecentProjectsMenu();
     updateProjectActions();
     updateProjectSummary();
