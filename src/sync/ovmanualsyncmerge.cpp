@@ -3,6 +3,7 @@
 #include "media/nxffmpegwrapper.h"
 #include "sync/ovsamples.h"
 #include "sync/ovsamplesextractor.h"
+#include "sync/ovsynclogging.h"
 
 #include <QDebug>
 #include <QFile>
@@ -96,7 +97,7 @@ void OVManualSyncMerge::setAction(const QString &text)
         QMutexLocker lock(&m_mutex);
         m_action = text;
     }
-    qDebug() << "OVManualSyncMerge:" << text;
+    qCInfo(lcSync) << "OVManualSyncMerge:" << text;
     Q_EMIT actionChanged();
 }
 
@@ -165,7 +166,7 @@ OV::Error OVManualSyncMerge::merge(const QString &primaryFile, const QString &ba
         setAction(QStringLiteral("Creating backup"));
         QFile::remove(backupFile);
         if (!QFile::copy(primaryFile, backupFile) || !syncToDisk(backupFile)) {
-            qWarning() << "OVManualSyncMerge: cannot copy" << primaryFile << "to" << backupFile;
+            qCWarning(lcSync) << "OVManualSyncMerge: cannot copy" << primaryFile << "to" << backupFile;
             return OV::Error(1, QStringLiteral("Failed to create backup file\n") + backupFile);
         }
     }
@@ -201,7 +202,7 @@ OV::Error OVManualSyncMerge::merge(const QString &primaryFile, const QString &ba
                 QFile::remove(backupFile);
             return OV::Error::success();
         }
-        qWarning() << "OVManualSyncMerge: cannot put" << partial << "in place of" << target;
+        qCWarning(lcSync) << "OVManualSyncMerge: cannot put" << partial << "in place of" << target;
         result = OV::Error(NXFFmpegWrapper::OutputLocked, NXFFmpegWrapper::errorMessage(NXFFmpegWrapper::OutputLocked));
     } else if (code == NXFFmpegWrapper::StoppedByUser) {
         result = OV::Error(code, QStringLiteral("Canceled by user"));
