@@ -10,6 +10,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+class TestOVSettings : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
     void actionShortcutsFromFile()
     {
         QTemporaryDir dir;
