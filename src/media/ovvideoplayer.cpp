@@ -286,6 +286,26 @@ void OVVideoPlayer::setPreferredAudioStream(int nth)
 void OVVideoPlayer::setPlayRange(double start, double length)
 {
     m_engine.setPlayRange(start, length, duration());
+    keepInPlayRange();
+}
+
+void OVVideoPlayer::setLooping(bool on)
+{
+    m_looping = on;
+    updatePublishing();
+    keepInPlayRange();
+}
+
+bool OVVideoPlayer::keepInPlayRange()
+{
+    if (!m_looping || state() != Playing)
+        return false;
+    const double start = playRangeStart();
+    const double pos = position();
+    if (pos >= start && pos < start + playRangeLength())
+        return false;
+    seek(start, true);
+    return true;
 }
 
 void OVVideoPlayer::removeUsedAudioStreams()
@@ -313,8 +333,9 @@ void OVVideoPlayer::setPublishingPosition(bool on)
 void OVVideoPlayer::updatePublishing()
 {
     // A paused or stopped clock does not move: the position it stopped at is told once, and
-    // then nothing ticks until it runs again.
-    const bool run = m_publishing && (m_lastAnnounced == Playing || m_lastAnnounced == Starting);
+    // then nothing ticks until it runs again. Looping needs the same tick: the end of the range
+    // is noticed there.
+    const bool run = (m_publishing || m_looping) && (m_lastAnnounced == Playing || m_lastAnnounced == Starting);
     if (run && !m_publishTimer.isActive()) {
         m_publishTimer.start();
     } else if (!run && m_publishTimer.isActive()) {
@@ -325,6 +346,7 @@ void OVVideoPlayer::updatePublishing()
 
 void OVVideoPlayer::publishPosition()
 {
+    keepInPlayRange();
     // Before the read loop runs the clock has nothing to say; the state keeps what it had.
     if (!m_publishing || (!m_engine.clock().isDecoding() && m_runState.load() != RunStarting))
         return;
