@@ -7,6 +7,7 @@
 #include "app/ovactionregistry.h"
 #include "app/ovaudiotrackflow.h"
 #include "app/ovsegmentlistdock.h"
+#include "app/ovapplogging.h"
 #include "app/ovplayerpanel.h"
 #include "app/ovrecordingwaveforms.h"
 #include "app/ovtranscriptactions.h"
@@ -49,6 +50,7 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QEventLoop>
 #include <QMenuBar>
@@ -258,6 +260,9 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::SeekBackward), &QAction::triggered, m_player, &OVPlayerPanel::seekBackward);
     connect(m_actions->action(R::StepForward), &QAction::triggered, m_player, &OVPlayerPanel::stepOrSeekForward);
     connect(m_actions->action(R::StepBackward), &QAction::triggered, m_player, &OVPlayerPanel::stepOrSeekBackward);
+    // The plain arrows move through lists and text elsewhere in the window.
+    for (int id : { R::StepForward, R::StepBackward })
+        m_actions->scopeToViews(id, { m_player, m_timeline->timelineWidget() });
     connect(m_actions->action(R::SpeedUp), &QAction::triggered, m_player, &OVPlayerPanel::speedUp);
     connect(m_actions->action(R::SpeedDown), &QAction::triggered, m_player, &OVPlayerPanel::speedDown);
     connect(m_actions->action(R::VolumeUp), &QAction::triggered, m_player, &OVPlayerPanel::volumeUp);
@@ -386,7 +391,7 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path, 
         connect(history, &OVProject::History::changed, this, &KVMainWindow::onProjectHistoryChanged);
         connect(history, &OVProject::History::cleanChanged, this, &KVMainWindow::onProjectHistoryChanged);
         connect(history, &OVProject::History::stepFailed, this, [this](const QString &step) {
-            qWarning().noquote() << "History step could not be applied:" << step;
+            qCWarning(lcApp).noquote() << "History step could not be applied:" << step;
             statusBar()->showMessage(tr("\"%1\" could not be undone or redone: what it changed is gone.").arg(step), StatusMessageMs);
         });
         m_player->setState(m_project->state());
@@ -432,7 +437,7 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     const QString aside = m_dataFolder + QStringLiteral("/journal-%1.kvj")
                                              .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz")));
     if (!QFile::rename(path, aside)) {
-        qWarning().noquote() << "The journal" << path << "cannot be moved to" << aside;
+        qCWarning(lcApp).noquote() << "The journal" << path << "cannot be moved to" << aside;
         return;
     }
     OVProjectJournal::Summary summary;
@@ -449,7 +454,7 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     if (!error.isOk()) {
         delete recovered;
         delete storage;
-        qWarning().noquote() << "Unsaved work could not be recovered from" << aside << ":" << error.message();
+        qCWarning(lcApp).noquote() << "Unsaved work could not be recovered from" << aside << ":" << error.message();
         showError(tr("Recover Unsaved Work"),
                   tr("The last session left unsaved work, but it cannot be recovered:\n%1\n\nThe record of "
                      "those changes was kept as %2.").arg(error.message(), QDir::toNativeSeparators(aside)));
@@ -482,12 +487,12 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
         text += QStringLiteral("\n") + tr("A copy was also written when the session ended:\n%1")
                                             .arg(QDir::toNativeSeparators(summary.recoveryCopy));
     text += QStringLiteral("\n\n") + tr("Do you want to take the unsaved work back?");
-    qWarning().noquote() << "Unsaved work found:" << summary.changes << "change(s) since" << (summary.basePath.isEmpty() ? QStringLiteral("a new project") : summary.basePath);
+    qCWarning(lcApp).noquote() << "Unsaved work found:" << summary.changes << "change(s) since" << (summary.basePath.isEmpty() ? QStringLiteral("a new project") : summary.basePath);
 
     if (askRecoverUnsavedWork(text) != QMessageBox::Yes) {
         delete recovered;
         delete storage;
-        qWarning().noquote() << "Unsaved work declined; its journal was kept as" << aside;
+        qCWarning(lcApp).noquote() << "Unsaved work declined; its journal was kept as" << aside;
         return;
     }
     if (!onCloseProject(true)) {
@@ -500,7 +505,7 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     setProject(recovered, summary.basePath.isEmpty() ? QString() : QFileInfo(summary.basePath).absoluteFilePath(), true);
     ensureUserTimeline();
     setModified(true);
-    qWarning().noquote() << "Unsaved work recovered:" << summary.changes << "change(s)";
+    qCWarning(lcApp).noquote() << "Unsaved work recovered:" << summary.changes << "change(s)";
     if (m_journal->isActive())
         QFile::remove(aside);
     const QString video = m_project->videoPath();
@@ -548,7 +553,7 @@ void KVMainWindow::onNewProject()
     project->state()->setDisplayedTimelineUsers({ user });
     project->setOfflineUser(user);
     project->setOwner(user);
-    qDebug().noquote() << "New project" << project->id() << "for user" << user;
+    qCInfo(lcApp).noquote() << "New project" << project->id() << "for user" << user;
     setProject(project, QString());
     // A new project exists only in memory until it is saved.
     setModified(true);
@@ -597,7 +602,7 @@ bool KVMainWindow::loadProject(const QString &path)
     auto *project = new OVProject::Project;
     const OV::Error error = storage->adopt(read, project);
     if (!error.isOk()) {
-        qWarning().noquote() << "Loading" << path << "failed with code" << error.code();
+        qCWarning(lcApp).noquote() << "Loading" << path << "failed with code" << error.code();
         delete project;
         delete storage;
         if (error.code() == OVJsonSerializer::Cancelled)
@@ -608,7 +613,7 @@ bool KVMainWindow::loadProject(const QString &path)
             m_settings->recentProjects()->removeProject(path);
         return false;
     }
-    qDebug().noquote() << "Project loaded from" << path;
+    qCInfo(lcApp).noquote() << "Project loaded from" << path;
     setStorage(storage);
     setProject(project, QFileInfo(path).absoluteFilePath());
     ensureUserTimeline();
@@ -650,7 +655,7 @@ void KVMainWindow::ensureUserTimeline()
     if (!mine) {
         // Every coder codes in a timeline of their own.
         mine = m_project->createTimeline(user);
-        qDebug().noquote() << "Timeline" << mine->id() << "made for user" << user;
+        qCInfo(lcApp).noquote() << "Timeline" << mine->id() << "made for user" << user;
     }
     m_project->state()->setActiveUser(user);
     QStringList shown = m_project->state()->displayedTimelineUsers();
@@ -726,7 +731,7 @@ void KVMainWindow::onSaveFinished(quint64 ticket, const OV::Error &error, const 
         m_saveProgress->hide();
     const bool current = request.project && request.project == m_project;
     if (error.isOk()) {
-        qDebug().noquote() << (request.autosave ? "Project saved automatically to" : "Project saved to") << request.path;
+        qCInfo(lcApp).noquote() << (request.autosave ? "Project saved automatically to" : "Project saved to") << request.path;
         statusBar()->showMessage(tr("Saved %1").arg(QFileInfo(request.path).fileName()), 4000);
         m_autosaveProblemShown = false;
         if (current) {
@@ -751,7 +756,7 @@ void KVMainWindow::onSaveFinished(quint64 ticket, const OV::Error &error, const 
     if (error.code() == OVLocalFileStorage::SaveCancelled)
         return;
     if (request.autosave) {
-        qWarning().noquote() << "Autosave of" << request.path << "failed:" << error.message();
+        qCWarning(lcApp).noquote() << "Autosave of" << request.path << "failed:" << error.message();
         // Once until a save succeeds again; a message every few minutes would only be in the way.
         if (!std::exchange(m_autosaveProblemShown, true))
             showError(tr("Autosave"), tr("The project could not be saved automatically.\n\n%1").arg(error.message()));
@@ -820,10 +825,10 @@ QString KVMainWindow::saveRecoveryCopy()
     OVLocalFileStorage storage;
     const OV::Error error = storage.save(path, m_project);
     if (!error.isOk()) {
-        qWarning().noquote() << "Recovery copy could not be written to" << path << ":" << error.message();
+        qCWarning(lcApp).noquote() << "Recovery copy could not be written to" << path << ":" << error.message();
         return QString();
     }
-    qWarning().noquote() << "Unsaved changes were written to the recovery copy" << path;
+    qCWarning(lcApp).noquote() << "Unsaved changes were written to the recovery copy" << path;
     m_journal->noteRecoveryCopy(path);
     return path;
 }
@@ -839,7 +844,7 @@ bool KVMainWindow::onCloseProject(bool checkForSavedChanges)
         return true;
     if (checkForSavedChanges && !confirmDiscardChanges())
         return false;
-    qDebug().noquote() << "Project closed" << m_projectPath;
+    qCInfo(lcApp).noquote() << "Project closed" << m_projectPath;
     setProject(nullptr, QString());
     setStorage(nullptr);
     return true;
@@ -1018,7 +1023,7 @@ bool KVMainWindow::openVideo(const QString &path)
     if (!m_project)
         return false;
     const QString absolute = QFileInfo(path).absoluteFilePath();
-    qDebug().noquote() << "Opening video or audio" << absolute;
+    qCInfo(lcApp).noquote() << "Opening video or audio" << absolute;
     // The project keeps its recording (and it plays on) until the new one has started.
     m_pendingVideoPath = absolute;
     if (!m_player->openMedia(absolute)) {
@@ -1067,7 +1072,7 @@ void KVMainWindow::onPlayerInitFinished(int errorCode)
     // Whatever played before plays on (or is on its way back).
     if (m_player->mediaPath().isEmpty())
         m_playerStack->setCurrentWidget(m_playerArea);
-    qWarning().noquote() << "Player start failed with code" << errorCode << "for" << m_playerPath;
+    qCWarning(lcApp).noquote() << "Player start failed with code" << errorCode << "for" << m_playerPath;
     const QString reason = m_playerMessage.isEmpty() ? tr("The decoder gave no reason.") : m_playerMessage;
     showError(tr("Open Video or Audio"),
               tr("%1 cannot be played.\n\n%2").arg(QDir::toNativeSeparators(m_playerPath), reason));
@@ -1100,7 +1105,7 @@ void KVMainWindow::showSettings()
 {
     if (!m_settings)
         return;
-    OVSettingsDlg dlg(m_settings, this);
+    OVSettingsDlg dlg(m_settings, m_actions, this);
     dlg.exec();
 }
 
@@ -1130,7 +1135,7 @@ void KVMainWindow::checkForCrashReports(const QString &folder)
     const QStringList reports = NXCrashReporter::pendingReports(folder);
     if (reports.isEmpty())
         return;
-    qWarning().noquote() << "Found crash reports:" << reports.join(QStringLiteral(", "));
+    qCWarning(lcApp).noquote() << "Found crash reports:" << reports.join(QStringLiteral(", "));
     // Offer each report once, whatever the answer.
     const QStringList seen = NXCrashReporter::markReportsSeen(reports);
     if (askSendCrashReport() == QMessageBox::Yes)
@@ -1139,7 +1144,7 @@ void KVMainWindow::checkForCrashReports(const QString &folder)
 
 void KVMainWindow::onSingleInstanceMessage(const QString &message)
 {
-    qDebug().noquote() << "Message from a second start:" << message;
+    qCInfo(lcApp).noquote() << "Message from a second start:" << message;
     // A second start brings this window forward even without a file to open.
     if (isMinimized())
         showMaximized();
@@ -1166,8 +1171,19 @@ void KVMainWindow::openFile(const QString &path)
 
 void KVMainWindow::onSimulateCrash()
 {
+    // Kept in the default category: the crash report names this frame only while the call below
+    // is not the last instruction of the function, which the category's out-of-line path changes.
     qWarning() << "Simulating a crash on the user's request";
     NXCrashReporter::crashNow();
+}
+
+void KVMainWindow::keyPressEvent(QKeyEvent *event)
+{
+    // A key no pane took comes up to the window: the coder gets it whichever pane had the focus
+    // (a text field takes its letters itself, so typing never codes).
+    if (m_timeline->codeKeyPress(event))
+        return;
+    QMainWindow::keyPressEvent(event);
 }
 
 void KVMainWindow::closeEvent(QCloseEvent *event)
@@ -1231,13 +1247,13 @@ QString KVMainWindow::chooseSavePath()
 
 void KVMainWindow::showError(const QString &title, const QString &message)
 {
-    qWarning().noquote() << title << ":" << message;
+    qCWarning(lcApp).noquote() << title << ":" << message;
     QMessageBox::warning(this, title, message);
 }
 
 bool KVMainWindow::showLoadError(const QString &title, const QString &message)
 {
-    qWarning().noquote() << title << ":" << message;
+    qCWarning(lcApp).noquote() << title << ":" << message;
     QMessageBox box(QMessageBox::Warning, title, message, QMessageBox::Ok, this);
     // The versions saved before are where a damaged project's work can be found again.
     const QAbstractButton *backups = box.addButton(tr("Open Backup Folder"), QMessageBox::ActionRole);

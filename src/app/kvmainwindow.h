@@ -138,6 +138,7 @@ public Q_SLOTS:
 
 protected:
     void closeEvent(QCloseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
     // The questions the window asks; tests answer them by overriding.
     virtual QMessageBox::StandardButton askUnsavedChanges();
     virtual QMessageBox::StandardButton askSendCrashReport();

@@ -1,6 +1,7 @@
 #include "app/kvmainwindow.h"
 #include "app/nxcrashreporter.h"
 #include "app/ovapplication.h"
+#include "app/ovapplogging.h"
 #include "app/ovcommandline.h"
 #include "app/ovterminationwatcher.h"
 #include "kavotversion.h"
@@ -65,21 +66,21 @@ int main(int argc, char *argv[])
 
     // 2. The log, and the start-up lines.
     NXLog::install(dataDir, QStringLiteral("main"), NXLog::DefaultSizeLimit);
-    qDebug().noquote() << QStringLiteral("Application started   Version: %1  Build_number: %2  Revision: %3")
+    qCInfo(lcApp).noquote() << QStringLiteral("Application started   Version: %1  Build_number: %2  Revision: %3")
                               .arg(QStringLiteral(KAVOT_VERSION))
                               .arg(KAVOT_BUILD_NUMBER)
                               .arg(QStringLiteral(KAVOT_REVISION));
-    qDebug().noquote() << "Cmd line:" << arguments.mid(1).join(QLatin1Char(' '));
-    qDebug().noquote() << "Application file: " + QCoreApplication::applicationFilePath();
-    qDebug().noquote() << "OS Info:\n" + osInfo();
+    qCInfo(lcApp).noquote() << "Cmd line:" << arguments.mid(1).join(QLatin1Char(' '));
+    qCInfo(lcApp).noquote() << "Application file: " + QCoreApplication::applicationFilePath();
+    qCInfo(lcApp).noquote() << "OS Info:\n" + osInfo();
     const QString commLog = commandLine.commLog();
     if (!commLog.isEmpty())
-        qDebug().noquote() << "Communication log:" << commLog;
+        qCInfo(lcApp).noquote() << "Communication log:" << commLog;
 
     // 3. The data folder and the settings. What goes wrong here is told once the window is up.
     QStringList problems;
     if (!dataDirOk)
-        qWarning().noquote() << "Data folder cannot be made:" << dataDir;
+        qCWarning(lcApp).noquote() << "Data folder cannot be made:" << dataDir;
     if (!dataDirOk || !QFileInfo(dataDir).isWritable())
         problems << QCoreApplication::translate("main", "Kavot cannot write to its data folder:\n%1\n\nSettings, the log "
                                                         "and the record of unsaved changes cannot be kept there. Work "
@@ -100,7 +101,7 @@ int main(int argc, char *argv[])
     const QString sessionMarker = dataDir + QStringLiteral("/session.run");
     const bool uncleanEnd = QFileInfo::exists(sessionMarker);
     if (uncleanEnd)
-        qWarning().noquote() << "The previous session did not end normally";
+        qCWarning(lcApp).noquote() << "The previous session did not end normally";
     {
         QFile marker(sessionMarker);
         if (marker.open(QIODevice::WriteOnly | QIODevice::Truncate))
@@ -135,7 +136,7 @@ int main(int argc, char *argv[])
     const QStringList oldReports = NXCrashReporter::pendingReports(crashFolder);
     if (!NXCrashReporter::install(crashFolder, NXLog::logFilePath())) {
         const QString message = QStringLiteral("Failed to init crash reporting\nReason:\n\t") + NXCrashReporter::lastError();
-        qWarning().noquote() << message;
+        qCWarning(lcApp).noquote() << message;
         // Shown with the other start-up problems once the window is up, not as a window of its own
         // before it.
         problems << message;
@@ -183,7 +184,7 @@ int main(int argc, char *argv[])
         settings.saveNow();
     }
     QFile::remove(sessionMarker);
-    qDebug() << "Application finished";
+    qCInfo(lcApp) << "Application finished";
     NXLog::uninstall();
     return exitCode;
 }

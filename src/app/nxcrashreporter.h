@@ -23,6 +23,6 @@ public:
     // source lines for addresses inside our executable.
     static QString readableReport(const QString &reportPath);
 
-    // Test hook: make the process die of `signal` through the installed handler.
+    // Dies at once through the installed handler, as a real crash would (Help > "Simulate Crash").
     [[noreturn]] static void crashNow();
 };

@@ -1,10 +1,30 @@
 #include "app/ovactionregistry.h"
 
+#include "app/ovapplogging.h"
 #include "settings/ovkeyboardsettings.h"
 
 #include <QAction>
+#include <QMenu>
+#include <QWidget>
 
 namespace {
+
+// Knows whether anything handles it. A menu the action is added to connects to triggered() for
+// its own bookkeeping; those connections are no handler.
+class OVRegistryAction : public QAction
+{
+public:
+    using QAction::QAction;
+    bool hasHandler() const
+    {
+        int menus = 0;
+        for (const QObject *o : associatedObjects()) {
+            if (qobject_cast<const QMenu *>(o))
+                ++menus;
+        }
+        return receivers(SIGNAL(triggered(bool))) - menus > 0 || receivers(SIGNAL(toggled(bool))) > 0;
+    }
+};
 
 QList<OVActionInfo> makeTable()
 {
@@ -103,20 +123,34 @@ QAction *OVActionRegistry::action(int id)
         return a;
     const OVActionInfo *i = info(id);
     if (!i) {
-        qWarning() << "ActionRegistry: no action with id" << id;
+        qCWarning(lcApp) << "ActionRegistry: no action with id" << id;
         return nullptr;
     }
-    auto *a = new QAction(i->title, this);
+    auto *a = new OVRegistryAction(i->title, this);
     a->setCheckable(i->checkable);
     a->setData(id);
     a->setShortcuts(shortcutsFor(id, i->defaultShortcut));
-    // Shortcuts must work whichever view has focus (the player, the timeline, a dock).
-    a->setShortcutContext(Qt::ApplicationShortcut);
+    // Whichever pane has the focus (the player, the timeline, a dock), but not in dialogs.
+    a->setShortcutContext(Qt::WindowShortcut);
     m_actions.insert(id, a);
     return a;
 }
 
-QList<QAction *> OVActionRegistry::createdActions() const { return m_actions.values(); }
+bool OVActionRegistry::isLive(int id) const
+{
+    const auto *a = static_cast<const OVRegistryAction *>(m_actions.value(id));
+    return a && a->hasHandler();
+}
+
+void OVActionRegistry::scopeToViews(int id, const QList<QWidget *> &views)
+{
+    QAction *a = action(id);
+    if (!a)
+        return;
+    a->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    for (QWidget *view : views)
+        view->addAction(a);
+}
 
 QString OVActionRegistry::effectiveShortcut(int id, const OVKeyboardSettings *settings)
 {

@@ -7,6 +7,7 @@
 #include <QString>
 
 class QAction;
+class QWidget;
 class OVKeyboardSettings;
 
 // One keyboard action: a fixed id (stored as "Action<id>" when the user assigns a shortcut),
@@ -21,7 +22,12 @@ struct OVActionInfo
 };
 
 // The application's keyboard actions. Every menu command that has an id is made here, so
-// shortcuts are assigned in one place and the keyboard settings page can list them all.
+// shortcuts are assigned in one place. The table names every action the program knows; an action
+// is live once something handles it (a connection to its triggered() or toggled()), and only live
+// actions are offered for shortcuts, so a command shows up there the moment its feature is wired.
+//
+// Shortcuts work while the main window (or one of its floating docks) is active, never in a dialog
+// over it; an action scoped to views works only while the focus is inside one of them.
 class OVActionRegistry : public QObject
 {
     Q_OBJECT
@@ -53,7 +59,11 @@ public:
 
     // The QAction of `id`, made on first request with the action's title and checkability.
     QAction *action(int id);
-    QList<QAction *> createdActions() const;
+    // Whether action `id` has been made and something handles it.
+    bool isLive(int id) const;
+    // Keys that views use themselves (the plain arrows) work for `id` only while the focus is in
+    // one of `views` or their children.
+    void scopeToViews(int id, const QList<QWidget *> &views);
 
     // The shortcut in force: the user's (possibly empty) if assigned, else the default.
     static QString effectiveShortcut(int id, const OVKeyboardSettings *settings);

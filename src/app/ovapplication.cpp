@@ -1,5 +1,7 @@
 #include "app/ovapplication.h"
 
+#include "app/ovapplogging.h"
+
 #include <QDataStream>
 #include <QDir>
 #include <QLocalServer>
@@ -39,7 +41,7 @@ bool OVApplication::claimSingleInstance()
     // A lock whose owner process is gone is taken over by tryLock (stale lock detection).
     m_lock->setStaleLockTime(0);
     if (!m_lock->tryLock(200)) {
-        qDebug().noquote() << "Another instance holds" << lockPath;
+        qCInfo(lcApp).noquote() << "Another instance holds" << lockPath;
         m_lock.reset();
         return false;
     }
@@ -50,7 +52,7 @@ bool OVApplication::claimSingleInstance()
     m_server = new QLocalServer(this);
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
     if (!m_server->listen(socketPath)) {
-        qWarning().noquote() << "Single instance: cannot listen on" << socketPath << ":" << m_server->errorString();
+        qCWarning(lcApp).noquote() << "Single instance: cannot listen on" << socketPath << ":" << m_server->errorString();
     } else {
         connect(m_server, &QLocalServer::newConnection, this, &OVApplication::onNewConnection);
     }
@@ -62,7 +64,7 @@ bool OVApplication::sendMessages(const QStringList &messages, int timeoutMs)
     QLocalSocket socket;
     socket.connectToServer(instanceSocketPath());
     if (!socket.waitForConnected(timeoutMs)) {
-        qWarning().noquote() << "Single instance: cannot reach the running instance:" << socket.errorString();
+        qCWarning(lcApp).noquote() << "Single instance: cannot reach the running instance:" << socket.errorString();
         return false;
     }
     QByteArray payload;

@@ -1,5 +1,6 @@
 #include "app/ovaudiotrackflow.h"
 
+#include "app/ovapplogging.h"
 #include "app/oveditaudiotracksdlg.h"
 #include "app/ovplayerpanel.h"
 #include "media/ovmediainfo.h"
@@ -100,7 +101,7 @@ bool OVAudioTrackFlow::probe(const QString &path, OVMediaInfo *info)
     const OV::Error error = OVMediaInfo::probe(path, info);
     if (error.isOk())
         return true;
-    qWarning().noquote() << "OVAudioTrackFlow: cannot read the streams of" << path << ":" << error.message();
+    qCWarning(lcApp).noquote() << "OVAudioTrackFlow: cannot read the streams of" << path << ":" << error.message();
     showError(tr("Add Audio Track"), tr("Failed to open file\n\t") + QDir::toNativeSeparators(path));
     return false;
 }

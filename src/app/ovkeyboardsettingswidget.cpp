@@ -16,7 +16,8 @@ enum Column { TitleColumn, CategoryColumn, ShortcutColumn };
 constexpr int IdRole = Qt::UserRole + 1;
 } // namespace
 
-OVKeyboardSettingsWidget::OVKeyboardSettingsWidget(OVKeyboardSettings *settings, QWidget *parent)
+OVKeyboardSettingsWidget::OVKeyboardSettingsWidget(OVKeyboardSettings *settings, const OVActionRegistry *actions,
+                                                   QWidget *parent)
     : QWidget(parent), m_settings(settings), m_tree(new QTreeWidget(this)), m_edit(new OVShortcutEdit(this)),
       m_set(new QPushButton(tr("Set"), this)), m_clear(new QPushButton(tr("Clear"), this)), m_message(new QLabel(this))
 {
@@ -34,11 +35,13 @@ OVKeyboardSettingsWidget::OVKeyboardSettingsWidget(OVKeyboardSettings *settings,
     reset->setObjectName(QStringLiteral("pb_reset"));
 
     for (const OVActionInfo &info : OVActionRegistry::table()) {
+        m_pending.insert(info.id, OVActionRegistry::effectiveShortcut(info.id, settings));
+        if (actions && !actions->isLive(info.id))
+            continue;
         auto *item = new QTreeWidgetItem(m_tree);
         item->setText(TitleColumn, info.title);
         item->setText(CategoryColumn, info.category);
         item->setData(TitleColumn, IdRole, info.id);
-        m_pending.insert(info.id, OVActionRegistry::effectiveShortcut(info.id, settings));
         refreshRow(info.id);
     }
     m_tree->sortItems(CategoryColumn, Qt::AscendingOrder);

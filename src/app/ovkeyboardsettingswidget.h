@@ -3,19 +3,23 @@
 #include <QMap>
 #include <QWidget>
 
+class OVActionRegistry;
 class OVKeyboardSettings;
 class OVShortcutEdit;
 class QLabel;
 class QTreeWidget;
 class QPushButton;
 
-// The "Keyboard Settings" page: every keyboard action with its category and shortcut. Changes are
-// kept on the page until apply() writes them into the settings.
+// The "Keyboard Settings" page: the keyboard actions with their category and shortcut. Changes are
+// kept on the page until apply() writes them into the settings. With a registry the page lists
+// only the actions that do something (OVActionRegistry::isLive()); the shortcuts stored for the
+// others are kept as they are.
 class OVKeyboardSettingsWidget : public QWidget
 {
     Q_OBJECT
 public:
-    explicit OVKeyboardSettingsWidget(OVKeyboardSettings *settings, QWidget *parent = nullptr);
+    OVKeyboardSettingsWidget(OVKeyboardSettings *settings, const OVActionRegistry *actions,
+                             QWidget *parent = nullptr);
 
     void apply();
     // The shortcut the page currently shows for `actionId` (portable text).

@@ -1,5 +1,6 @@
 #include "app/ovplayercanvas.h"
 
+#include "app/ovapplogging.h"
 #include "media/ovvideoplayer.h"
 
 #include <QDragEnterEvent>
@@ -62,7 +63,7 @@ OVPlayerCanvas::OVPlayerCanvas(QWidget *parent) : QWidget(parent)
         m_surface = new OVPlayerCanvasGL(this);
     else
         m_surface = new OVPlayerCanvasRaster(this);
-    qDebug() << "OVPlayerCanvas: drawing with" << (m_openGL ? "OpenGL" : "the raster engine");
+    qCInfo(lcApp) << "OVPlayerCanvas: drawing with" << (m_openGL ? "OpenGL" : "the raster engine");
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_surface);
@@ -98,7 +99,7 @@ bool OVPlayerCanvas::openGLAvailable()
         const bool software = name.contains(QLatin1String("llvmpipe"), Qt::CaseInsensitive)
                               || name.contains(QLatin1String("softpipe"), Qt::CaseInsensitive)
                               || name.contains(QLatin1String("swrast"), Qt::CaseInsensitive);
-        qDebug() << "OVPlayerCanvas: OpenGL renderer" << name;
+        qCInfo(lcApp) << "OVPlayerCanvas: OpenGL renderer" << name;
         if (software && qEnvironmentVariableIntValue("KAVOT_OPENGL_CANVAS") != 1)
             return false;
         return true;
@@ -108,12 +109,29 @@ bool OVPlayerCanvas::openGLAvailable()
 
 void OVPlayerCanvas::setPlayer(OVVideoPlayer *player)
 {
+    if (m_player)
+        disconnect(m_player, nullptr, this, nullptr);
     m_player = player;
     clear();
     if (player)
-        m_pollTimer.start();
-    else
-        m_pollTimer.stop();
+        connect(player, &OVVideoPlayer::stateChanged, this, &OVPlayerCanvas::followPlayerState);
+    followPlayerState();
+}
+
+void OVPlayerCanvas::followPlayerState()
+{
+    // What the player announced, which may lag its state by a moment, is what is followed: every
+    // pause is announced after the picture it stopped on was queued.
+    const OVVideoPlayer::State state = m_player ? m_player->announcedState() : OVVideoPlayer::Stopped;
+    if (state == OVVideoPlayer::Playing || state == OVVideoPlayer::Starting) {
+        if (!m_pollTimer.isActive())
+            m_pollTimer.start();
+        return;
+    }
+    // The picture a pause (or the end) stopped on is due now and never later; after it, nothing
+    // new comes until the player runs again.
+    m_pollTimer.stop();
+    poll();
 }
 
 void OVPlayerCanvas::clear()

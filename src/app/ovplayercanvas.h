@@ -20,8 +20,8 @@
 // same picture. A software OpenGL renderer (Mesa's llvmpipe) counts as no OpenGL, since the
 // raster engine is faster than it; KAVOT_OPENGL_CANVAS=1 insists on OpenGL anyway.
 //
-// The canvas pulls frames itself, on a precise timer, with OVVideoPlayer::takeDueFrame(); a
-// frame is repainted only when a new one is due.
+// The canvas pulls frames itself, on a precise timer that runs only while the player plays,
+// with OVVideoPlayer::takeDueFrame(); a frame is repainted only when a new one is due.
 class OVPlayerCanvas : public QWidget
 {
     Q_OBJECT
@@ -73,6 +73,7 @@ private:
     friend class OVPlayerCanvasRaster;
     friend class OVPlayerCanvasGL;
     void poll();
+    void followPlayerState();
     void paintSurface(QPainter &painter, const QRect &area);
 
     QPointer<OVVideoPlayer> m_player;

@@ -94,8 +94,6 @@ OVPlayerControls::OVPlayerControls(QWidget *parent) : QWidget(parent)
     connect(m_speed, &OVSpeedControl::speedChanged, this, &OVPlayerControls::onSpeedChanged);
     connect(m_volume, &OVVolumeControl::volumeChanged, this, &OVPlayerControls::onVolumeChanged);
 
-    m_refresh.setInterval(RefreshIntervalMs);
-    connect(&m_refresh, &QTimer::timeout, this, &OVPlayerControls::refresh);
     updateButtons();
 }
 
@@ -109,9 +107,6 @@ void OVPlayerControls::setPlayer(OVVideoPlayer *player)
         player->setVolume(m_volume->volume());
         player->setMuted(m_volume->isMuted());
         player->setTimeFactor(1.0 / m_speed->speed());
-        m_refresh.start();
-    } else {
-        m_refresh.stop();
     }
     refresh();
 }

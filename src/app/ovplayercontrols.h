@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QPointer>
-#include <QTimer>
 #include <QWidget>
 
 class OVSpeedControl;
@@ -13,8 +12,9 @@ class QToolButton;
 
 // The seek bar and buttons under the picture: play/pause, one frame back and forward (while
 // paused), the position and the duration, a slider that seeks while it is dragged, and the
-// speed and volume controls. It drives the player directly and follows its position on a
-// timer.
+// speed and volume controls. It drives the player directly; it polls nothing: the time shown
+// follows the pictures put on screen, and without pictures the position ticks the player
+// announces while it plays (see OVPlayerPanel), so a paused player leaves it idle.
 class OVPlayerControls : public QWidget
 {
     Q_OBJECT
@@ -22,7 +22,6 @@ class OVPlayerControls : public QWidget
 public:
     // The slider counts milliseconds.
     static constexpr int SliderUnitsPerSecond = 1000;
-    static constexpr int RefreshIntervalMs = 50;
 
     explicit OVPlayerControls(QWidget *parent = nullptr);
 
@@ -51,7 +50,8 @@ public Q_SLOTS:
     void togglePlayback();
     void stepForward();
     void stepBackward();
-    // Shows the player's position and state now.
+    // Shows the player's position and state now; called on each of the player's position ticks
+    // and state changes.
     void refresh();
     // The picture of `seconds` has just been put on screen: the position shown follows it.
     void showFrameTime(double seconds);
@@ -82,7 +82,6 @@ private:
     QLabel *m_durationLabel = nullptr;
     OVSpeedControl *m_speed = nullptr;
     OVVolumeControl *m_volume = nullptr;
-    QTimer m_refresh;
     double m_duration = 0.0;
     // The time of the picture on screen; -1 until one is shown (and for sound only).
     double m_frameTime = -1.0;

@@ -1,5 +1,6 @@
 #include "app/ovplayerpanel.h"
 
+#include "app/ovapplogging.h"
 #include "app/ovplayercanvas.h"
 #include "app/ovplayercontrols.h"
 #include "media/ovmediainfo.h"
@@ -26,9 +27,24 @@ OVPlayerPanel::OVPlayerPanel(QWidget *parent) : QWidget(parent)
     layout->setSpacing(0);
     layout->addWidget(m_canvas, 1);
     layout->addWidget(m_controls);
+    // A click on the picture puts the focus here, so that the keys scoped to the player (the
+    // arrows) apply to it.
+    m_canvas->setFocusPolicy(Qt::ClickFocus);
 
     m_canvas->setPlayer(m_player);
     m_controls->setPlayer(m_player);
+    // The player's clock is the one source of the current position: its ticks go to the
+    // project's state, which hands them on to every view, and to the time under the picture.
+    m_player->setPublishingPosition(true);
+    connect(m_player, &OVVideoPlayer::positionChanged, this, [this](double pos) {
+        if (m_state)
+            m_state->setCurrentPos(pos);
+        m_controls->refresh();
+    });
+    connect(m_player, &OVVideoPlayer::seekPositionChanged, this, [this](double pos) {
+        if (m_state)
+            m_state->setSeekPos(pos);
+    });
     connect(m_player, &OVVideoDecoderBase::initFinished, this, &OVPlayerPanel::onPlayerInitFinished);
     // Emitted on the decoding thread; queued, it arrives after everything the run did before.
     connect(m_player, &OVVideoDecoderBase::errorRaised, this, &OVPlayerPanel::onPlayerErrorRaised,
@@ -85,7 +101,7 @@ OVPlayerPanel::CheckResult OVPlayerPanel::checkPlayable(const QString &path)
 void OVPlayerPanel::onChecked(const Request &request, const CheckResult &result)
 {
     if (result.error) {
-        qWarning().noquote() << "OVPlayerPanel: cannot play" << request.path << ":" << result.error.message();
+        qCWarning(lcApp).noquote() << "OVPlayerPanel: cannot play" << request.path << ":" << result.error.message();
         Q_EMIT initFinished(result.error.code(), result.error.message(), request.path);
         return;
     }
@@ -110,7 +126,7 @@ void OVPlayerPanel::start(const Request &request)
     if (!m_player->open(request.path)) {
         m_awaitingInit = false;
         const OV::Error error = m_player->openError();
-        qWarning() << "OVPlayerPanel: cannot open" << request.path << error.message();
+        qCWarning(lcApp) << "OVPlayerPanel: cannot open" << request.path << error.message();
         Q_EMIT initFinished(error.code() ? error.code() : 1, error.message(), request.path);
         return;
     }
@@ -143,22 +159,7 @@ double OVPlayerPanel::shownPosition() const
 
 void OVPlayerPanel::setState(OVProject::State *state)
 {
-    disconnect(m_player, &OVVideoPlayer::positionChanged, this, nullptr);
-    disconnect(m_player, &OVVideoPlayer::seekPositionChanged, this, nullptr);
     m_state = state;
-    m_player->setPublishingPosition(state != nullptr);
-    if (!state)
-        return;
-    // The player's clock is the one source of the current position; the state hands it on to
-    // every view.
-    connect(m_player, &OVVideoPlayer::positionChanged, this, [this](double pos) {
-        if (m_state)
-            m_state->setCurrentPos(pos);
-    });
-    connect(m_player, &OVVideoPlayer::seekPositionChanged, this, [this](double pos) {
-        if (m_state)
-            m_state->setSeekPos(pos);
-    });
 }
 
 void OVPlayerPanel::onPlayerInitFinished(int code)
@@ -175,7 +176,7 @@ void OVPlayerPanel::onPlayerInitFinished(int code)
         const Request fallback = m_fallback;
         m_fallback = Request();
         if (!fallback.path.isEmpty()) {
-            qDebug().noquote() << "OVPlayerPanel: back to" << fallback.path << "at" << fallback.startAt;
+            qCInfo(lcApp).noquote() << "OVPlayerPanel: back to" << fallback.path << "at" << fallback.startAt;
             start(fallback);
         }
         Q_EMIT initFinished(code, error.message(), path);
@@ -204,7 +205,7 @@ void OVPlayerPanel::onPlayerErrorRaised()
     const OV::Error error = m_player->lastError();
     if (error.code() == OVVideoDecoderBase::StoppedError)
         return;
-    qWarning().noquote() << "OVPlayerPanel: playback of" << m_player->path() << "failed:" << error.message();
+    qCWarning(lcApp).noquote() << "OVPlayerPanel: playback of" << m_player->path() << "failed:" << error.message();
     Q_EMIT playbackFailed(m_player->path(), error.message());
 }
 

@@ -11,14 +11,15 @@
 #include <QTabWidget>
 #include <QVBoxLayout>
 
-OVSettingsDlg::OVSettingsDlg(OVSettings *settings, QWidget *parent) : QDialog(parent), m_tabs(new QTabWidget(this))
+OVSettingsDlg::OVSettingsDlg(OVSettings *settings, const OVActionRegistry *actions, QWidget *parent)
+    : QDialog(parent), m_tabs(new QTabWidget(this))
 {
     setWindowTitle(tr("Settings"));
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(m_tabs);
     auto *labeling = new OVLabelingSettingsWidget(settings->labeling(), this);
     addPage(labeling, tr("Labeling"), [labeling] { labeling->apply(); });
-    auto *keyboard = new OVKeyboardSettingsWidget(settings->keyboard(), this);
+    auto *keyboard = new OVKeyboardSettingsWidget(settings->keyboard(), actions, this);
     addPage(keyboard, tr("Keyboard Settings"), [keyboard] { keyboard->apply(); });
     auto *saving = new OVSavingSettingsWidget(settings->ui(), this);
     addPage(saving, tr("Saving"), [saving] { saving->apply(); });

@@ -2,6 +2,7 @@
 
 #include <QDialog>
 
+class OVActionRegistry;
 class OVSettings;
 class OVLabelingSettingsWidget;
 class QTabWidget;
@@ -11,7 +12,8 @@ class OVSettingsDlg : public QDialog
 {
     Q_OBJECT
 public:
-    explicit OVSettingsDlg(OVSettings *settings, QWidget *parent = nullptr);
+    // The keyboard page offers the live actions of `actions` (all of the table when null).
+    OVSettingsDlg(OVSettings *settings, const OVActionRegistry *actions, QWidget *parent = nullptr);
 
     QTabWidget *pages() const { return m_tabs; }
     // Adds a page whose apply function runs when the dialog is accepted.

@@ -1,5 +1,7 @@
 #include "app/ovterminationwatcher.h"
 
+#include "app/ovapplogging.h"
+
 #include <QDebug>
 #include <QSocketNotifier>
 
@@ -21,7 +23,7 @@ void onSignal(int sig)
 OVTerminationWatcher::OVTerminationWatcher(QObject *parent) : QObject(parent)
 {
     if (g_fds[0] < 0 && ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, g_fds) != 0) {
-        qWarning() << "Termination watcher: socketpair failed";
+        qCWarning(lcApp) << "Termination watcher: socketpair failed";
         return;
     }
     m_notifier = new QSocketNotifier(g_fds[1], QSocketNotifier::Read, this);
@@ -44,7 +46,7 @@ void OVTerminationWatcher::onReadable()
 {
     char byte = 0;
     while (::read(g_fds[1], &byte, 1) == 1) {
-        qDebug().noquote() << "Termination requested by signal" << int(byte);
+        qCInfo(lcApp).noquote() << "Termination requested by signal" << int(byte);
         Q_EMIT terminationRequested(int(byte));
     }
 }

@@ -1,6 +1,7 @@
 #include "log/nxlog.h"
 
 #include "log/nxlogreceiverslist.h"
+#include "log/ovloglogging.h"
 
 #include <QDir>
 #include <QFile>
@@ -142,9 +143,9 @@ bool install(const QString &folder, const QString &name, qint64 sizeLimit)
         }
     }
     if (!opened)
-        qWarning().noquote() << "Log file" << s.file.fileName() << "could not be opened:" << failure;
+        qCWarning(lcLog).noquote() << "Log file" << s.file.fileName() << "could not be opened:" << failure;
     if (trimmedFrom >= 0)
-        qDebug().noquote() << "0|Trimmed size:" << trimmedFrom << "to" << sizeLimit;
+        qCInfo(lcLog).noquote() << "0|Trimmed size:" << trimmedFrom << "to" << sizeLimit;
     return opened;
 }
 

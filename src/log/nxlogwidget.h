@@ -12,8 +12,6 @@ public:
     explicit NXLogWidget(QWidget *parent = nullptr);
     ~NXLogWidget() override;
 
-    QPlainTextEdit *textArea() const { return m_text; }
-
 protected:
     bool event(QEvent *event) override;
 

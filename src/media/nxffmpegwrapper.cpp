@@ -1,5 +1,7 @@
 #include "media/nxffmpegwrapper.h"
 
+#include "media/ovmedialogging.h"
+
 #include <QCoreApplication>
 #include <QDebug>
 #include <QDir>
@@ -155,7 +157,7 @@ double NXFFmpegWrapper::estimateRemaining(double done, double total, double elap
 bool NXFFmpegWrapper::start(const QStringList &args)
 {
     if (isRunning()) {
-        qWarning() << "NXFFmpegWrapper::start while running ignored";
+        qCWarning(lcMedia) << "NXFFmpegWrapper::start while running ignored";
         return false;
     }
     m_state = OutputState();
@@ -166,7 +168,7 @@ bool NXFFmpegWrapper::start(const QStringList &args)
 
     const QString tool = toolPath();
     if (tool.isEmpty() || !QFileInfo(tool).isFile()) {
-        qWarning() << "FFMPEG CMD: tool not found:" << tool;
+        qCWarning(lcMedia) << "FFMPEG CMD: tool not found:" << tool;
         finish(BinaryMissing);
         return false;
     }
@@ -177,7 +179,7 @@ bool NXFFmpegWrapper::start(const QStringList &args)
     connect(m_process, &QProcess::readyRead, this, &NXFFmpegWrapper::onReadyRead);
     connect(m_process, &QProcess::errorOccurred, this, &NXFFmpegWrapper::onProcessError);
     connect(m_process, &QProcess::finished, this, &NXFFmpegWrapper::onProcessFinished);
-    qDebug().noquote() << "FFMPEG CMD:" << tool << args.join(QLatin1Char(' '));
+    qCInfo(lcMedia).noquote() << "FFMPEG CMD:" << tool << args.join(QLatin1Char(' '));
     m_timer.start();
     m_process->start(tool, args);
     return true;
@@ -208,7 +210,7 @@ void NXFFmpegWrapper::onReadyRead()
     const QString chunk = QString::fromLocal8Bit(m_process->readAll());
     if (chunk.isEmpty())
         return;
-    qDebug().noquote() << "FFMPEG Output:" << chunk.trimmed();
+    qCDebug(lcMedia).noquote() << "FFMPEG Output:" << chunk.trimmed();
     m_output += chunk;
     const bool hadFragment = m_state.problematicFragment;
     const double before = m_state.done;
@@ -224,7 +226,7 @@ void NXFFmpegWrapper::onReadyRead()
 
 void NXFFmpegWrapper::onProcessError(QProcess::ProcessError error)
 {
-    qWarning() << "FFMPEG process error:" << error << (m_process ? m_process->errorString() : QString());
+    qCWarning(lcMedia) << "FFMPEG process error:" << error << (m_process ? m_process->errorString() : QString());
     if (error == QProcess::FailedToStart)
         finish(m_stopRequested ? StoppedByUser : BinaryMissing);
     // A crash or kill is reported by onProcessFinished.
@@ -236,7 +238,7 @@ void NXFFmpegWrapper::onProcessFinished(int exitCode, QProcess::ExitStatus exitS
         onReadyRead();
     if (!m_state.pending.isEmpty())
         parseOutput(m_state, QStringLiteral("\n"));
-    qDebug() << "FFMPEG Finished:" << exitCode << "  Exit status:" << exitStatus;
+    qCInfo(lcMedia) << "FFMPEG Finished:" << exitCode << "  Exit status:" << exitStatus;
     if (m_stopRequested) {
         finish(StoppedByUser);
     } else if (exitStatus != QProcess::NormalExit) {
@@ -258,6 +260,6 @@ void NXFFmpegWrapper::finish(ErrorCode code)
     m_finishedSent = true;
     m_lastError = code;
     if (code != NoError)
-        qWarning() << "FFMPEG failed:" << errorMessage(code);
+        qCWarning(lcMedia) << "FFMPEG failed:" << errorMessage(code);
     Q_EMIT finished(code);
 }

@@ -2,6 +2,7 @@
 
 #include "media/ovaudioplayerinterface.h"
 #include "media/ovaudiosync.h"
+#include "media/ovmedialogging.h"
 #include "media/ovplaybackclock.h"
 
 #include <QDebug>
@@ -56,7 +57,7 @@ void OVAudioOut::reportNoDevice(const char *what, const QString &detail)
 {
     if (s_noDeviceReported.exchange(true))
         return;
-    qWarning() << "AudioOut: no sound output, playback stays silent." << what << detail;
+    qCWarning(lcMedia) << "AudioOut: no sound output, playback stays silent." << what << detail;
 }
 
 void OVAudioOut::setPlayer(OVAudioPlayerInterface *player)
@@ -90,7 +91,7 @@ bool OVAudioOut::open(int sampleRate, double suggestedLatency)
         return false;
     }
     if (sampleRate <= 0) {
-        qWarning() << "AudioOut: invalid sample rate:" << sampleRate;
+        qCWarning(lcMedia) << "AudioOut: invalid sample rate:" << sampleRate;
         return false;
     }
     const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
@@ -122,7 +123,7 @@ bool OVAudioOut::open(int sampleRate, double suggestedLatency)
     }
     err = Pa_SetStreamFinishedCallback(stream, &OVAudioOutCallbacks::finished);
     if (err != paNoError) {
-        qWarning() << "AudioOut: Pa_SetStreamFinishedCallback failed:" << Pa_GetErrorText(err);
+        qCWarning(lcMedia) << "AudioOut: Pa_SetStreamFinishedCallback failed:" << Pa_GetErrorText(err);
         Pa_CloseStream(stream);
         return false;
     }
@@ -130,7 +131,7 @@ bool OVAudioOut::open(int sampleRate, double suggestedLatency)
     const PaStreamInfo *streamInfo = Pa_GetStreamInfo(stream);
     m_streamLatency.store(streamInfo ? streamInfo->outputLatency : params.suggestedLatency,
                           std::memory_order_relaxed);
-    qDebug() << "AudioOut: opened" << info->name << "at" << sampleRate << "Hz, latency"
+    qCInfo(lcMedia) << "AudioOut: opened" << info->name << "at" << sampleRate << "Hz, latency"
              << params.suggestedLatency << "reported" << m_streamLatency.load();
     return true;
 }
@@ -154,7 +155,7 @@ bool OVAudioOut::start()
         return true;
     const PaError err = Pa_StartStream(stream);
     if (err != paNoError) {
-        qWarning() << "AudioOut: Pa_StartStream failed:" << Pa_GetErrorText(err);
+        qCWarning(lcMedia) << "AudioOut: Pa_StartStream failed:" << Pa_GetErrorText(err);
         return false;
     }
     return true;
@@ -169,7 +170,7 @@ void OVAudioOut::stop()
     if (Pa_IsStreamStopped(stream) == 0) {
         const PaError err = Pa_StopStream(stream);
         if (err != paNoError)
-            qWarning() << "AudioOut: Pa_StopStream failed:" << Pa_GetErrorText(err);
+            qCWarning(lcMedia) << "AudioOut: Pa_StopStream failed:" << Pa_GetErrorText(err);
     }
 }
 
@@ -186,7 +187,7 @@ bool OVAudioOut::isRunning() const
 
 void OVAudioOut::setGain(double gain)
 {
-    qDebug() << "Setting volume to:" << gain;
+    qCDebug(lcMedia) << "Setting volume to:" << gain;
     m_gain.store(std::max(0.0, gain), std::memory_order_relaxed);
 }
 

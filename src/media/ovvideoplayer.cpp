@@ -2,6 +2,7 @@
 
 #include "media/ovaudioout.h"
 #include "media/ovfilemediasource.h"
+#include "media/ovmedialogging.h"
 #include "media/ovtimestretch.h"
 
 #include <QDebug>
@@ -130,12 +131,16 @@ OVVideoPlayer::State OVVideoPlayer::state() const
 void OVVideoPlayer::setRunState(RunState state)
 {
     m_runState = state;
+    announceState(this->state());
+}
+
+void OVVideoPlayer::announceState(State now)
+{
+    if (now == m_lastAnnounced)
+        return;
+    m_lastAnnounced = now;
     updatePublishing();
-    const State now = this->state();
-    if (now != m_lastAnnounced) {
-        m_lastAnnounced = now;
-        Q_EMIT stateChanged();
-    }
+    Q_EMIT stateChanged();
 }
 
 double OVVideoPlayer::position() const
@@ -198,7 +203,10 @@ void OVVideoPlayer::seek(double secsFromStart, bool autoStart)
         startRun();
         break;
     case RunRunning:
-        // A paused player runs until the target's picture is there.
+        // A paused player runs until the target's picture is there. The decoding thread may have
+        // got there and paused again already; it ran all the same, and whoever waits for the
+        // pause to take the new picture must see one.
+        announceState(Playing);
         setRunState(RunRunning);
         // A run in its last moments (past the read loop) cannot seek: it starts again there.
         if (isRunning() && isDecodingFinished())
@@ -214,7 +222,7 @@ void OVVideoPlayer::setTimeFactor(double factor)
     if (!(factor > 0.0) || factor == m_requestedFactor)
         return;
     m_requestedFactor = factor;
-    qDebug() << "OVVideoPlayer::timeFactor set to:" << factor;
+    qCDebug(lcMedia) << "OVVideoPlayer::timeFactor set to:" << factor;
     m_engine.setTimeFactor(factor);
 }
 
@@ -249,9 +257,9 @@ void OVVideoPlayer::setAudioOutputEnabled(bool enabled)
 
 void OVVideoPlayer::setPreferredAudioStream(int nth)
 {
-    qDebug() << "Setting preffered audio stream index to:" << nth;
+    qCDebug(lcMedia) << "Setting preffered audio stream index to:" << nth;
     const bool running = m_runState.load() != RunStopped;
-    qDebug() << "Player running:" << running;
+    qCDebug(lcMedia) << "Player running:" << running;
     if (nth < 0 || nth == m_preferredAudioStream.load())
         return;
     m_preferredAudioStream = nth;
@@ -324,12 +332,16 @@ void OVVideoPlayer::setPublishingPosition(bool on)
 
 void OVVideoPlayer::updatePublishing()
 {
-    // Looping needs the same tick: the end of the range is noticed there.
-    const bool run = (m_publishing || m_looping) && m_runState.load() != RunStopped;
-    if (run && !m_publishTimer.isActive())
+    // A paused or stopped clock does not move: the position it stopped at is told once, and
+    // then nothing ticks until it runs again. Looping needs the same tick: the end of the range
+    // is noticed there.
+    const bool run = (m_publishing || m_looping) && (m_lastAnnounced == Playing || m_lastAnnounced == Starting);
+    if (run && !m_publishTimer.isActive()) {
         m_publishTimer.start();
-    else if (!run && m_publishTimer.isActive())
+    } else if (!run && m_publishTimer.isActive()) {
         m_publishTimer.stop();
+        publishPosition();
+    }
 }
 
 void OVVideoPlayer::publishPosition()

@@ -56,6 +56,9 @@ public:
     OV::Error openError() const { return m_openError; }
 
     State state() const;
+    // The state last told by stateChanged(); state() may have moved on since on the decoding
+    // thread, and another stateChanged() is then on its way.
+    State announcedState() const { return m_lastAnnounced; }
     // The current position in seconds from the start (any thread).
     double position() const;
     bool hasVideoStream() const { return m_hasVideo.load(); }
@@ -110,8 +113,9 @@ public:
     OVPlaybackEngine &engine() { return m_engine; }
     const OVPlaybackEngine &engine() const { return m_engine; }
 
-    // While the player runs, positionChanged() reports the clock every PublishIntervalMs; views
-    // learn the position from it (through the project's state), never by polling the player.
+    // While the player plays, positionChanged() reports the clock every PublishIntervalMs, and
+    // once more where it pauses or stops; views learn the position from it (through the
+    // project's state), never by polling the player.
     void setPublishingPosition(bool on);
 
     // -- OVAudioPlayerInterface
@@ -155,6 +159,8 @@ private:
     void startRun();
     void stopAndWait();
     void setRunState(RunState state);
+    // Emits stateChanged() when `now` differs from what was last announced.
+    void announceState(State now);
     void onInitFinishedInternal(int code);
     void onThreadFinished();
     void publishPosition();

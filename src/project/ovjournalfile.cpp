@@ -1,5 +1,7 @@
 #include "project/ovjournalfile.h"
 
+#include "project/ovprojectlogging.h"
+
 #include <QDebug>
 #include <QFile>
 #include <QtEndian>
@@ -161,7 +163,7 @@ void OVJournalFile::syncLoop()
             break;
         m_dirty = false;
         if (m_syncFd >= 0 && ::fdatasync(m_syncFd) != 0)
-            qWarning().noquote() << "Journal: sync failed:" << errnoText();
+            qCWarning(lcProject).noquote() << "Journal: sync failed:" << errnoText();
         // At most a few syncs a second: a burst of coding is one sync, not one per key.
         m_wake.wait_for(guard, std::chrono::milliseconds(200), [this] { return m_stop; });
     }

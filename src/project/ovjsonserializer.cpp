@@ -1,6 +1,7 @@
 #include "project/ovjsonserializer.h"
 
 #include "project/label.h"
+#include "project/ovprojectlogging.h"
 #include "project/project.h"
 #include "project/projectsnapshot.h"
 #include "project/segment.h"
@@ -865,7 +866,7 @@ OV::Error OVJsonSerializer::saveLabelSetFile(const QString &path, const QList<La
     QSaveFile file(path);
     const QByteArray bytes = writeLabelSet(labels);
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
-        qWarning() << "JsonSerializer: cannot write label set" << path << file.errorString();
+        qCWarning(lcProject) << "JsonSerializer: cannot write label set" << path << file.errorString();
         return OV::Error(5, QStringLiteral("Failed to save labels to:\n") + path);
     }
     return OV::Error::success();
@@ -876,7 +877,7 @@ OV::Error OVJsonSerializer::loadLabelSetFile(const QString &path, QList<Label *>
     const QString failed = QStringLiteral("Failed to load labels from:\n") + path;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        qWarning() << "JsonSerializer: cannot open label set" << path << file.errorString();
+        qCWarning(lcProject) << "JsonSerializer: cannot open label set" << path << file.errorString();
         return OV::Error(5, failed + QStringLiteral("\n\n") + file.errorString());
     }
     LocalBudget local(budget, file.size());
@@ -896,7 +897,7 @@ OV::Error OVJsonSerializer::loadLabelSetFile(const QString &path, QList<Label *>
     if (why.isEmpty() && !OVJsonSerializer().readLabelSet(bytes, labels, local.budget, &why) && why.isEmpty())
         why = QStringLiteral("not a label set");
     if (!why.isEmpty()) {
-        qWarning().noquote() << "JsonSerializer: label set" << path << "refused:" << why;
+        qCWarning(lcProject).noquote() << "JsonSerializer: label set" << path << "refused:" << why;
         if (local.budget->isCancelled())
             return OV::Error(Cancelled, QStringLiteral("Loading was cancelled."));
         return OV::Error(5, failed + QStringLiteral("\n\n") + why);

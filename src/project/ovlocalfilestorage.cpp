@@ -3,6 +3,7 @@
 #include "project/ovatomicfilewriter.h"
 #include "project/ovjsonserializer.h"
 #include "project/ovprojectbackups.h"
+#include "project/ovprojectlogging.h"
 #include "project/ovzipreader.h"
 #include "project/project.h"
 #include "project/projectsnapshot.h"
@@ -367,7 +368,7 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
     auto failed = [&](int code, const QString &reason) {
         out.error = OV::Error(code, QStringLiteral("Failed to save project to:\n") + job.request.path
                 + (reason.isEmpty() ? QString() : QStringLiteral("\n\n") + reason));
-        qWarning().noquote() << "LocalFileStorage: saving" << path << "failed:" << reason;
+        qCWarning(lcProject).noquote() << "LocalFileStorage: saving" << path << "failed:" << reason;
         return out;
     };
 
@@ -386,7 +387,7 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
                                "opened or last saved. Saving would overwrite those changes."));
     }
     if (const int removed = OVAtomicFileWriter::removeStrayTemporaries(path))
-        qDebug() << "LocalFileStorage: removed" << removed << "temporary files of an interrupted save of" << path;
+        qCInfo(lcProject) << "LocalFileStorage: removed" << removed << "temporary files of an interrupted save of" << path;
 
     // The header as it goes into the file: the video path may become relative to its folder.
     ProjectSnapshot::HeaderData header = job.request.snapshot->headerData;
@@ -461,7 +462,7 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
     QString why;
     if (!OVProjectContainer::write(device, entries, &report, &why, progress)) {
         file.cancel();
-        qWarning().noquote() << "LocalFileStorage: container not written:" << why;
+        qCWarning(lcProject).noquote() << "LocalFileStorage: container not written:" << why;
         if (cancel && *cancel)
             return failed(SaveCancelled, QStringLiteral("Saving was cancelled; the file was left as it was."));
         if (!report.failedSource.isEmpty())
@@ -486,7 +487,7 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
             out.backupWarning = QStringLiteral("The project was saved, but the version it replaced could not be "
                                                "kept in the backup folder:\n%1\n\n%2")
                                     .arg(backups.folder(), backupWhy);
-            qWarning().noquote() << "LocalFileStorage:" << out.backupWarning;
+            qCWarning(lcProject).noquote() << "LocalFileStorage:" << out.backupWarning;
         }
     }
     if (!file.commit())
@@ -514,7 +515,7 @@ OVLocalFileStorage::Outcome OVLocalFileStorage::run(const Job &job, const std::a
         }
         out.carried.insert(name, e);
     }
-    qDebug() << "LocalFileStorage: saved" << path;
+    qCInfo(lcProject) << "LocalFileStorage: saved" << path;
     return out;
 }
 
@@ -574,7 +575,7 @@ std::shared_ptr<OVLocalFileStorage::ReadResult> OVLocalFileStorage::read(
         result->error = loadError(path, QStringLiteral("not enough memory to read the file"));
     }
     if (!result->error.isOk())
-        qWarning().noquote() << "LocalFileStorage: cannot load" << path << ":" << result->error.message();
+        qCWarning(lcProject).noquote() << "LocalFileStorage: cannot load" << path << ":" << result->error.message();
     return result;
 }
 
@@ -696,7 +697,7 @@ OV::Error OVLocalFileStorage::adopt(const std::shared_ptr<ReadResult> &result, P
     m_embedChanged = false;
     m_embedFile.clear();
     m_path = result->path;
-    qDebug() << "LocalFileStorage: loaded" << result->path << "with" << target->timelineGroup()->count() << "timelines";
+    qCInfo(lcProject) << "LocalFileStorage: loaded" << result->path << "with" << target->timelineGroup()->count() << "timelines";
     return OV::Error::success();
 }
 
@@ -773,7 +774,7 @@ OV::Error OVLocalFileStorage::readDocuments(const QString &path, QMap<QString, Q
         break;
     }
     if (!read) {
-        qWarning() << "LocalFileStorage: cannot read" << path << ":" << why;
+        qCWarning(lcProject) << "LocalFileStorage: cannot read" << path << ":" << why;
         return loadError(path);
     }
     documents->clear();

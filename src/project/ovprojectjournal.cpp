@@ -2,6 +2,7 @@
 
 #include "project/label.h"
 #include "project/ovlocalfilestorage.h"
+#include "project/ovprojectlogging.h"
 #include "project/project.h"
 #include "project/segment.h"
 #include "project/segmentgroup.h"
@@ -352,14 +353,14 @@ OV::Error OVProjectJournal::start(const QString &journalPath, Project *project, 
     const QByteArray payload = QJsonDocument(base).toJson(QJsonDocument::Compact);
     const OV::Error error = m_file.create(journalPath, { { 1, payload } }, 2);
     if (!error.isOk()) {
-        qWarning().noquote() << "Journal:" << error.message();
+        qCWarning(lcProject).noquote() << "Journal:" << error.message();
         return error;
     }
     m_project = project;
     if (!project)
         return OV::Error();
     attachProject(writeContent);
-    qDebug().noquote() << "Journal started at" << journalPath << "on" << (basePath.isEmpty() ? QStringLiteral("a new project") : basePath);
+    qCInfo(lcProject).noquote() << "Journal started at" << journalPath << "on" << (basePath.isEmpty() ? QStringLiteral("a new project") : basePath);
     return m_failed ? OV::Error(1, m_file.lastError()) : OV::Error();
 }
 
@@ -430,7 +431,7 @@ void OVProjectJournal::write(const QJsonObject &record, bool isChange)
     }
     if (m_file.append(QJsonDocument(r).toJson(QJsonDocument::Compact)) == 0) {
         m_failed = true;
-        qWarning().noquote() << "Journal:" << m_file.lastError();
+        qCWarning(lcProject).noquote() << "Journal:" << m_file.lastError();
         Q_EMIT writeFailed(m_file.lastError());
         return;
     }
@@ -552,7 +553,7 @@ void OVProjectJournal::attachProject(bool writeContent)
         m_batch = nullptr;
         if (m_file.append(batch) == 0) {
             m_failed = true;
-            qWarning().noquote() << "Journal:" << m_file.lastError();
+            qCWarning(lcProject).noquote() << "Journal:" << m_file.lastError();
             Q_EMIT writeFailed(m_file.lastError());
         }
         // The content is the base, not a change.
@@ -850,6 +851,6 @@ OV::Error OVProjectJournal::recover(const QString &path, Project *target, Summar
     }
     const int unknown = applyRecords(contents.records, from, target);
     if (unknown > 0)
-        qWarning().noquote() << "Journal:" << unknown << "record(s) of" << path << "not understood and skipped";
+        qCWarning(lcProject).noquote() << "Journal:" << unknown << "record(s) of" << path << "not understood and skipped";
     return OV::Error();
 }

@@ -1,5 +1,7 @@
 #include "project/ovtablewriter.h"
 
+#include "project/ovprojectlogging.h"
+
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -238,7 +240,7 @@ OV::Error OVTableWriter::writeXlsx(const QList<OVTable> &tables, const QString &
         return OV::Error(2, QStringLiteral("Canceled by user"));
     }
     if (closed != LXW_NO_ERROR) {
-        qWarning() << "Writing workbook" << path << "failed:" << lxw_strerror(closed);
+        qCWarning(lcProject) << "Writing workbook" << path << "failed:" << lxw_strerror(closed);
         QFile::remove(temporary);
         return OV::Error(1, fileError(path, QString::fromUtf8(lxw_strerror(closed))));
     }

@@ -1,5 +1,7 @@
 #include "settings/ovkeyboardsettings.h"
 
+#include "settings/ovsettingslogging.h"
+
 #include <QSettings>
 
 namespace {
@@ -28,14 +30,6 @@ void OVKeyboardSettings::resetShortcut(int actionId)
         Q_EMIT changed();
 }
 
-void OVKeyboardSettings::resetAllShortcuts()
-{
-    if (m_shortcuts.isEmpty())
-        return;
-    m_shortcuts.clear();
-    Q_EMIT changed();
-}
-
 void OVKeyboardSettings::load(QSettings &settings)
 {
     OVSettingsGroup::load(settings);
@@ -48,7 +42,7 @@ void OVKeyboardSettings::load(QSettings &settings)
         bool ok = false;
         const int id = key.mid(kActionPrefix.size()).toInt(&ok);
         if (!ok) {
-            qWarning().noquote() << "KeyboardSettings: ignoring malformed key" << key;
+            qCWarning(lcSettings).noquote() << "KeyboardSettings: ignoring malformed key" << key;
             continue;
         }
         m_shortcuts.insert(id, settings.value(key).toString());

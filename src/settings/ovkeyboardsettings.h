@@ -20,7 +20,6 @@ public:
     QMap<int, QString> shortcuts() const { return m_shortcuts; }
     void setShortcut(int actionId, const QString &portableText);
     void resetShortcut(int actionId);
-    void resetAllShortcuts();
 
     void load(QSettings &settings) override;
     void save(QSettings &settings) const override;

@@ -4,6 +4,7 @@
 #include "settings/ovlabelingsettings.h"
 #include "settings/ovoverlaysettings.h"
 #include "settings/ovrecentprojects.h"
+#include "settings/ovsettingslogging.h"
 #include "settings/ovuisettings.h"
 #include "settings/ovuserinfosettings.h"
 
@@ -83,7 +84,7 @@ bool OVSettings::open(const QString &iniPath)
                     }
                     kept += line + '\n';
                 }
-                qWarning().noquote() << "Settings:" << dropped << "unusable line(s) of" << iniPath << "ignored";
+                qCWarning(lcSettings).noquote() << "Settings:" << dropped << "unusable line(s) of" << iniPath << "ignored";
                 if (filtered.open() && filtered.write(kept) == kept.size() && filtered.flush())
                     readPath = filtered.fileName();
                 else
@@ -107,16 +108,16 @@ bool OVSettings::open(const QString &iniPath)
         }
     }
     if (!ok) {
-        qWarning().noquote() << m_lastError << "- starting with default settings";
+        qCWarning(lcSettings).noquote() << m_lastError << "- starting with default settings";
         // Keep the damaged file for the user instead of overwriting it at the next save.
         const QString aside = iniPath + QStringLiteral(".damaged-")
             + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss"));
         if (QFile::rename(iniPath, aside)) {
             m_movedAside = aside;
-            qWarning().noquote() << "Damaged settings file moved to" << aside;
+            qCWarning(lcSettings).noquote() << "Damaged settings file moved to" << aside;
         }
     } else {
-        qDebug().noquote() << "Settings loaded from" << iniPath;
+        qCInfo(lcSettings).noquote() << "Settings loaded from" << iniPath;
     }
     m_saveTimer.stop();
     return ok;
@@ -137,7 +138,7 @@ bool OVSettings::saveNow()
             : info.exists() && !info.isWritable()                          ? QStringLiteral("the file is read-only")
                                                                            : QStringLiteral("the file cannot be written");
         const QString message = QStringLiteral("Settings could not be saved to %1: %2.").arg(m_path, reason);
-        qWarning().noquote() << message;
+        qCWarning(lcSettings).noquote() << message;
         Q_EMIT saveFailed(message);
         return false;
     }

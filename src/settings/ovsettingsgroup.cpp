@@ -1,5 +1,7 @@
 #include "settings/ovsettingsgroup.h"
 
+#include "settings/ovsettingslogging.h"
+
 #include <QSettings>
 
 OVSettingsGroup::OVSettingsGroup(const QString &name, QObject *parent) : QObject(parent), m_name(name) {}
@@ -48,17 +50,10 @@ void OVSettingsGroup::setValue(const QString &key, const QVariant &value)
 {
     const int i = indexOf(key);
     if (i < 0) {
-        qWarning().noquote() << "SettingsGroup" << m_name << "has no key" << key;
+        qCWarning(lcSettings).noquote() << "SettingsGroup" << m_name << "has no key" << key;
         return;
     }
     m_entries[i].value = value;
-    Q_EMIT changed();
-}
-
-void OVSettingsGroup::resetToDefaults()
-{
-    for (Entry &e : m_entries)
-        e.value = e.defaultValue;
     Q_EMIT changed();
 }
 
@@ -71,7 +66,7 @@ void OVSettingsGroup::load(QSettings &settings)
         // reaching code that expects, say, a colour.
         if (e.defaultValue.isValid() && v.isValid() && v.metaType() != e.defaultValue.metaType()
             && !v.canConvert(e.defaultValue.metaType())) {
-            qWarning().noquote() << "Settings:" << m_name + QLatin1Char('/') + e.key
+            qCWarning(lcSettings).noquote() << "Settings:" << m_name + QLatin1Char('/') + e.key
                                  << "has an unusable value; using the default";
             v = e.defaultValue;
         }

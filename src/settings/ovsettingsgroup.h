@@ -22,7 +22,6 @@ public:
     QVariant defaultValue(const QString &key) const;
     // Emits changed() on every call, as listeners re-read whatever they show.
     void setValue(const QString &key, const QVariant &value);
-    void resetToDefaults();
 
     virtual void load(QSettings &settings);
     virtual void save(QSettings &settings) const;

@@ -3,6 +3,7 @@
 #include "media/nxffmpegwrapper.h"
 #include "sync/ovsamples.h"
 #include "sync/ovsamplesextractor.h"
+#include "sync/ovsynclogging.h"
 
 #include <QDebug>
 #include <QFile>
@@ -96,7 +97,7 @@ void OVManualSyncMerge::setAction(const QString &text)
         QMutexLocker lock(&m_mutex);
         m_action = text;
     }
-    qDebug() << "OVManualSyncMerge:" << text;
+    qCInfo(lcSync) << "OVManualSyncMerge:" << text;
     Q_EMIT actionChanged();
 }
 
@@ -164,7 +165,7 @@ bool OVManualSyncMerge::makeBackup(const QString &primaryFile, const QString &ba
     QFile::remove(backupFile);
     if (QFile::copy(primaryFile, backupFile) && syncToDisk(backupFile))
         return true;
-    qWarning() << "OVManualSyncMerge: cannot copy" << primaryFile << "to" << backupFile;
+    qCWarning(lcSync) << "OVManualSyncMerge: cannot copy" << primaryFile << "to" << backupFile;
     return false;
 }
 
@@ -249,7 +250,7 @@ OV::Error OVManualSyncMerge::runTool(const QStringList &arguments, const QString
                 QFile::remove(backupFile);
             return OV::Error::success();
         }
-        qWarning() << "OVManualSyncMerge: cannot put" << partial << "in place of" << target;
+        qCWarning(lcSync) << "OVManualSyncMerge: cannot put" << partial << "in place of" << target;
         result = OV::Error(NXFFmpegWrapper::OutputLocked, NXFFmpegWrapper::errorMessage(NXFFmpegWrapper::OutputLocked));
     } else if (code == NXFFmpegWrapper::StoppedByUser) {
         result = OV::Error(code, QStringLiteral("Canceled by user"));

@@ -1,5 +1,7 @@
 #include "sync/ovsamples.h"
 
+#include "sync/ovsynclogging.h"
+
 #include <QDebug>
 #include <QFile>
 #include <QFileInfo>
@@ -21,13 +23,13 @@ bool loadWavSamples(const QString &path, OVSamples &samples, qint64 limit)
     SF_INFO info {};
     SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
     if (!file) {
-        qWarning() << "loadWavSamples: cannot open" << path << sf_strerror(nullptr);
+        qCWarning(lcSync) << "loadWavSamples: cannot open" << path << sf_strerror(nullptr);
         samples.resize(0);
         return false;
     }
     const std::unique_ptr<SNDFILE, int (*)(SNDFILE *)> closer(file, sf_close);
     if (info.channels <= 0 || info.samplerate <= 0 || info.frames < 0) {
-        qWarning() << "loadWavSamples: unusable format in" << path;
+        qCWarning(lcSync) << "loadWavSamples: unusable format in" << path;
         samples.resize(0);
         return false;
     }
@@ -70,8 +72,8 @@ bool loadWavSamples(const QString &path, OVSamples &samples, qint64 limit)
         written += take;
     }
     samples.count = qint64(samples.data.size());
-    qDebug() << "Max:" << maximum << " Min:" << minimum;
-    qDebug() << path << " Loaded:" << readAny;
+    qCDebug(lcSync) << "Max:" << maximum << " Min:" << minimum;
+    qCDebug(lcSync) << path << " Loaded:" << readAny;
     return readAny && written > 0;
 }
 
@@ -91,7 +93,7 @@ bool writeWavSamples(const qint16 *first, const qint16 *second, qint64 count, in
     info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
     SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
     if (!file) {
-        qWarning() << "writeWavSamples: cannot create" << path << sf_strerror(nullptr);
+        qCWarning(lcSync) << "writeWavSamples: cannot create" << path << sf_strerror(nullptr);
         return false;
     }
     // Written in blocks: an hour of stereo would otherwise need a second copy of the whole track.
@@ -115,7 +117,7 @@ bool writeWavSamples(const qint16 *first, const qint16 *second, qint64 count, in
     if (sf_close(file) != 0)
         ok = false;
     if (!ok) {
-        qWarning() << "writeWavSamples: write failed for" << path;
+        qCWarning(lcSync) << "writeWavSamples: write failed for" << path;
         QFile::remove(path);
     }
     return ok;

@@ -2,6 +2,7 @@
 
 #include "media/ovmediainfo.h"
 #include "sync/ovsamples.h"
+#include "sync/ovsynclogging.h"
 
 #include <QAtomicInteger>
 #include <QCoreApplication>
@@ -74,7 +75,7 @@ bool OVSamplesExtractor::start(const QString &primaryMedia, int primaryStream, c
         OVMediaInfo info;
         const OV::Error error = OVMediaInfo::probe(m_media[t], &info);
         if (!error.isOk()) {
-            qWarning() << "OVSamplesExtractor: cannot open" << m_media[t] << error.message();
+            qCWarning(lcSync) << "OVSamplesExtractor: cannot open" << m_media[t] << error.message();
             finish(OV::Error(1, QStringLiteral("Failed to open file\n\t") + m_media[t]));
             return true;
         }
@@ -148,7 +149,7 @@ void OVSamplesExtractor::extract(int track)
 void OVSamplesExtractor::writeSilentTrack(int track)
 {
     const qint64 count = qint64(std::max(0.0, m_duration[track]) * SampleRate);
-    qDebug() << "OVSamplesExtractor: no sound in" << m_media[track] << "- silent track of" << count << "samples";
+    qCInfo(lcSync) << "OVSamplesExtractor: no sound in" << m_media[track] << "- silent track of" << count << "samples";
     const std::vector<qint16> silence(size_t(std::max<qint64>(count, 1)), 0);
     if (!writeWavSamples(silence.data(), nullptr, qint64(silence.size()), SampleRate, m_wav[track])) {
         finish(OV::Error(NXFFmpegWrapper::TempFileError, NXFFmpegWrapper::errorMessage(NXFFmpegWrapper::TempFileError)));
@@ -203,7 +204,7 @@ void OVSamplesExtractor::finish(const OV::Error &error)
     m_running = false;
     removeTemporaryFiles();
     if (!error.isOk())
-        qWarning() << "OVSamplesExtractor failed:" << error.message();
+        qCWarning(lcSync) << "OVSamplesExtractor failed:" << error.message();
     Q_EMIT finished(error);
 }
 

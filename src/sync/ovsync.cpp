@@ -1,5 +1,6 @@
 #include "sync/ovsync.h"
 
+#include "sync/ovsynclogging.h"
 #include "sync/ovsyncmatcher.h"
 
 #include <QDebug>
@@ -521,7 +522,7 @@ Result autoSync(const OVSamples &primary, const OVSamples &secondary, Progress *
     Result res;
     const int rate = primary.sampleRate;
     if (rate <= 0 || secondary.sampleRate != rate || primary.count == 0 || secondary.count == 0) {
-        qWarning() << "OVSync::autoSync: tracks unusable, rates" << rate << secondary.sampleRate << "counts"
+        qCWarning(lcSync) << "OVSync::autoSync: tracks unusable, rates" << rate << secondary.sampleRate << "counts"
                    << primary.count << secondary.count;
         return res;
     }
@@ -581,7 +582,7 @@ Result autoSync(const OVSamples &primary, const OVSamples &secondary, Progress *
         res.points.removeIf([&](const SyncInfo &p) { return (p.coefficient < 0) != (vote < 0); });
     }
     res.fit = fitDrift(res.points, rate);
-    qDebug() << "OVSync::autoSync:" << coarse.size() << "coarse points," << res.points.size() << "refined, offset"
+    qCInfo(lcSync) << "OVSync::autoSync:" << coarse.size() << "coarse points," << res.points.size() << "refined, offset"
              << res.fit.a << "drift ppm" << res.fit.driftPpm();
     return res;
 }

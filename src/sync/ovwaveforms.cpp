@@ -1,4 +1,5 @@
 #include "sync/ovwaveforms.h"
+#include "sync/ovsynclogging.h"
 
 #include "widgets/ovwaveformpyramid.h"
 
@@ -40,7 +41,7 @@ void OVWaveforms::run()
     }
     OVSamples track;
     if (!loadWavSamples(m_wavPath, track)) {
-        qWarning() << "OVWaveforms: cannot read" << m_wavPath;
+        qCWarning(lcSync) << "OVWaveforms: cannot read" << m_wavPath;
         return;
     }
     if (isCanceled())

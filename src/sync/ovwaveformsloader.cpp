@@ -1,4 +1,5 @@
 #include "sync/ovwaveformsloader.h"
+#include "sync/ovsynclogging.h"
 
 #include "media/ovmediainfo.h"
 #include "sync/ovsamplesextractor.h"
@@ -29,7 +30,7 @@ void OVWaveformsLoader::start(const QString &media)
     OVMediaInfo info;
     const OV::Error error = OVMediaInfo::probe(media, &info);
     if (!error.isOk()) {
-        qWarning() << "OVWaveformsLoader: cannot open" << media << error.message();
+        qCWarning(lcSync) << "OVWaveformsLoader: cannot open" << media << error.message();
         finish(OV::Error(1, QStringLiteral("Failed to open file\n\t") + media));
         return;
     }
@@ -108,7 +109,7 @@ void OVWaveformsLoader::onFfmpegFinished(NXFFmpegWrapper::ErrorCode error)
     m_ffmpeg->deleteLater();
     m_ffmpeg = nullptr;
     if (error != NXFFmpegWrapper::NoError) {
-        qWarning().noquote() << "OVWaveformsLoader: the tool failed on stream" << m_current << "of" << m_media
+        qCWarning(lcSync).noquote() << "OVWaveformsLoader: the tool failed on stream" << m_current << "of" << m_media
                              << "\n" << output.right(2000);
         QFile::remove(m_wav);
         m_wav.clear();
@@ -141,6 +142,6 @@ void OVWaveformsLoader::finish(const OV::Error &error)
 {
     m_running = false;
     if (!error.isOk())
-        qWarning() << "OVWaveformsLoader:" << error.message();
+        qCWarning(lcSync) << "OVWaveformsLoader:" << error.message();
     Q_EMIT finished(error);
 }

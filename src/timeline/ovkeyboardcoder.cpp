@@ -9,6 +9,7 @@
 #include "project/timelinegroup.h"
 #include "settings/ovlabelingsettings.h"
 #include "timeline/ovtimelinehistory.h"
+#include "timeline/ovtimelinelogging.h"
 
 #include <QDebug>
 
@@ -59,7 +60,7 @@ OVKeyboardCoder::Result OVKeyboardCoder::finish(Result r)
     if (r.changed() && m_project) {
         const Timeline *timeline = activeTimeline(m_project);
         if (const Segment *s = timeline ? timeline->findSegment(r.segmentId) : nullptr)
-            qDebug().noquote() << "KeyboardCoder::coded segment" << s->id() << "label:" << r.labelId
+            qCDebug(lcTimeline).noquote() << "KeyboardCoder::coded segment" << s->id() << "label:" << r.labelId
                                << "start:" << QString::number(s->start(), 'f', 3)
                                << "end:" << QString::number(s->end(), 'f', 3);
     }

@@ -14,13 +14,13 @@
 #include "timeline/ovquickkeyedit.h"
 #include "timeline/ovtimelinehistory.h"
 #include "timeline/ovtimelinelabelpainter.h"
+#include "timeline/ovtimelinelogging.h"
 #include "timeline/ovtimelinewidget.h"
 #include "timeline/ovtimescalewidget.h"
 #include "timeline/ovtllabeldialog.h"
 #include "timeline/ovtlsegmentdialog.h"
 #include "widgets/ovbackgroundtask.h"
 
-#include <QApplication>
 #include <QAbstractButton>
 #include <QComboBox>
 #include <QDebug>
@@ -235,15 +235,21 @@ void OVTimelineControl::keyPressEvent(QKeyEvent *event)
 
 bool OVTimelineControl::handleKey(QKeyEvent *event)
 {
+    if (!m_transcribing && event->key() == Qt::Key_Delete
+        && (event->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier) {
+        deleteSelectedSegments();
+        return true;
+    }
+    return codeKeyPress(event);
+}
+
+bool OVTimelineControl::codeKeyPress(QKeyEvent *event)
+{
     if (m_transcribing)
         return false;
     const Qt::KeyboardModifiers modifiers = event->modifiers() & ~Qt::KeypadModifier;
     if (modifiers != Qt::NoModifier)
         return false;
-    if (event->key() == Qt::Key_Delete) {
-        deleteSelectedSegments();
-        return true;
-    }
     const QChar c = QChar(char16_t(event->key() & 0xffff)).toUpper();
     if (c.isNull() || !c.isPrint())
         return false;
@@ -324,8 +330,6 @@ void OVTimelineControl::onTimelinePpsChanged(double pps)
 
 void OVTimelineControl::onSeekRequested(double time) { Q_EMIT seekRequested(time); }
 
-void OVTimelineControl::setHighlightedSegmentId(Id segmentId) { m_widget->setHighlightedSegment(segmentId); }
-
 void OVTimelineControl::zoomTimelineToFit()
 {
     if (!m_project)
@@ -347,17 +351,6 @@ void OVTimelineControl::zoomTimelineToFit()
         return;
     m_widget->setOffset(0.0, false);
     m_widget->setPps(width / length);
-}
-
-void OVTimelineControl::onFocusCheckTimer()
-{
-    // After one of this panel's dialogs or popups the focus may be left nowhere; coding needs it
-    // back on the surface.
-    if (!isVisible() || !window()->isActiveWindow() || !m_widget->isLabelingEnabled())
-        return;
-    const QWidget *focus = QApplication::focusWidget();
-    if (!focus || focus == this)
-        m_widget->setFocus(Qt::OtherFocusReason);
 }
 
 void OVTimelineControl::fillAuthorMenu()
@@ -429,7 +422,6 @@ void OVTimelineControl::editLabel(Label *label)
     QPointer<Label> guard(label);
     dialog.setKeyCheck([guard](QChar key) { return guard ? OVTimelineHistory::keyConflict(guard->timeline(), key, guard) : QString(); });
     const bool accepted = dialog.exec() == QDialog::Accepted;
-    onFocusCheckTimer();
     if (!accepted || !guard)
         return;
     m_widget->history()->editLabel(guard, dialog.name(), dialog.key(), dialog.color(), dialog.description());
@@ -444,7 +436,6 @@ void OVTimelineControl::editSegment(Segment *segment)
     dialog.setValues(segment->start(), segment->end(), t ? t->owner() : QString(), segment->description());
     QPointer<Segment> guard(segment);
     const bool accepted = dialog.exec() == QDialog::Accepted;
-    onFocusCheckTimer();
     if (!accepted || !guard)
         return;
     m_widget->history()->editSegment(guard, dialog.start(), dialog.end(), dialog.description());
@@ -594,10 +585,10 @@ bool OVTimelineControl::saveTimelineFile(const QString &path)
     Timeline *t = m_widget->activeTimeline();
     const OV::Error error = t ? OVJsonSerializer().saveLabelSetFile(path, t->labels()) : OV::Error(1, tr("There is no timeline to save."));
     if (!error.isOk()) {
-        qWarning() << "Failed to save timeline" << path;
+        qCWarning(lcTimeline) << "Failed to save timeline" << path;
         return false;
     }
-    qDebug() << "Timeline saved to file:" << path;
+    qCInfo(lcTimeline) << "Timeline saved to file:" << path;
     return true;
 }
 
@@ -623,12 +614,12 @@ bool OVTimelineControl::loadTimelineFile(const QString &path, QString *why)
     bool ok = error.isOk() && m_widget->history()->replaceLabels(t, labels, &refused);
     qDeleteAll(labels);
     if (!refused.isEmpty()) {
-        qWarning().noquote() << "Label keys refused while loading" << path << ":" << refused.join(QLatin1Char(' '));
+        qCWarning(lcTimeline).noquote() << "Label keys refused while loading" << path << ":" << refused.join(QLatin1Char(' '));
         Q_EMIT statusMessage(refused.join(QLatin1Char(' ')));
     }
-    qDebug() << "Timeline loaded from:" << path << " success:" << ok;
+    qCInfo(lcTimeline) << "Timeline loaded from:" << path << " success:" << ok;
     if (!ok) {
-        qWarning().noquote() << "Failed to load timeline" << path << error.message();
+        qCWarning(lcTimeline).noquote() << "Failed to load timeline" << path << error.message();
         if (why)
             *why = error.code() == OVJsonSerializer::Cancelled ? QString() : error.message();
     }

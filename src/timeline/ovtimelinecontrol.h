@@ -45,6 +45,10 @@ public:
     // The project's history (null without a project).
     QUndoStack *undoStack() const;
 
+    // A plain key press that no focused widget took, from wherever in the window it came: codes
+    // it when it is a coding key (true: consumed, whether or not it coded).
+    bool codeKeyPress(QKeyEvent *event);
+
     // While transcribing, letter keys belong to the transcript and do not code.
     void setTranscribingEnabled(bool on);
     bool isTranscribingEnabled() const { return m_transcribing; }
@@ -82,13 +86,11 @@ public Q_SLOTS:
     void onTimelinePpsChanged(double pps);
     void onEmptyTimelineRightClicked();
     void onLeadTimeChanged();
-    void onFocusCheckTimer();
     void onAuthorActionClicked();
     void onLabelingModeChangedFromCombo();
     void onLabelingModeChanged();
     void onDurationChanged();
     void onSeekRequested(double time);
-    void setHighlightedSegmentId(OVProject::Id segmentId);
     void zoomTimelineToFit();
 
 protected:

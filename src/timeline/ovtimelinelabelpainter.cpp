@@ -4,6 +4,7 @@
 #include "project/label.h"
 #include "project/segment.h"
 #include "project/timeline.h"
+#include "timeline/ovtimelinelogging.h"
 
 #include <QDebug>
 #include <QFontMetrics>
@@ -249,16 +250,16 @@ QList<Segment *> OVTimelineLabelPainter::segmentsIn(const QRect &r, const OVTime
 void OVTimelineLabelPainter::doubleClicked(const QPoint &pos, const QPoint &globalPos, const OVTimeMapping &m, double currentPos)
 {
     if (m_nameRect.contains(pos)) {
-        qDebug() << "Label Name Double Clicked:" << m_labelId << " Pos:" << pos;
+        qCDebug(lcTimeline) << "Label Name Double Clicked:" << m_labelId << " Pos:" << pos;
         Q_EMIT labelNameDoubleClicked(m_labelId, globalPos, nameAreaAt(pos));
         return;
     }
     if (Segment *s = segmentAt(pos.x(), m, currentPos)) {
-        qDebug() << "Segment Double Clicked:" << s->id() << " Pos:" << pos;
+        qCDebug(lcTimeline) << "Segment Double Clicked:" << s->id() << " Pos:" << pos;
         Q_EMIT labelDoubleClicked(m_labelId, s, globalPos);
         return;
     }
-    qDebug() << "Label Double Clicked:" << m_labelId << " Pos:" << pos;
+    qCDebug(lcTimeline) << "Label Double Clicked:" << m_labelId << " Pos:" << pos;
     Q_EMIT labelDoubleClicked(m_labelId, nullptr, globalPos);
 }
 

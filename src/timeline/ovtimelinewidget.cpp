@@ -10,6 +10,7 @@
 #include "timeline/ovtimelinegestures.h"
 #include "timeline/ovtimelinehistory.h"
 #include "timeline/ovtimelinelabelpainter.h"
+#include "timeline/ovtimelinelogging.h"
 #include "timeline/ovwaveformarea.h"
 
 #include <QApplication>
@@ -132,7 +133,7 @@ void OVTimelineWidget::setPps(double pps)
 {
     if (pps == m_pps)
         return;
-    qDebug() << "TimelineWidget::pps set to:" << pps;
+    qCDebug(lcTimeline) << "TimelineWidget::pps set to:" << pps;
     m_pps = pps;
     // Apply the offset again so the scroll bars are recomputed for the new scale.
     const double old = m_offset;
@@ -148,7 +149,7 @@ void OVTimelineWidget::setOffset(double offset, bool relayoutRows)
 {
     if (!m_project || offset == m_offset)
         return;
-    qDebug() << "TimelineWidget::offset set to:" << offset;
+    qCDebug(lcTimeline) << "TimelineWidget::offset set to:" << offset;
     m_offset = offset;
     updateScrollbars();
     if (relayoutRows)
@@ -161,7 +162,7 @@ void OVTimelineWidget::setOffset(double offset, bool relayoutRows)
 
 void OVTimelineWidget::setRequireModifier(bool on)
 {
-    qDebug() << "TimelineWidget::requireModifier set to:" << on;
+    qCDebug(lcTimeline) << "TimelineWidget::requireModifier set to:" << on;
     m_requireModifier = on;
     relayout();
 }

@@ -61,7 +61,6 @@ public:
     void setLabelingEnabled(bool on);
     // While not empty no key codes, and the rows say why (playback has stopped with an error:
     // the position no longer moves, so every press would code at a frozen time).
-    QString codingBlockedReason() const { return m_codingBlockedReason; }
     void setCodingBlockedReason(const QString &reason);
     int nameWidth() const { return m_nameWidth; }
     void setNameWidth(int width);
@@ -101,9 +100,7 @@ public:
 
     // Set by the gestures while they run.
     void setRubberBand(const QRect &band);
-    QRect rubberBand() const { return m_rubberBand; }
     void setHovered(OVProject::Segment *segment, const QPoint &pos);
-    QPoint hoverPos() const { return m_hoverPos; }
     // One wheel notch (sign of `delta`) with the given modifiers: zoom with Control, else scroll.
     void applyWheel(int delta, Qt::KeyboardModifiers modifiers);
     // The labeling message drawn over the rows, empty when none.

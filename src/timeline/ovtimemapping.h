@@ -27,8 +27,6 @@ struct OVTimeMapping
         // Half away from zero, as std::round, without the library call (paint runs this per bar).
         return x >= 0.0 ? int(x + 0.5) : -int(0.5 - x);
     }
-    // Time visible at the right edge of an area `width` pixels wide (counted from 0).
-    double timeAtRight(double width) const { return timeAt(width); }
     // True when a press at x grabs the cursor that stands at time `cursor`.
     bool grabsCursor(double x, double cursor) const
     {

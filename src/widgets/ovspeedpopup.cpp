@@ -1,5 +1,7 @@
 #include "widgets/ovspeedpopup.h"
 
+#include "widgets/ovwidgetslogging.h"
+
 #include <QDebug>
 #include <QMouseEvent>
 #include <QPainter>
@@ -51,7 +53,7 @@ void OVSpeedPopup::setSpeed(double speed)
     if (speed == m_speed)
         return;
     m_speed = speed;
-    qDebug() << "SpeedPopup::speed set to:" << m_speed;
+    qCDebug(lcWidgets) << "SpeedPopup::speed set to:" << m_speed;
     update();
     Q_EMIT speedChanged(m_speed);
 }

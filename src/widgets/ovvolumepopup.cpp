@@ -1,5 +1,7 @@
 #include "widgets/ovvolumepopup.h"
 
+#include "widgets/ovwidgetslogging.h"
+
 #include <QCheckBox>
 #include <QDebug>
 #include <QSignalBlocker>
@@ -58,7 +60,7 @@ void OVVolumePopup::onSliderVolumeChanged(double volume)
     if (volume == m_volume)
         return;
     m_volume = volume;
-    qDebug() << "VolumePopup::volume set to:" << m_volume;
+    qCDebug(lcWidgets) << "VolumePopup::volume set to:" << m_volume;
     Q_EMIT volumeChanged();
 }
 
@@ -67,6 +69,6 @@ void OVVolumePopup::onSliderAudioToggled(bool on)
     if (m_muted == !on)
         return;
     m_muted = !on;
-    qDebug() << "VolumePopup::muted set to:" << m_muted;
+    qCDebug(lcWidgets) << "VolumePopup::muted set to:" << m_muted;
     Q_EMIT volumeChanged();
 }

@@ -73,6 +73,8 @@ void TestKillRecovery::killedWhileCodingLosesNoCodedEvent()
     box.setEnv("QT_QPA_PLATFORM", "xcb");
     box.setEnv("DISPLAY", display);
     box.setEnv("USER", "coder");
+    // The coder's debug lines are what tells this test which segments were coded.
+    box.setEnv("QT_LOGGING_RULES", "kavot.timeline.debug=true");
     QProcessEnvironment xenv = QProcessEnvironment::systemEnvironment();
     xenv.insert("DISPLAY", display);
 

@@ -1,6 +1,7 @@
 #include "app/kvmainwindow.h"
 #include "app/ovactionregistry.h"
 #include "app/ovplayercanvas.h"
+#include "app/ovplayercontrols.h"
 #include "app/ovplayerpanel.h"
 #include "media/ovvideoplayer.h"
 #include "log/nxlogwidget.h"
@@ -22,10 +23,12 @@
 #include "settings/ovsettings.h"
 #include "settings/ovuserinfosettings.h"
 #include "settings/ovuisettings.h"
+#include "widgets/ovspeedcontrol.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QDockWidget>
+#include <QLineEdit>
 #include <QProcess>
 #include <QSplitter>
 #include <QTemporaryDir>
@@ -464,6 +467,55 @@ private Q_SLOTS:
         QVERIFY(w.isProjectModified());
     }
 
+    // Coding keys code whichever pane has the focus, unless it is one that types.
+    void codingWhicheverPaneHasFocus_data()
+    {
+        QTest::addColumn<QString>("pane");
+        QTest::addColumn<bool>("codes");
+        QTest::newRow("coding surface") << "timeline" << true;
+        QTest::newRow("picture") << "canvas" << true;
+        QTest::newRow("speed button") << "speed" << true;
+        QTest::newRow("no focus") << "none" << true;
+        QTest::newRow("text field in a dock") << "edit" << false;
+    }
+    void codingWhicheverPaneHasFocus()
+    {
+        QFETCH(QString, pane);
+        QFETCH(bool, codes);
+        QTemporaryDir dir;
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        TestWindow w(&settings);
+        w.onNewProject();
+        w.project()->setVideoLength(60);
+        w.project()->state()->setCurrentPos(10);
+        auto *dock = new QDockWidget(&w);
+        auto *edit = new QLineEdit(dock);
+        dock->setWidget(edit);
+        w.addDockWidget(Qt::RightDockWidgetArea, dock);
+        w.show();
+        QApplication::setActiveWindow(&w);
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        w.timelineControl()->timelineWidget()->setLabelingEnabled(true);
+        const QHash<QString, QWidget *> panes {
+            { "timeline", w.timelineControl()->timelineWidget() }, { "canvas", w.playerPanel()->canvas() },
+            { "speed", w.playerPanel()->controls()->speedControl() },
+            { "none", &w }, { "edit", edit } };
+        QWidget *target = panes.value(pane);
+        if (target == &w) {
+            if (QApplication::focusWidget())
+                QApplication::focusWidget()->clearFocus();
+            QVERIFY(!QApplication::focusWidget());
+        } else {
+            target->setFocus();
+            QTRY_COMPARE(QApplication::focusWidget(), target);
+        }
+        QTest::keyClick(target, Qt::Key_A);
+        OVProject::Label *a = w.project()->timelineGroup()->timelines().first()->labels().first();
+        QCOMPARE(a->segments().size(), codes ? 1 : 0);
+        QCOMPARE(edit->text().isEmpty(), codes);
+    }
+
     void openingAndMovingAroundARecording()
     {
         QTemporaryDir dir;
@@ -526,6 +578,8 @@ private Q_SLOTS:
                                      && qAbs(panel->canvas()->currentFrame()->time - 5.0) < 0.1,
                                  20000);
         const double shown = panel->canvas()->currentFrame()->time;
+        QTest::mouseClick(panel->canvas(), Qt::LeftButton);
+        QCOMPARE(QApplication::focusWidget(), panel->canvas());
         // Two presses in quick succession are two pictures, even while the first is on its way.
         QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &w, Qt::Key_Right);
         QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &w, Qt::Key_Right);
@@ -549,6 +603,7 @@ private Q_SLOTS:
 
         panel->togglePlayback();
         QCOMPARE(player->state(), OVVideoPlayer::Playing);
+        QTest::mouseClick(panel->canvas(), Qt::LeftButton);
         QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &w, Qt::Key_Left);
         QTRY_VERIFY_WITH_TIMEOUT(player->position() < stepped - 3.0, 20000);
 

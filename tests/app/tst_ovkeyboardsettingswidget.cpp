@@ -3,6 +3,7 @@
 #include "app/ovshortcutedit.h"
 #include "settings/ovkeyboardsettings.h"
 
+#include <QAction>
 #include <QPushButton>
 #include <QTreeWidget>
 #include <QtTest>
@@ -57,7 +58,7 @@ private Q_SLOTS:
     void setClearResetAndApply()
     {
         OVKeyboardSettings settings;
-        OVKeyboardSettingsWidget page(&settings);
+        OVKeyboardSettingsWidget page(&settings, nullptr);
         auto *edit = page.findChild<OVShortcutEdit *>("le_shortcut");
         auto *set = page.findChild<QPushButton *>("pb_set");
 
@@ -86,6 +87,26 @@ private Q_SLOTS:
         page.findChild<QPushButton *>("pb_reset")->click();
         page.apply();
         QVERIFY(settings.shortcuts().isEmpty());
+    }
+
+    // Only what does something is offered; what is stored for the rest stays stored.
+    void listsOnlyLiveActions()
+    {
+        OVKeyboardSettings settings;
+        settings.setShortcut(OVActionRegistry::Waveforms, "Ctrl+W");
+        OVActionRegistry registry;
+        connect(registry.action(OVActionRegistry::Undo), &QAction::triggered, this, [] {});
+        registry.action(OVActionRegistry::Redo); // made, never handled
+        registry.action(OVActionRegistry::Waveforms);
+        OVKeyboardSettingsWidget page(&settings, &registry);
+        auto *tree = page.findChild<QTreeWidget *>("tw_actions");
+        QCOMPARE(tree->topLevelItemCount(), 1);
+        QCOMPARE(tree->topLevelItem(0)->data(0, Qt::UserRole + 1).toInt(), int(OVActionRegistry::Undo));
+        select(page, OVActionRegistry::Undo);
+        page.findChild<QPushButton *>("pb_clear")->click();
+        page.apply();
+        QCOMPARE(settings.shortcut(OVActionRegistry::Waveforms), QString("Ctrl+W"));
+        QCOMPARE(settings.shortcut(OVActionRegistry::Undo), QString());
     }
 };
 

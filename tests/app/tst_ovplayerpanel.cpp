@@ -42,6 +42,19 @@ QString makeClip(const QString &dir, const QString &name, const QString &video)
     return out;
 }
 
+// Counts the timer events delivered on the GUI thread, by the receiver's class.
+class TimerEventCounter : public QObject
+{
+public:
+    QStringList receivers;
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Timer)
+            receivers << QString::fromLatin1(watched->metaObject()->className());
+        return false;
+    }
+};
+
 } // namespace
 
 class TestOVPlayerPanel : public QObject
@@ -154,7 +167,6 @@ private Q_SLOTS:
         QCOMPARE(panel.player()->state(), OVVideoPlayer::Paused);
         const double pausedAt = panel.player()->position();
         QVERIFY(pausedAt >= 4.0 && pausedAt < 6.0);
-        controls->refresh();
         // Under the picture: the time of the picture, the one due when playback paused.
         QTRY_VERIFY_WITH_TIMEOUT(std::abs(panel.canvas()->currentFrame()->time - pausedAt) <= 0.04 + 1e-6, 5000);
         QTRY_COMPARE_WITH_TIMEOUT(controls->positionLabel()->text(),
@@ -174,6 +186,23 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(panel.player()->state() == OVVideoPlayer::Paused
                                      && std::abs(panel.canvas()->currentFrame()->time - shown) < 1e-3,
                                  20000);
+        QTRY_COMPARE_WITH_TIMEOUT(controls->positionLabel()->text(), OVTimeFormat::format(shown), 5000);
+
+        // Paused, nothing ticks: no timer fires, no position is announced, no picture is taken.
+        {
+            QTest::qWait(100); // what the step queued has run
+            TimerEventCounter timers;
+            qApp->installEventFilter(&timers);
+            QSignalSpy ticks(panel.player(), &OVVideoPlayer::positionChanged);
+            QSignalSpy statePos(&state, &OVProject::State::currentPosChanged);
+            const quint64 taken = panel.canvas()->framesTaken();
+            QTest::qWait(600);
+            qApp->removeEventFilter(&timers);
+            QVERIFY2(timers.receivers.isEmpty(), qPrintable(timers.receivers.join(QLatin1Char(' '))));
+            QCOMPARE(ticks.count(), 0);
+            QCOMPARE(statePos.count(), 0);
+            QCOMPARE(panel.canvas()->framesTaken(), taken);
+        }
 
         // Seek requests from the views keep the pause; the labels follow.
         panel.onSeekRequested(1.5);

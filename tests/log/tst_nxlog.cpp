@@ -1,6 +1,7 @@
 #include "log/nxlog.h"
 #include "log/nxlogevent.h"
 #include "log/nxlogwidget.h"
+#include "log/ovloglogging.h"
 #include "log/ovtimeformat.h"
 
 #include <QPlainTextEdit>
@@ -85,6 +86,26 @@ private Q_SLOTS:
         QVERIFY(lines[0].endsWith(QString::fromUtf8("] Warning: Zoë")));
         QVERIFY(lines[1].endsWith("] tagged"));
         QVERIFY(QRegularExpression(R"(^\[\d{6} \d\d:\d\d:\d\d\.\d{3}\] )").match(lines[0]).hasMatch());
+    }
+
+    // An area's debug output stays out of the log until it is switched on; what goes in has the
+    // log's own format, whatever category it came from.
+    void categoryDebugOffUntilSwitchedOn()
+    {
+        QTemporaryDir dir;
+        QVERIFY(NXLog::install(dir.path()));
+        qCDebug(lcLog) << "hidden";
+        qCInfo(lcLog) << "told";
+        qCWarning(lcLog) << "warned";
+        QLoggingCategory::setFilterRules(QStringLiteral("kavot.log.debug=true"));
+        qCDebug(lcLog) << "shown";
+        QLoggingCategory::setFilterRules(QString());
+        qCDebug(lcLog) << "hidden again";
+        NXLog::uninstall();
+        QStringList lines = QString::fromUtf8(readAll(dir.path() + "/main.log")).split('\n', Qt::SkipEmptyParts);
+        for (QString &line : lines)
+            line = line.mid(line.indexOf("] ") + 2);
+        QCOMPARE(lines, QStringList({ "told", "Warning: warned", "shown" }));
     }
 
     void trimsOversizedLogAtInstall()

@@ -14,32 +14,6 @@ class TestOVSettings : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void defaultsFromMissingFile()
-    {
-        QTemporaryDir dir;
-        OVSettings s;
-        QVERIFY(s.open(dir.path() + "/settings.ini"));
-        QStringList sections;
-        for (OVSettingsGroup *g : s.groups())
-            sections << g->name();
-        QCOMPARE(sections, QStringList({ "KeyboardSettings", "OverlaySettings", "UserInfoSettings", "LabelingSettings",
-                                         "RecentProjects", "User Interface" }));
-        QVERIFY(s.keyboard()->shortcuts().isEmpty());
-        QCOMPARE(s.overlay()->color(), QColor(255, 255, 255, 255));
-        QCOMPARE(s.overlay()->font().family(), QString("Arial"));
-        QCOMPARE(s.overlay()->font().pointSize(), 20);
-        // Stored as text, read as numbers.
-        QCOMPARE(s.labeling()->value("leadOpenTime").toString(), QString("2"));
-        QCOMPARE(s.labeling()->leadCloseTime(), 2.0);
-        QVERIFY(s.labeling()->isDoublePressMode());
-        QCOMPARE(s.labeling()->defaultSegmentDuration(), 10.0);
-        // No value at all, read as an empty list.
-        QVERIFY(!s.recentProjects()->value("recentProjects").isValid());
-        QVERIFY(s.recentProjects()->recentProjects().isEmpty());
-        QCOMPARE(s.ui()->timelineControlHeight(), -1);
-        QCOMPARE(s.ui()->playbackVolume(), 1.0);
-    }
-
     void actionShortcutsFromFile()
     {
         QTemporaryDir dir;
@@ -104,19 +78,6 @@ private Q_SLOTS:
         QCOMPARE(changed.count(), 1);
         QTRY_COMPARE(QSettings(path, QSettings::IniFormat).value("UserInfoSettings/username").toString(),
                      QString("coder1"));
-    }
-
-    void labelingModeSignal()
-    {
-        OVLabelingSettings l;
-        QSignalSpy mode(&l, &OVLabelingSettings::labelingModeChanged);
-        QSignalSpy changed(&l, &OVSettingsGroup::changed);
-        l.setLeadCloseTime(3);
-        QCOMPARE(mode.count(), 0);
-        l.setLabelingMode(1);
-        l.setLabelingMode(1);
-        QCOMPARE(mode.count(), 1);
-        QCOMPARE(changed.count(), 3);
     }
 
     void badValuesFallBackToDefaults_data()

@@ -20,7 +20,6 @@ class TstTimelineWidget : public QObject
 private Q_SLOTS:
     void init();
     void cleanup();
-    void sameValueSignalsNothing();
     void wheelZoom();
     void wheelScrollLimits_data();
     void wheelScrollLimits();
@@ -83,20 +82,6 @@ QPoint TstTimelineWidget::pointAt(int row, double time) const
 {
     const QRect r = m_widget->labelPainters().at(row)->rowRect();
     return QPoint(m_widget->mapping().xAt(time), r.center().y());
-}
-
-void TstTimelineWidget::sameValueSignalsNothing()
-{
-    QSignalSpy pps(m_widget, &OVTimelineWidget::ppsChanged);
-    m_widget->setPps(2.5);
-    m_widget->setPps(2.5);
-    QCOMPARE(pps.size(), 1);
-    QSignalSpy offset(m_widget, &OVTimelineWidget::offsetChanged);
-    m_widget->setOffset(42.0);
-    m_widget->setOffset(42.0);
-    QCOMPARE(offset.size(), 1);
-    m_widget->setPps(4.0); // a new zoom keeps the offset
-    QCOMPARE(m_widget->offset(), 42.0);
 }
 
 void TstTimelineWidget::wheelZoom()

@@ -1,0 +1,3 @@
+#include "app/ovapplogging.h"
+
+Q_LOGGING_CATEGORY(lcApp, "kavot.app", QtInfoMsg)

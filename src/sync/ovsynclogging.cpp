@@ -1,0 +1,3 @@
+#include "sync/ovsynclogging.h"
+
+Q_LOGGING_CATEGORY(lcSync, "kavot.sync", QtInfoMsg)

@@ -1,0 +1,3 @@
+#include "timeline/ovtimelinelogging.h"
+
+Q_LOGGING_CATEGORY(lcTimeline, "kavot.timeline", QtInfoMsg)

@@ -1,0 +1,3 @@
+#include "widgets/ovwidgetslogging.h"
+
+Q_LOGGING_CATEGORY(lcWidgets, "kavot.widgets", QtInfoMsg)
