@@ -18,6 +18,6 @@ function(kv_add_qtest name)
     # Debian's Qt and libc are not instrumented: their internal locking (QWaitCondition teardown,
     # tzset) reads as races. Reports raised inside them are ignored; ours are still reported.
     set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
-      "TSAN_OPTIONS=die_after_fork=0 ignore_noninstrumented_modules=1")
+      "TSAN_OPTIONS=die_after_fork=0 ignore_noninstrumented_modules=1 suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp")
   endif()
 endfunction()

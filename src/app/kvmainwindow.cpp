@@ -442,7 +442,7 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     }
     OVProjectJournal::Summary summary;
     OV::Error error = OVProjectJournal::readSummary(aside, &summary);
-    if (error.isOk() && summary.changes == 0 && summary.recoveryCopy.isEmpty()) {
+    if (error.isOk() && summary.changes == 0 && summary.recoveryCopy.isEmpty() && !summary.unsavedContent) {
         // Nothing but a starting point: no work to take back.
         QFile::remove(aside);
         return;
@@ -465,9 +465,14 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     QString text = (uncleanEnd ? tr("Kavot did not close normally last time")
                                : tr("The last session was ended before its work was saved"))
         + tr(", and the project \"%1\" has changes that are in no project file.").arg(name) + QStringLiteral("\n\n");
-    text += tr("Unsaved work: %1, the last at %2; with them the project has %3.")
-                .arg(count(summary.changes, "change", "changes"), when(summary.lastChange),
-                     count(segmentCount(recovered), "segment", "segments"));
+    if (summary.changes == 0)
+        text += tr("Unsaved work: taken back at %1 after an earlier session ended, not saved since; with it "
+                   "the project has %2.")
+                    .arg(when(summary.lastChange), count(segmentCount(recovered), "segment", "segments"));
+    else
+        text += tr("Unsaved work: %1, the last at %2; with them the project has %3.")
+                    .arg(count(summary.changes, "change", "changes"), when(summary.lastChange),
+                         count(segmentCount(recovered), "segment", "segments"));
     text += QStringLiteral("\n");
     if (summary.basePath.isEmpty()) {
         text += tr("Last save: none, the project was never saved.");
@@ -506,8 +511,10 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     ensureUserTimeline();
     setModified(true);
     qCWarning(lcApp).noquote() << "Unsaved work recovered:" << summary.changes << "change(s)";
-    if (m_journal->isActive())
+    if (m_journal->isActive()) {
+        m_journal->noteTakenBack();
         QFile::remove(aside);
+    }
     const QString video = m_project->videoPath();
     if (!video.isEmpty() && QFileInfo::exists(video)) {
         m_playerStack->setCurrentWidget(m_player);

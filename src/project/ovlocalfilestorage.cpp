@@ -1,6 +1,7 @@
 #include "project/ovlocalfilestorage.h"
 
 #include "project/ovatomicfilewriter.h"
+#include "log/ovthreadhandoff.h"
 #include "project/ovjsonserializer.h"
 #include "project/ovprojectbackups.h"
 #include "project/ovprojectlogging.h"
@@ -203,7 +204,9 @@ struct OVLocalFileStorage::Outcome
 struct OVLocalFileStorage::Running
 {
     Job job;
-    QFuture<Outcome> future;
+    // Written by the worker; read on the storage's thread once the future has finished.
+    Outcome outcome;
+    QFuture<void> future;
 };
 
 OVLocalFileStorage::OVLocalFileStorage(const QString &path, QObject *parent)
@@ -301,11 +304,16 @@ void OVLocalFileStorage::startNext()
     auto running = std::make_shared<Running>();
     running->job = prepare(m_pending.takeFirst());
     m_running = running;
-    running->future = QtConcurrent::run(&m_pool, [this, running] { return run(running->job, &m_cancel); });
+    OV::handOff(running.get());
+    running->future = QtConcurrent::run(&m_pool, [this, running] {
+        OV::takeOver(running.get());
+        running->outcome = run(running->job, &m_cancel);
+        OV::handOff(running.get());
+    });
     // Back on this thread once written, and never from inside startSave() (a quick failure may
     // be finished before the continuation is attached, and would then run at once); waitForSaves()
     // may have taken the result already.
-    running->future.then(this, [this](const Outcome &) {
+    running->future.then(this, [this] {
         QMetaObject::invokeMethod(this, &OVLocalFileStorage::finishRunning, Qt::QueuedConnection);
     });
 }
@@ -315,7 +323,8 @@ void OVLocalFileStorage::finishRunning()
     if (!m_running || !m_running->future.isFinished())
         return;
     const std::shared_ptr<Running> done = std::move(m_running);
-    Outcome outcome = done->future.result();
+    OV::takeOver(done.get());
+    Outcome outcome = std::move(done->outcome);
     apply(done->job, outcome);
     startNext();
     for (quint64 ticket : std::as_const(done->job.request.tickets))

@@ -24,6 +24,7 @@ namespace {
 const QString kBase = QStringLiteral("B");
 const QString kContentEnd = QStringLiteral("C");
 const QString kRecoveryCopy = QStringLiteral("R");
+const QString kTakenBack = QStringLiteral("K");
 const QString kHeader = QStringLiteral("H");
 const QString kTimeline = QStringLiteral("T");
 const QString kTimelineGone = QStringLiteral("TD");
@@ -119,7 +120,7 @@ public:
         else if (type == kGroupGone)
             removeGroup(r);
         else
-            return type == kBase || type == kContentEnd || type == kRecoveryCopy;
+            return type == kBase || type == kContentEnd || type == kRecoveryCopy || type == kTakenBack;
         return true;
     }
 
@@ -411,6 +412,11 @@ OV::Error OVProjectJournal::rebase(const QString &basePath, quint64 savedUpTo)
     }
     m_changes = changes;
     return OV::Error();
+}
+
+void OVProjectJournal::noteTakenBack()
+{
+    write({ { QStringLiteral("t"), kTakenBack } }, false);
 }
 
 void OVProjectJournal::noteRecoveryCopy(const QString &path)
@@ -800,6 +806,9 @@ OV::Error OVProjectJournal::readSummary(const QString &path, Summary *summary)
             inContent = false;
         } else if (type == kRecoveryCopy) {
             summary->recoveryCopy = r.value(QLatin1String("path")).toString();
+        } else if (type == kTakenBack) {
+            summary->unsavedContent = true;
+            summary->lastChange = timeOf(r);
         } else {
             if (type == kHeader)
                 summary->projectTitle = r.value(QLatin1String("title")).toString();

@@ -52,6 +52,9 @@ public:
         QString projectTitle;
         // Changes made since the base (records that are not the base's own content).
         int changes = 0;
+        // The content the journal began with was taken back from an earlier journal: it is unsaved
+        // work even before any change.
+        bool unsavedContent = false;
         QDateTime started;
         QDateTime lastChange;
         // Bytes of a torn or damaged end, which were ignored.
@@ -80,6 +83,9 @@ public:
     OV::Error rebase(const QString &basePath, quint64 savedUpTo);
     // The project was also written to `path` (the copy made when the session is ended from outside).
     void noteRecoveryCopy(const QString &path);
+    // The project was taken back from an earlier journal and is in no file yet: if this session
+    // ends without saving too, the work is offered again even when nothing more was changed.
+    void noteTakenBack();
 
     quint64 lastSequence() const { return m_file.lastSequence(); }
     // Changes recorded since the base.

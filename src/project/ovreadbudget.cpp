@@ -14,16 +14,19 @@ qint64 OVReadBudget::documentAllowance(qint64 size)
 
 bool OVReadBudget::refuse(const QString &why)
 {
-    bool expected = false;
-    if (m_refused.compare_exchange_strong(expected, true))
+    const std::lock_guard<std::mutex> guard(m_whyLock);
+    if (m_why.isEmpty())
         m_why = why;
     return false;
 }
 
 QString OVReadBudget::why() const
 {
-    if (m_refused.load())
-        return m_why;
+    {
+        const std::lock_guard<std::mutex> guard(m_whyLock);
+        if (!m_why.isEmpty())
+            return m_why;
+    }
     return isCancelled() ? QStringLiteral("cancelled") : QString();
 }
 

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 
 // What reading one file may cost. Project files and label sets come from anywhere: a few
 // kilobytes of deflated JSON can stand for gigabytes of text, and every JSON value read becomes a
@@ -71,9 +72,10 @@ private:
     std::atomic<qint64> m_utterances { 0 };
     std::atomic<qint64> m_groups { 0 };
     std::atomic<bool> m_cancelled { false };
-    std::atomic<bool> m_refused { false };
     std::atomic<int> m_percent { -1 };
     std::function<void(int)> m_progress;
-    // Written once by the first refusal (guarded by m_refused's exchange), read after the load.
+    // The first refusal's reason. Readers of other timelines ask for it the moment their own
+    // take fails, which may be while the first refuser is still writing it.
+    mutable std::mutex m_whyLock;
     QString m_why;
 };

@@ -1,5 +1,7 @@
 #include "widgets/ovbackgroundtask.h"
 
+#include "log/ovthreadhandoff.h"
+
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QFutureWatcher>
@@ -36,7 +38,13 @@ void OVBackgroundTask::run(QWidget *parent, const QString &title, const QString 
     QEventLoop loop;
     QFutureWatcher<void> watcher;
     QObject::connect(&watcher, &QFutureWatcher<void>::finished, &loop, &QEventLoop::quit);
-    watcher.setFuture(QtConcurrent::run([&work, progress] { work(progress); }));
+    // The caller's state goes to the worker and the work's results come back through the pool.
+    OV::handOff(&watcher);
+    watcher.setFuture(QtConcurrent::run([&work, progress, token = &watcher] {
+        OV::takeOver(token);
+        work(progress);
+        OV::handOff(token);
+    }));
 
     // A quiet moment without input: a quick load looks like a plain one and nothing can be
     // clicked meanwhile.
@@ -49,6 +57,7 @@ void OVBackgroundTask::run(QWidget *parent, const QString &title, const QString 
     }
     // Quit may have come from the timer just before the work finished; wait for the real end.
     watcher.waitForFinished();
+    OV::takeOver(&watcher);
     // Progress posted by the worker's last steps must not reach the dialog after it is gone.
     QCoreApplication::removePostedEvents(&dialog, QEvent::MetaCall);
 }

@@ -364,9 +364,18 @@ private Q_SLOTS:
         QCOMPARE(timeline->labels().at(1)->name(), QString("Gaze"));
         OVProject::Segment *back = timeline->findSegment(segmentId);
         QVERIFY(back && back->start() == 3.0 && back->end() == 4.5);
-        // The work is in the new session's journal now, and offered again if this one dies too.
+        // The work is in the new session's journal now, and offered again if this one dies too
+        // before anything more was done or saved.
         QVERIFY(aside.isEmpty());
         QVERIFY(next.journal()->isActive());
+        next.journal()->stop();
+        TestWindow third(nullptr);
+        third.setDataFolder(dir.path());
+        third.offerUnsavedWork(true);
+        QCOMPARE(third.recoverTexts.size(), 1);
+        QVERIFY2(third.recoverTexts.first().contains("the project has 1 segment."), qPrintable(third.recoverTexts.first()));
+        QVERIFY(third.project());
+        QVERIFY(third.project()->timelineGroup()->timelines().first()->findSegment(segmentId));
     }
 
     void autosaveSavesOnlyChangedProjectsThatHaveAFile_data()
@@ -551,6 +560,8 @@ private Q_SLOTS:
         QVERIFY(!waveforms->isHidden());
         w.savePath = dir.path() + "/clip.kvpr";
         QVERIFY(w.onSaveProjectAs());
+        // The save is written on a worker; the project is unmodified once it is on disk.
+        QTRY_VERIFY_WITH_TIMEOUT(!w.isProjectModified(), 20000);
 
         // A file the decoder cannot read is refused by name; the project keeps its recording
         // (unmodified) and the recording plays on.

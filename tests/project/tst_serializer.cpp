@@ -2,6 +2,7 @@
 
 #include "project/label.h"
 #include "project/ovjsonserializer.h"
+#include "project/ovreadbudget.h"
 #include "project/project.h"
 #include "project/segment.h"
 #include "project/segmentgroup.h"
@@ -14,6 +15,10 @@
 #include <QTest>
 
 #include <zlib.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
 
 using namespace OVProject;
 
@@ -56,6 +61,7 @@ private Q_SLOTS:
     void labelSets_data();
     void labelSets();
     void labelSetFile();
+    void budgetSharedByReaders();
 };
 
 void TestSerializer::roundTrip_data()
@@ -414,6 +420,32 @@ void TestSerializer::labelSetFile()
     QVERIFY(OVJsonSerializer::loadLabelSetFile(path, &back).isOk());
     QCOMPARE(back.size(), labels.size());
     qDeleteAll(back);
+}
+
+void TestSerializer::budgetSharedByReaders()
+{
+    // The timelines of one load are read side by side from one budget: when it runs out under
+    // all of them at once, each reader reports the same, whole reason.
+    const QString reason = QStringLiteral("more than %1 segments").arg(OVReadBudget::MaxSegments);
+    constexpr int Readers = 4;
+    for (int round = 0; round < 50; ++round) {
+        OVReadBudget budget(0);
+        std::atomic<int> ready { 0 };
+        QString seen[Readers];
+        std::vector<std::thread> readers;
+        for (int i = 0; i < Readers; ++i) {
+            readers.emplace_back([&, i] {
+                ++ready;
+                while (ready.load() < Readers) { }
+                while (budget.takeSegments(997)) { }
+                seen[i] = budget.why();
+            });
+        }
+        for (std::thread &t : readers)
+            t.join();
+        for (const QString &s : seen)
+            QCOMPARE(s, reason);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestSerializer)
