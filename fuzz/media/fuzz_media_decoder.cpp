@@ -74,6 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // Bounded work per input: a small probe and a handful of packets.
     decoder.setProbeLimits(32768, 200000);
     decoder.setPacketLimit(48);
+    decoder.setCodecThreads(1);
     decoder.runHere();
     return 0;
 }

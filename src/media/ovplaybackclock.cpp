@@ -127,6 +127,19 @@ void OVPlaybackClock::requestTimeFactor(double factor)
 void OVPlaybackClock::setDecoding(bool decoding)
 {
     std::lock_guard lock(m_mutex);
+    if (!decoding && m_decoding && m_factorPending && !m_seekPending) {
+        // A speed change that came after the last packet was read ends the run before its last
+        // pictures are shown. Only the next run can carry the change out, and it must begin
+        // where playback stands now: measured here, while the clock still runs, since a clock
+        // that is not decoding reads 0.
+        const double here = positionLocked();
+        m_seekTarget = here;
+        m_reportedPosition = here;
+        m_seekSerial = 0;
+        m_seekPending = true;
+        m_pauseAfterSeek = m_paused;
+        m_paused = false;
+    }
     m_decoding = decoding;
     if (decoding) {
         m_origin = 0.0;

@@ -99,6 +99,11 @@ void OVVideoDecoderBase::setPacketLimit(qint64 packets)
     m_packetLimit = packets;
 }
 
+void OVVideoDecoderBase::setCodecThreads(int threads)
+{
+    m_codecThreads = std::max(1, threads);
+}
+
 void OVVideoDecoderBase::requestSeek(double seconds)
 {
     QMutexLocker lock(&m_mutex);
@@ -293,7 +298,7 @@ int OVVideoDecoderBase::openCodecContext(int *streamIndex, AVCodecContext **code
     int err = avcodec_parameters_to_context(ctx, stream->codecpar);
     if (err >= 0) {
         ctx->pkt_timebase = stream->time_base;
-        ctx->thread_count = 2;
+        ctx->thread_count = m_codecThreads;
         // Decoded frames are always reference-counted in this FFmpeg, so no option is needed.
         err = avcodec_open2(ctx, decoder, nullptr);
     }

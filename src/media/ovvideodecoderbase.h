@@ -73,6 +73,10 @@ public:
     void setProbeLimits(qint64 probeSize, qint64 analyzeDurationUs);
     // Stops the read loop after this many packets (0 = no limit); the end then counts as a stop.
     void setPacketLimit(qint64 packets);
+    // Threads each codec decodes with (at least 1), from the next start. Two keep up with large
+    // pictures; one makes decoding a single-threaded, repeatable run, which a fuzzer needs on a
+    // busy machine where every hand-over between codec threads waits for a time slice.
+    void setCodecThreads(int threads);
 
     // Asks for a seek to `seconds` from the start. Thread-safe, also before start() (the run then
     // begins there); carried out on the decoding thread before the next packet: back to the keyframe at or before the target, every codec flushed, and
@@ -193,6 +197,7 @@ private:
     qint64 m_probeSize = 0;
     qint64 m_analyzeDuration = 0;
     qint64 m_packetLimit = 0;
+    int m_codecThreads = 2;
 
     // -- Flags shared between threads.
     std::atomic<bool> m_shouldStop { false };

@@ -16,9 +16,6 @@ private Q_SLOTS:
     void parseOutput_data();
     void parseOutput();
     void parseSplitChunks();
-    void estimateRemaining();
-    void errorMessages();
-    void arguments();
     void fakeTool_data();
     void fakeTool();
     void missingTool();
@@ -104,39 +101,6 @@ void TestNXFFmpegWrapper::parseSplitChunks()
     }
 }
 
-void TestNXFFmpegWrapper::estimateRemaining()
-{
-    QCOMPARE(NXFFmpegWrapper::estimateRemaining(10, 40, 5), 15.0);
-    QCOMPARE(NXFFmpegWrapper::estimateRemaining(40, 40, 5), 0.0);
-    QVERIFY(NXFFmpegWrapper::estimateRemaining(0, 40, 5) < 0);
-    QVERIFY(NXFFmpegWrapper::estimateRemaining(10, -1, 5) < 0);
-}
-
-void TestNXFFmpegWrapper::errorMessages()
-{
-    QCOMPARE(NXFFmpegWrapper::errorMessage(NXFFmpegWrapper::NoError), QStringLiteral("No error"));
-    QCOMPARE(NXFFmpegWrapper::errorMessage(1), QStringLiteral("FFMpeg binary is missing"));
-    QCOMPARE(NXFFmpegWrapper::errorMessage(2), QStringLiteral("FFMpeg error occured"));
-    QVERIFY(NXFFmpegWrapper::errorMessage(3).startsWith(QLatin1String("Output file seems to be locked.")));
-    QCOMPARE(NXFFmpegWrapper::errorMessage(4), QStringLiteral("Conversion stopped by user"));
-    QVERIFY(NXFFmpegWrapper::errorMessage(5).startsWith(QLatin1String("Failed to create temporary file.")));
-    QCOMPARE(NXFFmpegWrapper::errorMessage(6), QStringLiteral("Unknown error"));
-    QCOMPARE(NXFFmpegWrapper::errorMessage(42), QStringLiteral("Unknown error"));
-}
-
-void TestNXFFmpegWrapper::arguments()
-{
-    QCOMPARE(NXFFmpegWrapper::arguments(NXFFmpegWrapper::CopyLengthTemplate,
-                                        { "/my videos/in.mp4", "12.5", "/out dir/o.mp4" }),
-             QStringList({ "-y", "-t", "12.5", "-i", "/my videos/in.mp4", "-c", "copy", "/out dir/o.mp4" }));
-    QCOMPARE(NXFFmpegWrapper::arguments(NXFFmpegWrapper::CutFromTemplate, { "3.25", "a b.mov" }),
-             QStringList({ "-y", "-ss", "3.25", "-i", "a b.mov" }));
-    QCOMPARE(NXFFmpegWrapper::arguments(NXFFmpegWrapper::ConcatTemplate, { "list.txt", "joined.mp4" }),
-             QStringList({ "-y", "-f", "concat", "-i", "list.txt", "-map", "0", "-codec", "copy", "joined.mp4" }));
-    QCOMPARE(NXFFmpegWrapper::arguments(NXFFmpegWrapper::LoopImageTemplate, { "still.png" }),
-             QStringList({ "-loop", "1", "-i", "still.png" }));
-}
-
 QString TestNXFFmpegWrapper::fakeTool(const QString &name, const QByteArray &stderrText, int exitCode,
                                       int sleepSeconds)
 {
@@ -173,9 +137,6 @@ void TestNXFFmpegWrapper::fakeTool_data()
                                   << false << false;
     QTest::newRow("locked output") << QByteArray("  Duration: 00:00:10.00,\nout.mp4: Permission denied\n") << 1 << 3
                                    << false << false;
-    QTest::newRow("duration without hundredths")
-        << QByteArray("  Duration: 00:00:05, start: 0\nsize= 1kB time=00:00:01.00 bitrate=1\n") << 0 << 0 << false
-        << false;
     QTest::newRow("alias handler") << QByteArray("  Duration: 00:00:10.00,\n  Apple Alias Data Handler\n") << 1 << 2
                                    << false << true;
 }

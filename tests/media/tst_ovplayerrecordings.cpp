@@ -9,6 +9,8 @@
 #include <QTest>
 #include <QTimer>
 
+#include <cmath>
+
 namespace {
 
 QStringList args(const char *line)
@@ -61,9 +63,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QStringList>("make");
-        // When not empty, a second pass over the first file (damage done by the noise filter).
+        // When not empty, a second pass over the first file: damage done by the noise filter, or
+        // a display rotation (which the tool drops when it encodes).
         QTest::addColumn<QStringList>("damage");
         QTest::addColumn<bool>("video");
+        QTest::addColumn<int>("rotation");
 
         const char *sound = "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=4";
         auto clip = [&](const char *size, const char *codecs) {
@@ -71,24 +75,25 @@ private Q_SLOTS:
                                        << args(sound) << args(codecs);
         };
         QTest::newRow("h264 568 wide") << "w568.mp4" << clip("568x320", "-c:v libx264 -preset ultrafast -c:a aac")
-                                       << QStringList() << true;
+                                       << QStringList() << true << 0;
         QTest::newRow("vp8 600 wide") << "w600.webm" << clip("600x338", "-c:v libvpx -deadline realtime -c:a libvorbis")
-                                      << QStringList() << true;
+                                      << QStringList() << true << 0;
         QTest::newRow("vp8 odd size") << "w333.webm" << clip("333x241", "-c:v libvpx -deadline realtime -c:a libopus")
-                                      << QStringList() << true;
+                                      << QStringList() << true << 0;
         QTest::newRow("mpeg-1 ps, mp2") << "m1.mpg" << clip("352x240", "-c:v mpeg1video -c:a mp2 -ar 44100 -f mpeg")
-                                        << QStringList() << true;
+                                        << QStringList() << true << 0;
         QTest::newRow("mpeg-2 ps, mp3, late start")
-            << "m2.mpg" << clip("720x576", "-c:v mpeg2video -c:a libmp3lame -ar 44100 -f vob") << QStringList() << true;
+            << "m2.mpg" << clip("720x576", "-c:v mpeg2video -c:a libmp3lame -ar 44100 -f vob") << QStringList()
+            << true << 0;
         QTest::newRow("one damaged ac-3 frame") << "ac3.mkv" << clip("320x240", "-c:v libx264 -preset ultrafast -c:a ac3")
-                                                << args("-c copy -bsf:a noise=amount=eq(n\\,40)") << true;
+                                                << args("-c copy -bsf:a noise=amount=eq(n\\,40)") << true << 0;
         QTest::newRow("damaged vorbis") << "vorbis.ogg" << clip("320x240", "-c:v libtheora -c:a libvorbis")
-                                        << args("-c copy -bsf:a noise=amount=between(n\\,2\\,5)") << true;
+                                        << args("-c copy -bsf:a noise=amount=between(n\\,2\\,5)") << true << 0;
         QTest::newRow("rotated phone video") << "phone.mp4"
-                                             << clip("360x640", "-c:v libx264 -preset ultrafast -c:a aac "
-                                                                "-metadata:s:v:0 rotate=90")
-                                             << QStringList() << true;
-        QTest::newRow("sound only") << "sound.mp3" << args(sound) + args("-c:a libmp3lame") << QStringList() << false;
+                                             << clip("360x640", "-c:v libx264 -preset ultrafast -c:a aac")
+                                             << args("-c copy -metadata:s:v:0 rotate=90") << true << 90;
+        QTest::newRow("sound only") << "sound.mp3" << args(sound) + args("-c:a libmp3lame") << QStringList() << false
+                                    << 0;
     }
 
     void playSeekAndChangeSpeed()
@@ -97,6 +102,7 @@ private Q_SLOTS:
         QFETCH(QStringList, make);
         QFETCH(QStringList, damage);
         QFETCH(bool, video);
+        QFETCH(int, rotation);
         QString path = MediaTest::generate(m_dir.path(), QStringLiteral("made-") + name, make);
         QVERIFY(!path.isEmpty());
         if (!damage.isEmpty()) {
@@ -117,6 +123,7 @@ private Q_SLOTS:
             // The first picture is at the start, even where the file's clock starts later.
             QTRY_VERIFY_WITH_TIMEOUT(watcher.last, 20000);
             QVERIFY2(watcher.last->time < 0.2, qPrintable(QString::number(watcher.last->time)));
+            QCOMPARE(int(std::lround(watcher.last->rotation)), rotation);
         }
         QTest::qWait(500);
 
