@@ -7,6 +7,8 @@
 #include "analysis/ovstatistics.h"
 #include "project/ovtablewriter.h"
 
+#include "benchtiming.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QRandomGenerator>
@@ -43,34 +45,8 @@ OVCodingSnapshot::Coder makeCoder(const QString &name, int labels, int segments,
     return coder;
 }
 
-struct Timing
-{
-    double wallMs;
-    double cpuMs;
-};
-
-double cpuMs()
-{
-    timespec ts;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
-}
-
-Timing median(int runs, const std::function<void()> &work)
-{
-    std::vector<double> wall, cpu;
-    for (int i = 0; i < runs; ++i) {
-        QElapsedTimer t;
-        const double c0 = cpuMs();
-        t.start();
-        work();
-        wall.push_back(t.nsecsElapsed() / 1e6);
-        cpu.push_back(cpuMs() - c0);
-    }
-    std::sort(wall.begin(), wall.end());
-    std::sort(cpu.begin(), cpu.end());
-    return {wall[wall.size() / 2], cpu[cpu.size() / 2]};
-}
+using BenchTiming::Timing;
+using BenchTiming::median;
 
 double peakMb()
 {

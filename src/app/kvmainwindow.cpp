@@ -5,8 +5,10 @@
 #include "app/ovanalysisdlg.h"
 #include "app/ovanalysisexports.h"
 #include "app/ovactionregistry.h"
+#include "app/ovtranscriptactions.h"
 #include "app/ovplayerpanel.h"
 #include "app/ovrecordingwaveforms.h"
+#include "app/ovtranscriptpanel.h"
 #include "app/ovprojectdetailsdlg.h"
 #include "app/ovsendreportdlg.h"
 #include "app/ovsettingsdlg.h"
@@ -180,6 +182,7 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     m_saveProgress->hide();
 
     createActions();
+    m_transcriptActions = new OVTranscriptActions(this, m_actions);
     createMenus();
     if (m_settings) {
         connect(m_settings->keyboard(), &OVSettingsGroup::changed, this, &KVMainWindow::updateActionsShortcuts);
@@ -188,6 +191,7 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     }
     updateAutosave();
     updateActionsShortcuts();
+    m_transcript = new OVTranscriptPanel(this);
     updateRecentProjectsMenu();
     updateProjectActions();
     updateProjectSummary();
@@ -308,6 +312,10 @@ void KVMainWindow::createMenus()
     timeline->addSeparator();
     timeline->addAction(m_actions->action(R::ClearTimeline));
 
+    QMenu *transcript = menuBar()->addMenu(tr("T&ranscript"));
+    transcript->setObjectName(QStringLiteral("menuTranscript"));
+    m_transcriptActions->addTo(transcript);
+
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(m_actions->action(R::Fullscreen));
     view->addAction(m_actions->action(R::Waveforms));
@@ -347,6 +355,7 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path, 
     m_projectPath = path;
     // The timeline starts a new undo history with every project.
     m_timeline->setProject(m_project);
+    m_transcriptActions->setProject(m_project, m_projectPath);
     // Once laid out, show the whole recording.
     QTimer::singleShot(0, m_timeline, &OVTimelineControl::zoomTimelineToFit);
     if (m_project) {

@@ -17,7 +17,9 @@ class OVProjectJournal;
 class OVRecordingWaveforms;
 class OVSettings;
 class OVTimelineControl;
+class OVTranscriptActions;
 class OVPlayerPanel;
+class OVTranscriptPanel;
 class QStackedWidget;
 class NXLogWidget;
 class QDockWidget;
@@ -46,6 +48,7 @@ public:
     OVSettings *settings() const { return m_settings; }
     OVTimelineControl *timelineControl() const { return m_timeline; }
     OVPlayerPanel *playerPanel() const { return m_player; }
+    OVTranscriptPanel *transcriptPanel() const { return m_transcript; }
     NXLogWidget *logWidget() const { return m_logWidget; }
     // The user who codes in this session: the remembered login, else the system user.
     QString currentUser() const;
@@ -204,6 +207,8 @@ private:
     // The recording openVideo() is opening; the project takes it only once it plays.
     QString m_pendingVideoPath;
     OVTimelineControl *m_timeline = nullptr;
+    OVTranscriptPanel *m_transcript = nullptr;
+    OVTranscriptActions *m_transcriptActions = nullptr;
     QDockWidget *m_logDock = nullptr;
     NXLogWidget *m_logWidget = nullptr;
     QAction *m_showLogAction = nullptr;

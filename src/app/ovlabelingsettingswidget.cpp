@@ -39,6 +39,10 @@ OVLabelingSettingsWidget::OVLabelingSettingsWidget(OVLabelingSettings *settings,
     form->addRow(tr("Opening Lead Time:"), m_leadOpen);
     form->addRow(tr("Closing Lead Time:"), m_leadClose);
     form->addRow(tr("Duration:"), m_duration);
+    m_loopLength = secondsBox(this, settings->loopLength(), 600);
+    m_loopLength->setObjectName(QStringLiteral("sb_loopLength"));
+    m_loopLength->setMinimum(1.0);
+    form->addRow(tr("Loop Length:"), m_loopLength);
 }
 
 void OVLabelingSettingsWidget::apply()
@@ -46,5 +50,6 @@ void OVLabelingSettingsWidget::apply()
     m_settings->setLeadOpenTime(m_leadOpen->value());
     m_settings->setLeadCloseTime(m_leadClose->value());
     m_settings->setDefaultSegmentDuration(m_duration->value());
+    m_settings->setLoopLength(m_loopLength->value());
     m_settings->setLabelingMode(m_mode->currentData().toInt());
 }

@@ -22,4 +22,5 @@ private:
     QDoubleSpinBox *m_leadOpen;
     QDoubleSpinBox *m_leadClose;
     QDoubleSpinBox *m_duration;
+    QDoubleSpinBox *m_loopLength;
 };

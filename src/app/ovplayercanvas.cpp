@@ -190,9 +190,41 @@ void OVPlayerCanvas::paintFrame(QPainter &painter, const QRect &area, const OVPl
     painter.restore();
 }
 
+void OVPlayerCanvas::setOverlayText(const QString &text, const QColor &color, const QFont &font)
+{
+    if (text == m_overlayText && color == m_overlayColor && font == m_overlayFont)
+        return;
+    m_overlayText = text;
+    m_overlayColor = color;
+    m_overlayFont = font;
+    // While paused no new frame comes to repaint it.
+    m_surface->update();
+}
+
+void OVPlayerCanvas::paintOverlay(QPainter &painter, const QRect &area, const QString &text, const QColor &color,
+                                  const QFont &font)
+{
+    if (text.isEmpty() || area.isEmpty())
+        return;
+    painter.save();
+    painter.setFont(font);
+    const int margin = std::max(4, area.height() / 30);
+    const QRect room = area.adjusted(area.width() / 20, margin, -area.width() / 20, -margin);
+    const int flags = Qt::AlignHCenter | Qt::AlignBottom | Qt::TextWordWrap;
+    const QRect box = painter.boundingRect(room, flags, text);
+    // A dark band keeps light text readable over a light picture.
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(0, 0, 0, 150));
+    painter.drawRoundedRect(box.adjusted(-8, -4, 8, 4), 4, 4);
+    painter.setPen(color);
+    painter.drawText(room, flags, text);
+    painter.restore();
+}
+
 void OVPlayerCanvas::paintSurface(QPainter &painter, const QRect &area)
 {
     paintFrame(painter, area, m_frame.get());
+    paintOverlay(painter, area, m_overlayText, m_overlayColor, m_overlayFont);
     if (m_frame && m_frame.get() != m_lastPainted) {
         m_lastPainted = m_frame.get();
         ++m_framesPainted;

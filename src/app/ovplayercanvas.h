@@ -2,6 +2,8 @@
 
 #include "media/ovplaybackqueues.h"
 
+#include <QColor>
+#include <QFont>
 #include <QImage>
 #include <QPointer>
 #include <QTimer>
@@ -41,6 +43,12 @@ public:
     quint64 framesPainted() const { return m_framesPainted; }
     bool usesOpenGL() const { return m_openGL; }
 
+    // Text drawn over the picture near its bottom, as subtitles are; empty for none.
+    void setOverlayText(const QString &text, const QColor &color, const QFont &font);
+    QString overlayText() const { return m_overlayText; }
+    static void paintOverlay(QPainter &painter, const QRect &area, const QString &text, const QColor &color,
+                             const QFont &font);
+
     // Whether OpenGL drawing is to be used in this process (decided once).
     static bool openGLAvailable();
     // The rectangle (centred on `area`'s centre, in unrotated picture axes) that a picture of
@@ -75,4 +83,7 @@ private:
     quint64 m_framesTaken = 0;
     quint64 m_framesPainted = 0;
     const void *m_lastPainted = nullptr;
+    QString m_overlayText;
+    QColor m_overlayColor;
+    QFont m_overlayFont;
 };

@@ -8,6 +8,8 @@
 #include "ovclisegments.h"
 #include "ovclistats.h"
 #include "ovclisync.h"
+#include "ovcliimport.h"
+#include "ovclitranscript.h"
 
 std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
 {
@@ -20,6 +22,8 @@ std::vector<std::unique_ptr<OVCliCommand>> OVCliRegistry::commands()
     all.push_back(std::make_unique<OVCliStats>());
     all.push_back(std::make_unique<OVCliAgreement>());
     all.push_back(std::make_unique<OVCliSync>());
+    all.push_back(std::make_unique<OVCliTranscript>());
+    all.push_back(std::make_unique<OVCliImport>());
     return all;
 }
 

@@ -43,7 +43,8 @@ void OVPlaybackEngine::setPlayRange(double start, double length, double duration
 {
     start = std::max(start, 0.0);
     length = std::max(length, 1.0);
-    if (start + length >= duration)
+    // A duration not known yet (0) limits nothing.
+    if (duration > 0.0 && start + length >= duration)
         length = duration - start - 0.1;
     m_playRangeStart = start;
     m_playRangeLength = length;

@@ -278,6 +278,26 @@ void OVVideoPlayer::setPreferredAudioStream(int nth)
 void OVVideoPlayer::setPlayRange(double start, double length)
 {
     m_engine.setPlayRange(start, length, duration());
+    keepInPlayRange();
+}
+
+void OVVideoPlayer::setLooping(bool on)
+{
+    m_looping = on;
+    updatePublishing();
+    keepInPlayRange();
+}
+
+bool OVVideoPlayer::keepInPlayRange()
+{
+    if (!m_looping || state() != Playing)
+        return false;
+    const double start = playRangeStart();
+    const double pos = position();
+    if (pos >= start && pos < start + playRangeLength())
+        return false;
+    seek(start, true);
+    return true;
 }
 
 void OVVideoPlayer::removeUsedAudioStreams()
@@ -304,7 +324,8 @@ void OVVideoPlayer::setPublishingPosition(bool on)
 
 void OVVideoPlayer::updatePublishing()
 {
-    const bool run = m_publishing && m_runState.load() != RunStopped;
+    // Looping needs the same tick: the end of the range is noticed there.
+    const bool run = (m_publishing || m_looping) && m_runState.load() != RunStopped;
     if (run && !m_publishTimer.isActive())
         m_publishTimer.start();
     else if (!run && m_publishTimer.isActive())
@@ -313,6 +334,7 @@ void OVVideoPlayer::updatePublishing()
 
 void OVVideoPlayer::publishPosition()
 {
+    keepInPlayRange();
     // Before the read loop runs the clock has nothing to say; the state keeps what it had.
     if (!m_publishing || (!m_engine.clock().isDecoding() && m_runState.load() != RunStarting))
         return;

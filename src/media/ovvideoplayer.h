@@ -81,9 +81,13 @@ public:
     void setPreferredAudioStream(int nth);
     int preferredAudioStream() const { return m_preferredAudioStream.load(); }
 
+    // While looping, playback stays within the play range: reaching its end, or being anywhere
+    // outside it, goes back to its start. The clock is not touched, so it stays the one time.
     void setPlayRange(double start, double length);
     double playRangeStart() const { return m_engine.playRangeStart(); }
     double playRangeLength() const { return m_engine.playRangeLength(); }
+    void setLooping(bool on);
+    bool isLooping() const { return m_looping; }
 
     // Seconds added to the position when the canvas asks for the due frame (default 0).
     void setPresentationOffset(double seconds) { m_presentationOffset = seconds; }
@@ -155,6 +159,8 @@ private:
     void onThreadFinished();
     void publishPosition();
     void updatePublishing();
+    // Seeks to the play range's start when looping and playing outside it; true when it did.
+    bool keepInPlayRange();
     // Applies a waiting seek or speed change; true when it did (the frame in hand is stale).
     bool applyPendingSeek();
     bool stopping() const;
@@ -165,6 +171,7 @@ private:
     QString m_path;
     OV::Error m_openError;
     bool m_publishing = false;
+    bool m_looping = false;
     QTimer m_publishTimer;
     QSize m_maxFrameSize{DefaultMaxFrameWidth, DefaultMaxFrameHeight};
     double m_presentationOffset = 0.0;

@@ -5,6 +5,8 @@
 #include "project/segmentgroup.h"
 #include "project/utterance.h"
 
+#include <QSet>
+
 #include <QCryptographicHash>
 
 #include <algorithm>
@@ -202,6 +204,38 @@ void Timeline::addUtterances(const QList<Utterance *> &utterances)
     }
     if (any)
         Q_EMIT utterancesChanged();
+}
+
+void Timeline::insertUtterances(const QList<QPair<int, Utterance *>> &at)
+{
+    m_utterances.reserve(m_utterances.size() + at.size());
+    bool any = false;
+    for (const auto &[index, u] : at) {
+        if (!u || u->parent() == this)
+            continue;
+        attachUtterance(u);
+        // attachUtterance() appended it; move it where it belongs.
+        m_utterances.move(m_utterances.size() - 1, qBound(0, index, int(m_utterances.size()) - 1));
+        any = true;
+    }
+    if (any)
+        Q_EMIT utterancesChanged();
+}
+
+void Timeline::removeUtterances(const QList<Utterance *> &utterances)
+{
+    const QSet<Utterance *> doomed(utterances.cbegin(), utterances.cend());
+    const qsizetype before = m_utterances.size();
+    m_utterances.removeIf([&doomed](Utterance *u) { return doomed.contains(u); });
+    if (m_utterances.size() == before)
+        return;
+    for (Utterance *u : doomed) {
+        if (u && u->parent() == this) {
+            disconnect(u, nullptr, this, nullptr);
+            delete u;
+        }
+    }
+    Q_EMIT utterancesChanged();
 }
 
 void Timeline::removeUtterance(Utterance *utterance)

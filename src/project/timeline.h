@@ -54,6 +54,11 @@ public:
     void addUtterance(Utterance *utterance);
     void addUtterances(const QList<Utterance *> &utterances);
     void removeUtterance(Utterance *utterance);
+    // Bulk forms for imports and undo: one utterancesChanged() for the lot, so that a view
+    // rebuilds once and not once per utterance.
+    // `at` pairs each utterance with its index in the resulting list, in ascending index order.
+    void insertUtterances(const QList<QPair<int, Utterance *>> &at);
+    void removeUtterances(const QList<Utterance *> &utterances);
 
     const QList<SegmentGroup *> &segmentGroups() const { return m_groups; }
     SegmentGroup *segmentGroup(const Id &id) const;

@@ -7,6 +7,7 @@ const QString kLeadOpen = QStringLiteral("leadOpenTime");
 const QString kLeadClose = QStringLiteral("leadCloseTime");
 const QString kMode = QStringLiteral("labelingMode");
 const QString kDuration = QStringLiteral("defaultSegmentDuration");
+const QString kLoopLength = QStringLiteral("loopLength");
 } // namespace
 
 OVLabelingSettings::OVLabelingSettings(QObject *parent) : OVSettingsGroup(QStringLiteral("LabelingSettings"), parent)
@@ -15,6 +16,7 @@ OVLabelingSettings::OVLabelingSettings(QObject *parent) : OVSettingsGroup(QStrin
     addKey(kLeadClose, QStringLiteral("2"));
     addKey(kMode, QStringLiteral("2"));
     addKey(kDuration, QStringLiteral("10"));
+    addKey(kLoopLength, QStringLiteral("5"));
 }
 
 double OVLabelingSettings::number(const QString &key) const
@@ -32,6 +34,9 @@ double OVLabelingSettings::leadCloseTime() const { return number(kLeadClose); }
 void OVLabelingSettings::setLeadCloseTime(double s) { setValue(kLeadClose, QString::number(s)); }
 double OVLabelingSettings::defaultSegmentDuration() const { return number(kDuration); }
 void OVLabelingSettings::setDefaultSegmentDuration(double s) { setValue(kDuration, QString::number(s)); }
+
+double OVLabelingSettings::loopLength() const { return number(kLoopLength); }
+void OVLabelingSettings::setLoopLength(double s) { setValue(kLoopLength, QString::number(s)); }
 
 int OVLabelingSettings::labelingMode() const { return int(number(kMode)); }
 

@@ -21,6 +21,9 @@ public:
     bool isDoublePressMode() const { return labelingMode() == DoublePressMode; }
     double defaultSegmentDuration() const;
     void setDefaultSegmentDuration(double seconds);
+    // How long the window is that transcribing loops over, in seconds.
+    double loopLength() const;
+    void setLoopLength(double seconds);
 
     void load(QSettings &settings) override;
 

@@ -212,6 +212,7 @@ private Q_SLOTS:
         QTest::newRow("short length") << 10.0 << 0.2 << 60.0 << 10.0 << 1.0;
         QTest::newRow("reaches the end") << 50.0 << 10.0 << 60.0 << 50.0 << 9.9;
         QTest::newRow("past the end") << 50.0 << 30.0 << 60.0 << 50.0 << 9.9;
+        QTest::newRow("duration unknown") << 10.0 << 5.0 << 0.0 << 10.0 << 5.0;
     }
     void playRange()
     {

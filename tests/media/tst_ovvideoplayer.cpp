@@ -278,6 +278,53 @@ private Q_SLOTS:
         QCOMPARE(player.speed(), 2.0);
     }
 
+    void loopsOverPlayRange_data()
+    {
+        QTest::addColumn<double>("start");
+        QTest::addColumn<double>("length");
+        QTest::addColumn<double>("wantStart");
+        QTest::addColumn<double>("wantEnd");
+        QTest::newRow("at the start") << -1.0 << 1.5 << 0.0 << 1.5;
+        // Reaching the end of the file would stop playback: the range ends just before it.
+        QTest::newRow("at the end") << 4.5 << 5.0 << 4.5 << 5.9;
+    }
+    // Looping keeps playback inside the range: back to its start at its end, and from anywhere
+    // outside it, with the one clock running on.
+    void loopsOverPlayRange()
+    {
+        QFETCH(double, start);
+        QFETCH(double, length);
+        QFETCH(double, wantStart);
+        QFETCH(double, wantEnd);
+        OVVideoPlayer player;
+        FramePuller puller(&player);
+        QVERIFY(startQuiet(player, need(m_clip)));
+        player.setPlayRange(start, length);
+        player.setLooping(true);
+        QVERIFY(qAbs(player.playRangeStart() - wantStart) < 1e-9);
+        QVERIFY(qAbs(player.playRangeStart() + player.playRangeLength() - wantEnd) < 1e-9);
+        QElapsedTimer wall;
+        wall.start();
+        double last = player.position(), highest = 0.0;
+        int wraps = 0;
+        while (wall.elapsed() < 4000) {
+            QTest::qWait(20);
+            const double pos = player.position();
+            if (pos < last - 0.5)
+                ++wraps;
+            highest = std::max(highest, pos);
+            last = pos;
+        }
+        QVERIFY2(wraps >= 1, qPrintable(QString::number(wraps)));
+        // One tick of the player's timer and one of ours may pass before the jump back.
+        QVERIFY2(highest < wantEnd + 0.2, qPrintable(QString::number(highest)));
+        QVERIFY(last >= wantStart - 1e-9);
+        // Decoding may reach the end of the file ahead of the clock; playback goes on regardless.
+        QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Playing, 5000);
+        const double before = player.position();
+        QTRY_VERIFY_WITH_TIMEOUT(player.position() != before, 5000);
+    }
+
     // Choosing another of three sound tracks restarts on it where playback was.
     void audioStreamSwitchKeepsPosition()
     {

@@ -1,0 +1,159 @@
+#include "transcript/ovtranscriptview.h"
+
+#include "project/utterance.h"
+#include "transcript/ovtranscripthistory.h"
+#include "transcript/ovtranscriptmodel.h"
+
+#include <QHeaderView>
+#include <QKeyEvent>
+
+#include <cmath>
+
+OVTranscriptView::OVTranscriptView(QWidget *parent) : QTableView(parent), m_model(new OVTranscriptModel(this))
+{
+    setObjectName(QStringLiteral("transcriptView"));
+    setModel(m_model);
+    setSelectionBehavior(QAbstractItemView::SelectRows);
+    setSelectionMode(QAbstractItemView::ExtendedSelection);
+    setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
+    setWordWrap(true);
+    setAlternatingRowColors(false);
+    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    horizontalHeader()->setStretchLastSection(true);
+    horizontalHeader()->setHighlightSections(false);
+    // Rows are as tall as their wrapped text. Qt's own fitting to contents measures every cell
+    // of every row on each change, which takes seconds for a long transcript; the line count
+    // is known far more cheaply here.
+    verticalHeader()->setSectionResizeMode(QHeaderView::Interactive);
+    verticalHeader()->setMinimumSectionSize(1);
+    verticalHeader()->hide();
+    updateColumnWidths();
+    connect(this, &QAbstractItemView::doubleClicked, this, &OVTranscriptView::onDoubleClicked);
+    connect(m_model, &OVTranscriptModel::highlightChanged, this, &OVTranscriptView::onHighlightChanged);
+    connect(m_model, &QAbstractItemModel::modelReset, this, [this] {
+        m_lastFollowed = -1;
+        updateRowHeights(0, m_model->rowCount() - 1);
+    });
+    connect(m_model, &QAbstractItemModel::dataChanged, this, [this](const QModelIndex &from, const QModelIndex &to) {
+        if (to.column() >= OVTranscriptModel::TextColumn)
+            updateRowHeights(from.row(), to.row());
+    });
+    connect(horizontalHeader(), &QHeaderView::sectionResized, this, [this](int column, int oldSize, int newSize) {
+        if (column == OVTranscriptModel::TextColumn && oldSize != newSize)
+            updateRowHeights(0, m_model->rowCount() - 1);
+    });
+}
+
+int OVTranscriptView::rowHeightFor(int row) const
+{
+    const QFontMetrics fm(font());
+    const QString text = m_model->index(row, OVTranscriptModel::TextColumn).data().toString();
+    const int width = std::max(1, columnWidth(OVTranscriptModel::TextColumn) - 8);
+    int lines = 0;
+    for (QStringView line : QStringView(text).split(QLatin1Char('\n'))) {
+        // Most lines plainly fit; only the doubtful ones are measured.
+        if (line.size() * fm.averageCharWidth() < width * 3 / 4)
+            ++lines;
+        else
+            lines += std::max(1, int(std::ceil(fm.horizontalAdvance(line.toString()) / double(width))));
+    }
+    return std::max(1, lines) * fm.lineSpacing() + 8;
+}
+
+void OVTranscriptView::updateRowHeights(int first, int last)
+{
+    // Before the table is shown its columns do not have their widths yet: measured then, every
+    // row would be measured twice.
+    if (!isVisible()) {
+        m_heightsStale = true;
+        return;
+    }
+    QHeaderView *header = verticalHeader();
+    last = std::min(last, m_model->rowCount() - 1);
+    // The table follows each resized row on its own; for many rows one relayout at the end does.
+    const bool many = last - first > 50;
+    const QSignalBlocker quiet(many ? header : nullptr);
+    for (int row = std::max(0, first); row <= last; ++row) {
+        const int height = rowHeightFor(row);
+        if (header->sectionSize(row) != height)
+            header->resizeSection(row, height);
+    }
+    if (many) {
+        updateGeometries();
+        viewport()->update();
+    }
+}
+
+void OVTranscriptView::setProject(OVProject::Project *project)
+{
+    m_model->setProject(project);
+}
+
+void OVTranscriptView::setRequests(OVTranscriptHistory *requests)
+{
+    m_requests = requests;
+    m_model->setRequests(requests);
+}
+
+void OVTranscriptView::updateColumnWidths()
+{
+    // Times all have the same shape: measure one instead of every row.
+    const QFontMetrics fm(font());
+    const int timeWidth = fm.horizontalAdvance(QStringLiteral("00:00:00.000")) + 16;
+    setColumnWidth(OVTranscriptModel::StartColumn, timeWidth);
+    setColumnWidth(OVTranscriptModel::EndColumn, timeWidth);
+    setColumnWidth(OVTranscriptModel::SpeakerColumn, fm.horizontalAdvance(QStringLiteral("Speaker 00")) + 16);
+}
+
+QList<int> OVTranscriptView::selectedRows() const
+{
+    QList<int> rows;
+    for (const QModelIndex &i : selectionModel()->selectedRows())
+        rows.append(i.row());
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+void OVTranscriptView::onDoubleClicked(const QModelIndex &index)
+{
+    if (!index.isValid())
+        return;
+    if (index.column() == OVTranscriptModel::StartColumn || index.column() == OVTranscriptModel::EndColumn)
+        Q_EMIT seekRequested(index.data(OVTranscriptModel::SecondsRole).toDouble());
+}
+
+void OVTranscriptView::onHighlightChanged()
+{
+    const int row = m_model->followRow();
+    if (!m_following || row < 0 || row == m_lastFollowed)
+        return;
+    m_lastFollowed = row;
+    // Scrolling under an open editor would move the text being typed away from the caret.
+    if (state() == QAbstractItemView::EditingState)
+        return;
+    scrollTo(m_model->index(row, OVTranscriptModel::TextColumn), QAbstractItemView::EnsureVisible);
+}
+
+void OVTranscriptView::showEvent(QShowEvent *event)
+{
+    QTableView::showEvent(event);
+    if (std::exchange(m_heightsStale, false))
+        updateRowHeights(0, m_model->rowCount() - 1);
+}
+
+void OVTranscriptView::keyPressEvent(QKeyEvent *event)
+{
+    if (event->matches(QKeySequence::Delete) && m_requests && state() != QAbstractItemView::EditingState) {
+        QList<OVProject::Utterance *> doomed;
+        for (int row : selectedRows()) {
+            if (OVProject::Utterance *u = m_model->utterance(row))
+                doomed.append(u);
+        }
+        if (!doomed.isEmpty()) {
+            m_requests->removeUtterances(doomed);
+            event->accept();
+            return;
+        }
+    }
+    QTableView::keyPressEvent(event);
+}
