@@ -39,13 +39,19 @@ void OVSamplesWidget::setSamples(const OVSamples *samples)
         m_builder->disconnect(this);
         m_builder->cancel();
         m_builder->wait();
-        delete m_builder;
+        // Later: a report already on its way names it, and its address must not be reused yet.
+        m_builder->deleteLater();
+        m_builder = nullptr;
     }
     m_samples = samples;
     m_waveform.reset();
     if (samples && samples->count > 0) {
-        m_builder = new OVWaveforms(samples, this);
-        connect(m_builder, &QThread::finished, this, &OVSamplesWidget::onWaveformsFinished);
+        OVWaveforms *builder = new OVWaveforms(samples, this);
+        m_builder = builder;
+        connect(builder, &QThread::finished, this, [this, builder] {
+            if (builder == m_builder)
+                onWaveformsFinished();
+        });
         m_builder->start(QThread::LowPriority);
     }
     update();
@@ -53,7 +59,7 @@ void OVSamplesWidget::setSamples(const OVSamples *samples)
 
 void OVSamplesWidget::onWaveformsFinished()
 {
-    if (!m_builder || sender() != m_builder)
+    if (!m_builder)
         return;
     m_waveform = m_builder->pyramid();
     m_builder->deleteLater();

@@ -67,7 +67,7 @@ void OVWaveformsLoader::stop()
         m_thread->disconnect(this);
         m_thread->cancel();
         m_thread->wait();
-        delete m_thread;
+        m_thread->deleteLater();
         m_thread = nullptr;
     }
     if (!m_wav.isEmpty())
@@ -89,8 +89,16 @@ void OVWaveformsLoader::next()
     if (!m_toolPath.isEmpty())
         m_ffmpeg->setToolPath(m_toolPath);
     connect(m_ffmpeg, &NXFFmpegWrapper::progress, this, &OVWaveformsLoader::onFfmpegProgress);
-    // Queued: the tool object is deleted in the slot.
-    connect(m_ffmpeg, &NXFFmpegWrapper::finished, this, &OVWaveformsLoader::onFfmpegFinished, Qt::QueuedConnection);
+    // Queued, because the tool object is deleted in the slot; and a report that was already on
+    // its way when the tool was stopped must not pass for the next tool's, hence the check.
+    NXFFmpegWrapper *tool = m_ffmpeg;
+    connect(
+        tool, &NXFFmpegWrapper::finished, this,
+        [this, tool](NXFFmpegWrapper::ErrorCode error) {
+            if (tool == m_ffmpeg)
+                onFfmpegFinished(error);
+        },
+        Qt::QueuedConnection);
     m_ffmpeg->start(OVSamplesExtractor::extractionArguments(m_media, m_current, m_wav));
 }
 
@@ -117,13 +125,17 @@ void OVWaveformsLoader::onFfmpegFinished(NXFFmpegWrapper::ErrorCode error)
         return;
     }
     m_thread = new OVWaveforms(m_wav, this);
-    connect(m_thread, &QThread::finished, this, &OVWaveformsLoader::onWaveformsFinished);
+    OVWaveforms *thread = m_thread;
+    connect(m_thread, &QThread::finished, this, [this, thread] {
+        if (thread == m_thread)
+            onWaveformsFinished();
+    });
     m_thread->start(QThread::LowPriority);
 }
 
 void OVWaveformsLoader::onWaveformsFinished()
 {
-    if (!m_running || !m_thread || sender() != m_thread)
+    if (!m_running || !m_thread)
         return;
     const std::shared_ptr<const OVWaveformPyramid> pyramid = m_thread->pyramid();
     m_thread->deleteLater();

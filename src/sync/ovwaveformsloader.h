@@ -47,12 +47,11 @@ Q_SIGNALS:
     // a failure stay valid.
     void finished(OV::Error error);
 
-private Q_SLOTS:
+private:
     void onFfmpegProgress(qreal percent, quint64 timeremaining);
     void onFfmpegFinished(NXFFmpegWrapper::ErrorCode error);
     void onWaveformsFinished();
 
-private:
     struct Stream
     {
         QString name;
