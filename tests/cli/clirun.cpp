@@ -14,3 +14,10 @@ CliRun runCli(const QStringList &args)
     r.err = p.readAllStandardError();
     return r;
 }
+
+bool runFfmpeg(const QStringList &args)
+{
+    QProcess ff;
+    ff.start(QStringLiteral("ffmpeg"), QStringList { "-hide_banner", "-loglevel", "error", "-y" } + args);
+    return ff.waitForFinished(120000) && ff.exitCode() == 0;
+}

@@ -12,3 +12,5 @@ struct CliRun
 };
 
 CliRun runCli(const QStringList &args);
+// Runs the ffmpeg tool quietly, overwriting its output; true when it succeeded.
+bool runFfmpeg(const QStringList &args);

@@ -37,7 +37,6 @@ private Q_SLOTS:
     void initTestCase();
     void dumpProject_data();
     void dumpProject();
-    void dumpLabelSet();
     void checkReports_data();
     void checkReports();
     void usageErrors();
@@ -79,7 +78,6 @@ void TestCli::dumpProject()
     QCOMPARE(root.keys(), (QStringList { QStringLiteral("project"), QStringLiteral("timelines") }));
     const QJsonObject project = root.value(QLatin1String("project")).toObject();
     QCOMPARE(project.value(QLatin1String("title")).toString(), p.title());
-    QCOMPARE(project.value(QLatin1String("max_text_lw")).toInt(), 2147483647);
     const QJsonArray timelines = root.value(QLatin1String("timelines")).toArray();
     QCOMPARE(timelines.size(), 2);
     const QJsonObject first = timelines.at(0).toObject();
@@ -95,24 +93,6 @@ void TestCli::dumpProject()
     QVERIFY(!binary.contains(QLatin1String("data")));
 }
 
-void TestCli::dumpLabelSet()
-{
-    Project p;
-    makeProject(&p);
-    const QString path = m_dir.filePath(QStringLiteral("scheme.kvtl"));
-    QVERIFY(OVJsonSerializer(true)
-                .saveLabelSetFile(path, p.timelineGroup()->timelines().first()->labels())
-                .isOk());
-    const CliRun r = runCli({ QStringLiteral("dump"), path });
-    QCOMPARE(r.code, 0);
-    const QJsonArray labels
-        = QJsonDocument::fromJson(r.out).object().value(QLatin1String("labels")).toArray();
-    QCOMPARE(labels.size(), 4);
-    QCOMPARE(labels.at(0).toObject()["name"].toString(), QStringLiteral("Label 1"));
-    QCOMPARE(labels.at(0).toObject()["segments"].toArray().at(0).toObject()["start"].toString(),
-        QStringLiteral("12.346"));
-}
-
 void TestCli::checkReports_data()
 {
     QTest::addColumn<QString>("name");
@@ -123,8 +103,6 @@ void TestCli::checkReports_data()
     QTest::newRow("sound label set") << "ok.kvtl" << QByteArray() << 0 << "ok";
     QTest::newRow("garbage project") << "bad.kvpr" << QByteArray("hello world") << 1
                                      << "Failed to load project from:\n%1\n\nneither an OV1 container nor a ZIP archive";
-    QTest::newRow("empty project") << "empty.kvpr" << QByteArray("") << 1
-                                   << "Failed to load project from:\n%1\n\nneither an OV1 container nor a ZIP archive";
     QTest::newRow("missing project") << "missing.kvpr" << QByteArray("-") << 1
                                      << "Failed to load project from:\n%1\n\nNo such file or directory";
     QTest::newRow("label set without labels")
@@ -166,6 +144,8 @@ void TestCli::checkReports()
     QCOMPARE(d.code, code);
     if (code != 0)
         QCOMPARE(QString::fromUtf8(d.err).trimmed(), message.arg(path));
+    else
+        QVERIFY2(d.out.contains("\"12.346\""), d.out.constData()); // the segment, times as written
 }
 
 void TestCli::usageErrors()

@@ -3,20 +3,12 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include "clirun.h"
 
 namespace {
-
-bool ffmpeg(const QStringList &args)
-{
-    QProcess ff;
-    ff.start("ffmpeg", QStringList { "-hide_banner", "-loglevel", "error", "-y" } + args);
-    return ff.waitForFinished(120000) && ff.exitCode() == 0;
-}
 
 // Noise whose loudness jumps every few tens of milliseconds, like a room full of talk.
 QString scene(int seed, double seconds)
@@ -43,14 +35,14 @@ private Q_SLOTS:
         m_second = m_dir.filePath("second.m4a");
         m_other = m_dir.filePath("other.m4a");
         const QString sceneWav = m_dir.filePath("scene.wav");
-        QVERIFY(ffmpeg({ "-f", "lavfi", "-i", scene(3, 30), sceneWav }));
-        QVERIFY(ffmpeg({ "-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25:duration=25", "-i", sceneWav, "-af",
+        QVERIFY(runFfmpeg({ "-f", "lavfi", "-i", scene(3, 30), sceneWav }));
+        QVERIFY(runFfmpeg({ "-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25:duration=25", "-i", sceneWav, "-af",
                          "atrim=end=25", "-c:v", "libx264", "-preset", "ultrafast", "-c:a", "aac", "-shortest",
                          m_video }));
         // The second device starts 3.25 s into the scene, at another rate, with a cheap microphone.
-        QVERIFY(ffmpeg({ "-i", sceneWav, "-af", "atrim=start=3.25,asetpts=PTS-STARTPTS,highpass=f=150,aresample=48000",
+        QVERIFY(runFfmpeg({ "-i", sceneWav, "-af", "atrim=start=3.25,asetpts=PTS-STARTPTS,highpass=f=150,aresample=48000",
                          "-c:a", "aac", m_second }));
-        QVERIFY(ffmpeg({ "-f", "lavfi", "-i", scene(8, 20), "-c:a", "aac", m_other }));
+        QVERIFY(runFfmpeg({ "-f", "lavfi", "-i", scene(8, 20), "-c:a", "aac", m_other }));
     }
 
     void syncPrintsOffsetAndPoints()
