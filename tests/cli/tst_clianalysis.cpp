@@ -58,7 +58,6 @@ void TestCliAnalysis::stats()
     const QJsonObject first = rows.at(0).toObject();
     QCOMPARE(first["project"].toString(), QStringLiteral("session 1"));
     QCOMPARE(first["coder"].toString(), QStringLiteral("anna"));
-    QCOMPARE(first["key"].toString(), QStringLiteral("A"));
     QCOMPARE(first["count"].toInt(), 2);
     QCOMPARE(first["total_s"].toDouble(), 15.0);
     QCOMPARE(first["share"].toDouble(), 0.25);
