@@ -24,6 +24,11 @@ bool haveFfmpeg()
     return !QStandardPaths::findExecutable(QStringLiteral("ffmpeg")).isEmpty();
 }
 
+QStringList args(const char *line)
+{
+    return QString::fromLatin1(line).split(u' ');
+}
+
 QString generate(const QString &dir, const QString &name, const QStringList &args)
 {
     const QString out = QDir(dir).filePath(name);

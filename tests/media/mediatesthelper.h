@@ -3,6 +3,7 @@
 #include "media/ovmediasource.h"
 #include "media/ovvideoconverter.h"
 #include "media/ovvideodecoderbase.h"
+#include "media/ovvideoplayer.h"
 
 #include <QByteArray>
 #include <QList>
@@ -10,6 +11,7 @@
 #include <QSize>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 #include <QWaitCondition>
 
 #include <map>
@@ -20,6 +22,8 @@ namespace MediaTest {
 // `dir/name`, or an empty string (with a warning) when the tool failed.
 QString generate(const QString &dir, const QString &name, const QStringList &args);
 bool haveFfmpeg();
+// Arguments for generate() written as one line; none of them may contain a space.
+QStringList args(const char *line);
 
 // Starts `decoder` and waits until its thread has ended; false on time-out.
 bool runToEnd(OVVideoDecoderBase *decoder, int timeoutMs = 60000);
@@ -41,6 +45,31 @@ private:
     QString m_dir;
     QString m_sink;
     QString m_error;
+};
+
+// Takes due frames the way the canvas does and remembers what it saw.
+class FramePuller : public QObject
+{
+public:
+    explicit FramePuller(OVVideoPlayer *player) : m_player(player)
+    {
+        m_timer.setInterval(5);
+        connect(&m_timer, &QTimer::timeout, this, [this] {
+            if (auto f = m_player->takeDueFrame()) {
+                last = f;
+                ++shown;
+            }
+            latest = std::max(latest, m_player->position());
+        });
+        m_timer.start();
+    }
+    OVPlaybackQueues::VideoFramePtr last;
+    int shown = 0;
+    double latest = 0.0; // the furthest position seen
+
+private:
+    OVVideoPlayer *m_player;
+    QTimer m_timer;
 };
 
 } // namespace MediaTest

@@ -245,7 +245,6 @@ private Q_SLOTS:
         const QByteArray raw = f.readAll();
         Samples heard(std::size_t(raw.size()) / 2);
         std::memcpy(heard.data(), raw.constData(), heard.size() * 2);
-        qInfo() << "recorded" << heard.size() / 2 << "frames from the monitor";
 
         const Samples wantA = afterGain(a, gain);
         const Samples wantB = afterGain(b, gain);
@@ -261,7 +260,6 @@ private Q_SLOTS:
         QVERIFY(std::equal(wantB.begin(), wantB.end(), heard.begin() + atB));
         // Between them only silence, and at least most of the 0.3 s wait of it.
         const qsizetype gapFrames = (atB - endA) / 2;
-        qInfo() << "silence between the blocks:" << gapFrames << "frames";
         QVERIFY(gapFrames > 48000 / 10);
         QVERIFY(std::all_of(heard.begin() + endA, heard.begin() + atB,
                             [](qint16 v) { return v == 0; }));

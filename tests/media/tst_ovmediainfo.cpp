@@ -92,16 +92,14 @@ void TestOVMediaInfo::probeFailures_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<int>("code");
-    QTest::newRow("missing") << "missing.mp4" << QByteArray() << 1;
-    QTest::newRow("text") << "text.mp4" << QByteArray("just some words, not a film\n").repeated(50) << 1;
+    QTest::newRow("missing") << "missing.mp4" << QByteArray();
+    QTest::newRow("text") << "text.mp4" << QByteArray("just some words, not a film\n").repeated(50);
 }
 
 void TestOVMediaInfo::probeFailures()
 {
     QFETCH(QString, name);
     QFETCH(QByteArray, content);
-    QFETCH(int, code);
     const QString path = m_dir.filePath(name);
     if (!content.isNull()) {
         QFile f(path);
@@ -110,8 +108,7 @@ void TestOVMediaInfo::probeFailures()
     }
     OVMediaInfo info;
     const OV::Error error = OVMediaInfo::probe(path, &info);
-    QCOMPARE(error.code(), code);
-    QCOMPARE(error.message(), QStringLiteral("Cannot open input file"));
+    QVERIFY(error.code() != 0);
     QVERIFY(info.streams.isEmpty());
     QJsonObject json;
     QCOMPARE(OVMediaInfo::probeJson(path, &json), error);

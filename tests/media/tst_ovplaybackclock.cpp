@@ -65,11 +65,12 @@ private Q_SLOTS:
         OVPlaybackClock::SeekRequest r;
         QVERIFY(clock.takeSeekRequest(&r));
         QVERIFY(r.factorChanged);
-        QCOMPARE(r.serial, quint64(0));
-        QCOMPARE(clock.timeFactor(), factor);
 
         const double t = frameTime * factor;
+        // Sound does not start the clock where there is video to do it.
+        clock.frameKept(t, frameDuration, false);
         QVERIFY(!clock.hasOrigin());
+        QCOMPARE(clock.position(), 0.0);
         clock.frameKept(t, frameDuration, true);
         QVERIFY(clock.hasOrigin());
         QCOMPARE(clock.origin(), frameDuration * factor + m_now - t);
@@ -105,15 +106,6 @@ private Q_SLOTS:
         QCOMPARE(clock.soundOrigin(), clock.origin());
         clock.setDecoding(false);
         QVERIFY(std::isnan(clock.soundOrigin()));
-    }
-
-    void audioDoesNotSetTheOriginWhenVideoDoes()
-    {
-        OVPlaybackClock clock(source());
-        clock.setDecoding(true);
-        clock.frameKept(5.0, 0.02, false);
-        QVERIFY(!clock.hasOrigin());
-        QCOMPARE(clock.position(), 0.0);
     }
 
     void seekReportsTheTargetUntilTheFirstFrame()
@@ -216,7 +208,6 @@ private Q_SLOTS:
         QCOMPARE(clock.position(), 2.0);
         QVERIFY(clock.pause());
         QVERIFY(!clock.pause());
-        QVERIFY(clock.isPaused());
         m_now += 100.0;
         QCOMPARE(clock.position(), 2.0);
         QVERIFY(clock.resume());
@@ -245,7 +236,6 @@ private Q_SLOTS:
         QVERIFY(clock.isPaused());
         m_now += 10.0;
         QCOMPARE(clock.position(), 20.08);
-        QVERIFY(clock.position() >= 20.0);
         // Only once.
         QVERIFY(clock.resume());
         QVERIFY(!clock.pauseAfterSeekIfDue(2, 20.12));
@@ -257,36 +247,34 @@ private Q_SLOTS:
         QVERIFY(!clock.pauseAfterSeekIfDue(2, 5.0));
     }
 
+    // Seek targets and running positions alike.
     void outOfRangeReadsAsZero_data()
     {
         QTest::addColumn<double>("seekTo");
+        QTest::addColumn<double>("wallOffset"); // not 0: no seek, a clock running from a frame at 10 s
         QTest::addColumn<double>("expected");
-        QTest::newRow("negative") << -0.5 << 0.0;
-        QTest::newRow("zero") << 0.0 << 0.0;
-        QTest::newRow("limit") << 60000.0 << 60000.0;
-        QTest::newRow("past limit") << 60000.5 << 0.0;
-        QTest::newRow("nan") << std::nan("") << 0.0;
+        QTest::newRow("negative") << -0.5 << 0.0 << 0.0;
+        QTest::newRow("limit") << 60000.0 << 0.0 << 60000.0;
+        QTest::newRow("past limit") << 60000.5 << 0.0 << 0.0;
+        QTest::newRow("nan") << std::nan("") << 0.0 << 0.0;
+        // A frame stamped in the future puts the origin after now: a negative position.
+        QTest::newRow("running, before its origin") << std::nan("") << -20.0 << 0.0;
+        QTest::newRow("running, past the limit") << std::nan("") << 70000.0 << 0.0;
     }
     void outOfRangeReadsAsZero()
     {
         QFETCH(double, seekTo);
+        QFETCH(double, wallOffset);
         QFETCH(double, expected);
         OVPlaybackClock clock(source());
         clock.setDecoding(true);
-        clock.requestSeek(seekTo, true, 1);
+        if (wallOffset != 0.0) {
+            clock.frameKept(10.0, 0.0, true);
+            m_now += wallOffset;
+        } else {
+            clock.requestSeek(seekTo, true, 1);
+        }
         QCOMPARE(clock.position(), expected);
-    }
-
-    void runningClockOutOfRangeReadsAsZero()
-    {
-        OVPlaybackClock clock(source());
-        clock.setDecoding(true);
-        // A frame stamped in the future puts the origin after now: negative position.
-        clock.frameKept(10.0, 0.0, true);
-        m_now -= 20.0;
-        QCOMPARE(clock.position(), 0.0);
-        m_now += 20.0 + 70000.0;
-        QCOMPARE(clock.position(), 0.0);
     }
 
 };

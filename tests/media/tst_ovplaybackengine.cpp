@@ -121,7 +121,6 @@ private Q_SLOTS:
         QCOMPARE(dec.lastSeekTarget, 5.0);
         QCOMPARE(dec.pausedAnnouncements, 1);
         QCOMPARE(engine.queues().framesSinceSeek(), 2);
-        QVERIFY(engine.position() >= 5.0);
         QCOMPARE(engine.position(), 126 / Fps);
         m_now += 3.0;
         QCOMPARE(engine.position(), 126 / Fps);
@@ -211,7 +210,6 @@ private Q_SLOTS:
         QTest::newRow("negative start") << -3.0 << 5.0 << 60.0 << 0.0 << 5.0;
         QTest::newRow("short length") << 10.0 << 0.2 << 60.0 << 10.0 << 1.0;
         QTest::newRow("reaches the end") << 50.0 << 10.0 << 60.0 << 50.0 << 9.9;
-        QTest::newRow("past the end") << 50.0 << 30.0 << 60.0 << 50.0 << 9.9;
         QTest::newRow("duration unknown") << 10.0 << 5.0 << 0.0 << 10.0 << 5.0;
     }
     void playRange()

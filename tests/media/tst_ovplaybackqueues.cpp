@@ -54,8 +54,6 @@ private Q_SLOTS:
         QCOMPARE(q.audioBufferCount(), 0);
         QCOMPARE(q.pushVideoFrame(frameAt(0.08), first), -1);
         QVERIFY(!q.pushAudioBuffer(soundAt(0.02), first, false));
-        QCOMPARE(q.videoFrameCount(), 0);
-        QCOMPARE(q.audioBufferCount(), 0);
         QVERIFY(!q.takeDueFrame(1e9));
         QCOMPARE(q.framesSinceSeek(), 0);
 
@@ -78,7 +76,6 @@ private Q_SLOTS:
         QVERIFY(f);
         QCOMPARE(f->time, 0.08);
         QCOMPARE(q.videoFrameCount(), 8);
-        QVERIFY(!q.takeDueFrame(0.10));
         QVERIFY(!q.takeDueFrame(0.11));
         f = q.takeDueFrame(0.12);
         QVERIFY(f);

@@ -7,43 +7,10 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 #include <cmath>
 
-namespace {
-
-QStringList args(const char *line)
-{
-    return QString::fromLatin1(line).split(u' ');
-}
-
-// Takes due frames the way the canvas does and remembers what it saw.
-class Watcher : public QObject
-{
-public:
-    explicit Watcher(OVVideoPlayer *player) : m_player(player)
-    {
-        m_timer.setInterval(5);
-        connect(&m_timer, &QTimer::timeout, this, [this] {
-            if (auto f = m_player->takeDueFrame()) {
-                last = f;
-                ++shown;
-            }
-            latest = std::max(latest, m_player->position());
-        });
-        m_timer.start();
-    }
-    OVPlaybackQueues::VideoFramePtr last;
-    int shown = 0;
-    double latest = 0.0; // the furthest position seen
-
-private:
-    OVVideoPlayer *m_player;
-    QTimer m_timer;
-};
-
-} // namespace
+using MediaTest::args;
 
 class TestOVPlayerRecordings : public QObject
 {
@@ -112,7 +79,7 @@ private Q_SLOTS:
 
         OVVideoPlayer player;
         player.setAudioOutputEnabled(false);
-        Watcher watcher(&player);
+        MediaTest::FramePuller watcher(&player);
         QSignalSpy errors(&player, &OVVideoDecoderBase::errorRaised);
         QVERIFY(player.open(path));
         QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);

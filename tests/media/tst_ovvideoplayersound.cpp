@@ -32,9 +32,9 @@ private Q_SLOTS:
         if (QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty())
             QSKIP("PulseAudio is not installed");
         QVERIFY2(m_server.start(QStringLiteral("np")), qPrintable(m_server.error()));
-        m_clip = MediaTest::generate(m_dir.path(), QStringLiteral("clip.mp4"), QString::fromLatin1(
+        m_clip = MediaTest::generate(m_dir.path(), QStringLiteral("clip.mp4"), MediaTest::args(
             "-f lavfi -i testsrc=size=320x240:rate=25:duration=8 -f lavfi -i sine=frequency=440:sample_rate=48000:duration=8 "
-            "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -shortest").split(u' '));
+            "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -shortest"));
         QVERIFY(!m_clip.isEmpty());
     }
 
