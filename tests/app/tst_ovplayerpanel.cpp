@@ -8,6 +8,8 @@
 #include "widgets/ovvolumecontrol.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QMimeData>
@@ -309,12 +311,22 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, 5000);
         QCOMPARE(failed.first().first().toString(), m_clip);
 
-        connect(panel.player(), &OVVideoPlayer::stateChanged, this, [&panel] {
-            if (panel.player()->state() == OVVideoPlayer::Starting)
-                QMetaObject::invokeMethod(panel.player(), &OVVideoDecoderBase::errorRaised, Qt::QueuedConnection);
+        // A second file, so that only a start of it counts: a restart of the first one would be
+        // a failure during playback. Raised before that start's initFinished() is handled.
+        const QString second = QFileInfo(m_clip).absolutePath() + QStringLiteral("/second.mp4");
+        QFile::remove(second);
+        QVERIFY(QFile::copy(m_clip, second));
+        bool raised = false;
+        connect(panel.player(), &OVVideoPlayer::stateChanged, this, [&] {
+            if (!raised && init.count() == 1 && panel.player()->path() == second
+                && panel.player()->state() == OVVideoPlayer::Starting) {
+                raised = true;
+                Q_EMIT panel.player()->errorRaised();
+            }
         });
-        QVERIFY(panel.openMedia(m_clip));
+        QVERIFY(panel.openMedia(second));
         QTRY_COMPARE_WITH_TIMEOUT(init.count(), 2, 20000);
+        QVERIFY(raised);
         QTest::qWait(100);
         QCOMPARE(failed.count(), 1);
     }
