@@ -72,9 +72,9 @@ OVSamples sineTrack(double seconds)
 
 // The process that gets killed: rewrites the primary in place, as the application does.
 // KAVOT_MERGE_CHILD holds "merge" or "remove", the primary, the backup and the tool, one a line.
-int runChild(const QByteArray &spec)
+int runChild(const QByteArray &job)
 {
-    const QStringList parts = QString::fromUtf8(spec).split(QLatin1Char('\n'));
+    const QStringList parts = QString::fromUtf8(job).split(QLatin1Char('\n'));
     if (parts.size() != 4)
         return 2;
     OVManualSyncMerge merge;
