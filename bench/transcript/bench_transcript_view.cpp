@@ -1,10 +1,14 @@
-// One repaint of the transcript table with 10,000 utterances while the highlighted utterance
-// follows playback: the position moves, the highlight and scroll follow, the table repaints.
-// The reference is a repaint of the same table with the position held still.
+// The transcript table with 10,000 utterances: its setup; one repaint while the highlighted
+// utterance follows playback (the position moves, the highlight and scroll follow, the table
+// repaints), against a repaint with the position held still; an utterance of a new speaker added
+// and undone (the speaker set changes); one key typed into the utterance being transcribed.
+#include "project/history.h"
 #include "project/project.h"
 #include "project/state.h"
 #include "project/timeline.h"
 #include "project/utterance.h"
+#include "transcript/ovtranscriber.h"
+#include "transcript/ovtranscripthistory.h"
 #include "transcript/ovtranscriptmodel.h"
 #include "transcript/ovtranscriptview.h"
 
@@ -57,11 +61,13 @@ int main(int argc, char **argv)
     OVTranscriptView view;
     view.resize(900, 700);
     QElapsedTimer setup;
+    const double setupCpu0 = BenchTiming::cpuMs();
     setup.start();
     view.setProject(&project);
     view.show();
     QApplication::processEvents();
     const double setupMs = setup.nsecsElapsed() / 1e6;
+    const double setupCpuMs = BenchTiming::cpuMs() - setupCpu0;
 
     auto repaint = [&] {
         view.viewport()->repaint();
@@ -83,13 +89,45 @@ int main(int argc, char **argv)
         repaint();
         scrolled += view.verticalScrollBar()->value() != before;
     });
-    std::printf("utterances: %d, frames: %d, table set up in %.1f ms, scrolled on %d frames\n", Utterances, Frames, setupMs,
-                scrolled);
+
+    OVTranscriptHistory requests;
+    requests.setProject(&project);
+    view.setRequests(&requests);
+    int speakers = 0;
+    const BenchTiming::Timing newSpeaker = BenchTiming::median(15, [&] {
+        requests.addUtterance(t, time / 2, time / 2 + 1, QStringLiteral("Visitor %1").arg(++speakers), QStringLiteral("hello"));
+        QApplication::processEvents();
+        project.history()->undo();
+        QApplication::processEvents();
+    });
+    OVTranscriber transcriber(&requests);
+    transcriber.setProject(&project);
+    transcriber.setEnabled(true);
+    project.state()->setCurrentPos(time / 3);
+    transcriber.start();
+    QString typed;
+    const BenchTiming::Timing key = BenchTiming::median(60, [&] {
+        typed += QLatin1Char(typed.size() % 6 == 5 ? ' ' : 'a' + typed.size() % 26);
+        transcriber.setDraft(typed);
+        QApplication::processEvents();
+    });
+    if (transcriber.openUtterance()->text() != typed || project.history()->count() < 2)
+        std::fprintf(stderr, "typing did not reach the model as expected\n");
+
+    std::printf("utterances: %d, frames: %d, table set up in %.1f ms (cpu %.1f ms), scrolled on %d frames\n", Utterances,
+                Frames, setupMs, setupCpuMs, scrolled);
     std::printf("repaint, position still:     median %.3f ms (cpu %.3f ms)\n", still.wallMs, still.cpuMs);
     std::printf("repaint, following playback: median %.3f ms (cpu %.3f ms), %.2fx the still repaint\n", follow.wallMs,
                 follow.cpuMs, still.wallMs > 0 ? follow.wallMs / still.wallMs : 0.0);
     std::printf("BENCH transcript_view_scroll_ms %.3f ms\n", follow.wallMs);
     std::printf("BENCH transcript_view_scroll_cpu_ms %.3f ms\n", follow.cpuMs);
+    std::printf("new speaker added and undone: median %.2f ms (cpu %.2f ms)\n", newSpeaker.wallMs, newSpeaker.cpuMs);
+    std::printf("one key typed into the open utterance: median %.2f ms (cpu %.2f ms)\n", key.wallMs, key.cpuMs);
     std::printf("BENCH transcript_view_setup_ms %.1f ms\n", setupMs);
+    std::printf("BENCH transcript_view_setup_cpu_ms %.1f ms\n", setupCpuMs);
+    std::printf("BENCH transcript_view_new_speaker_ms %.2f ms\n", newSpeaker.wallMs);
+    std::printf("BENCH transcript_view_new_speaker_cpu_ms %.2f ms\n", newSpeaker.cpuMs);
+    std::printf("BENCH transcript_view_key_typed_ms %.2f ms\n", key.wallMs);
+    std::printf("BENCH transcript_view_key_typed_cpu_ms %.2f ms\n", key.cpuMs);
     return 0;
 }

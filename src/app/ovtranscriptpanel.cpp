@@ -75,6 +75,7 @@ OVTranscriptPanel::OVTranscriptPanel(KVMainWindow *window)
     m_draft->installEventFilter(this);
     m_status = new QLabel(this);
     m_status->setObjectName(QStringLiteral("lb_transcribing"));
+    m_status->setWordWrap(true);
 
     auto *top = new QHBoxLayout;
     top->addWidget(new QLabel(tr("Show:"), this));
@@ -137,7 +138,7 @@ OVTranscriptPanel::OVTranscriptPanel(KVMainWindow *window)
     connect(m_view, &OVTranscriptView::seekRequested, window, &KVMainWindow::onSeekRequested);
     OVTranscriptModel *model = m_view->transcriptModel();
     connect(model, &OVTranscriptModel::highlightChanged, this, &OVTranscriptPanel::onHighlightChanged);
-    connect(model, &QAbstractItemModel::modelReset, this, &OVTranscriptPanel::updateSpeakerChoices);
+    connect(model, &OVTranscriptModel::speakersChanged, this, &OVTranscriptPanel::updateSpeakerChoices);
     connect(m_filter, &QComboBox::activated, this, [this, model] {
         const QString speaker = m_filter->currentData().toString();
         model->setSpeakerFilter(speaker.isEmpty() ? QStringList() : QStringList{ speaker });
@@ -150,10 +151,19 @@ OVTranscriptPanel::OVTranscriptPanel(KVMainWindow *window)
     });
     connect(m_transcriber, &OVTranscriber::writingChanged, this, &OVTranscriptPanel::onWritingChanged);
     connect(m_draft, &QLineEdit::textEdited, m_transcriber, &OVTranscriber::setDraft);
+    connect(m_transcriber, &OVTranscriber::draftChanged, this, [this](const QString &text) {
+        if (m_draft->text() != text)
+            m_draft->setText(text);
+    });
+    for (auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
+        connect(model, signal, this, &OVTranscriptPanel::updateStatus);
+    connect(model, &QAbstractItemModel::modelReset, this, &OVTranscriptPanel::updateStatus);
+    connect(model, &OVTranscriptModel::speakersChanged, this, &OVTranscriptPanel::updateStatus);
     connect(m_draft, &QLineEdit::returnPressed, this, &OVTranscriptPanel::finishUtterance);
 
     if (OVSettings *settings = window->settings()) {
         connect(settings->keyboard(), &OVSettingsGroup::changed, this, &OVTranscriptPanel::updateUtteranceActions);
+        connect(settings->keyboard(), &OVSettingsGroup::changed, this, &OVTranscriptPanel::updateStatus);
         connect(settings->overlay(), &OVSettingsGroup::changed, this, &OVTranscriptPanel::updateOverlay);
     }
     connect(window, &KVMainWindow::projectOpened, this, &OVTranscriptPanel::onProjectOpened);
@@ -244,17 +254,44 @@ void OVTranscriptPanel::onWritingChanged(bool writing)
     updateUtteranceActions();
 }
 
+QString OVTranscriptPanel::shortcutText(int action) const
+{
+    const OVKeyboardSettings *keys = m_window->settings() ? m_window->settings()->keyboard() : nullptr;
+    return QKeySequence(R::effectiveShortcut(action, keys), QKeySequence::PortableText).toString(QKeySequence::NativeText);
+}
+
 void OVTranscriptPanel::updateStatus()
 {
+    // What the table holds comes first: with a filter or hidden speakers the rows alone can
+    // suggest that utterances went missing.
+    const OVTranscriptModel *model = m_view->transcriptModel();
+    const int shown = model->rowCount();
+    const qsizetype all = model->timeline() ? model->timeline()->utterances().size() : 0;
+    const qsizetype speakers = model->speakers().size();
+    QString counts;
+    if (!m_project)
+        counts = tr("No project is open.");
+    else if (shown == all)
+        counts = tr("%n utterance(s)", nullptr, shown) + tr(", %n speaker(s).", nullptr, int(speakers));
+    else
+        counts = tr("%1 of %n utterance(s) shown", nullptr, int(all)).arg(shown) + tr(", %n speaker(s).", nullptr, int(speakers));
+
+    QString state;
+    const QString key = shortcutText(R::StartNewUtterance);
+    const QString keyOrMenu = key.isEmpty() ? tr("Transcript > Start New Utterance") : key;
     if (const Utterance *u = m_transcriber->openUtterance()) {
-        m_status->setText(tr("%1 since %2 — type what is said, then Finish Utterance")
-                              .arg(u->speaker(), OVTimeFormat::format(u->startTime())));
-    } else {
-        const QString key = m_window->actionRegistry()->action(R::StartNewUtterance)->shortcut().toString(QKeySequence::NativeText);
-        m_status->setText(m_transcriber->isEnabled()
-                              ? tr("Next speaker: %1. %2 starts an utterance at the playing position.").arg(m_transcriber->speaker(), key)
-                              : tr("Transcribing is off."));
+        const QString finishKey = shortcutText(R::FinishUtterance);
+        state = tr("Writing %1 since %2: type what is said, then %3 or Return finishes it.")
+                    .arg(u->speaker(), OVTimeFormat::format(u->startTime()),
+                         finishKey.isEmpty() ? tr("Finish Utterance") : finishKey);
+    } else if (m_transcriber->isEnabled()) {
+        state = tr("Next speaker: %1 (Tab while typing picks another). %2 starts an utterance at the playing position.")
+                    .arg(m_transcriber->speaker(), keyOrMenu);
+    } else if (m_project) {
+        const QString enableKey = shortcutText(R::EnableTranscribing);
+        state = enableKey.isEmpty() ? tr("Transcribing is off.") : tr("Transcribing is off: %1 turns it on.").arg(enableKey);
     }
+    m_status->setText(state.isEmpty() ? counts : counts + QLatin1Char(' ') + state);
 }
 
 void OVTranscriptPanel::updateUtteranceActions()

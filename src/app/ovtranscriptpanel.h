@@ -56,6 +56,7 @@ private:
     void onTranscribingToggled(bool on);
     void onWritingChanged(bool writing);
     void updateStatus();
+    QString shortcutText(int action) const;
     void updateUtteranceActions();
     void updateSpeakerChoices();
     void onHighlightChanged();

@@ -28,9 +28,18 @@ bool History::push(HistoryCommand *command)
         forgetStepsAboveIndex();
     }
     m_failed = false;
-    m_stack->push(command); // deletes the command if its first run failed
+    const QUndoCommand *before = m_macroOpen ? nullptr : top();
+    const int count = m_stack->count();
+    m_stack->push(command); // deletes the command if its first run failed, or if it merged
     const bool ok = !m_failed;
     m_failed = false;
+    if (ok && before && top() == before && m_stack->count() == count) {
+        // Merged into the step below: the model moved on under a step whose identity stayed, so
+        // neither the clean state nor a save's mark on that step may name this state any more.
+        ++m_generation;
+        if (m_cleanTop == before)
+            m_cleanValid = false;
+    }
     refreshClean();
     return ok;
 }

@@ -23,7 +23,7 @@ void OVTranscriber::setProject(Project *project)
         disconnect(m_project->timelineGroup(), nullptr, this, nullptr);
     m_project = project;
     m_open.clear();
-    m_draft.clear();
+    m_lastDraft.clear();
     if (m_project) {
         connect(m_project->timelineGroup(), &TimelineGroup::utterancesChanged, this, &OVTranscriber::onUtterancesChanged);
         connect(m_project->timelineGroup(), &TimelineGroup::timelinesChanged, this, &OVTranscriber::onUtterancesChanged);
@@ -62,6 +62,21 @@ Utterance *OVTranscriber::openUtterance() const
     return t ? t->utterance(m_open) : nullptr;
 }
 
+bool OVTranscriber::setDraft(const QString &text)
+{
+    Utterance *u = openUtterance();
+    if (!u)
+        return false;
+    m_lastDraft = text;
+    return m_requests->typeUtteranceText(u, text);
+}
+
+QString OVTranscriber::draft() const
+{
+    const Utterance *u = openUtterance();
+    return u ? u->text() : QString();
+}
+
 void OVTranscriber::onUtterancesChanged()
 {
     // Undoing the start of the utterance being written ends the writing.
@@ -71,6 +86,11 @@ void OVTranscriber::onUtterancesChanged()
     if (writing != m_wasWriting) {
         m_wasWriting = writing;
         Q_EMIT writingChanged(writing);
+    }
+    const QString text = draft();
+    if (writing && text != m_lastDraft) {
+        m_lastDraft = text;
+        Q_EMIT draftChanged(text);
     }
 }
 
@@ -144,7 +164,7 @@ OVTranscriber::Result OVTranscriber::start()
     if (!u)
         return refuse(Failed, tr("The utterance could not be started."));
     m_open = u->id();
-    m_draft.clear();
+    m_lastDraft.clear();
     m_wasWriting = true;
     Q_EMIT writingChanged(true);
     return Result{ Started, m_open, QString() };
@@ -163,12 +183,12 @@ OVTranscriber::Result OVTranscriber::finish()
     if (end < start)
         std::swap(start, end);
     end = std::max(end, start + MinimumDuration);
-    const QString text = m_draft.trimmed();
+    const QString text = u->text().trimmed();
     if (!m_requests->editUtterance(u, start, end, u->speaker(), text))
         return refuse(Failed, tr("The utterance could not be finished."));
     const Result r{ Finished, m_open, QString() };
     m_open.clear();
-    m_draft.clear();
+    m_lastDraft.clear();
     m_wasWriting = false;
     Q_EMIT writingChanged(false);
     return r;

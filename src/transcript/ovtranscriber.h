@@ -50,9 +50,11 @@ public:
     OVProject::Utterance *openUtterance() const;
     bool isWriting() const { return openUtterance() != nullptr; }
 
-    // What the coder has typed for the open utterance; it goes into the model on finish.
-    void setDraft(const QString &text) { m_draft = text; }
-    QString draft() const { return m_draft; }
+    // What the coder has typed so far for the open utterance. It goes into the model with every
+    // key (a crash must not take the line being typed with it); the keys of one utterance are
+    // one undo step. False when nothing is open or the history refused it.
+    bool setDraft(const QString &text);
+    QString draft() const;
 
     // The speaker of the next utterance: the last one used unless changed.
     QString speaker() const { return m_speaker; }
@@ -68,6 +70,8 @@ public:
 Q_SIGNALS:
     void writingChanged(bool writing);
     void speakerChanged(const QString &speaker);
+    // The open utterance's text changed other than through setDraft() (undo, redo, the table).
+    void draftChanged(const QString &text);
 
 private:
     OVProject::Timeline *timeline() const;
@@ -81,6 +85,6 @@ private:
     bool m_enabled = false;
     OVProject::Id m_open;
     bool m_wasWriting = false;
-    QString m_draft;
+    QString m_lastDraft;
     QString m_speaker;
 };

@@ -119,12 +119,29 @@ private:
 class UtteranceEditCommand : public TranscriptCommand
 {
 public:
+    // QUndoStack merges steps by a number shared by their class; no other step of the project uses one.
+    static constexpr int TypingStep = 0x7e47;
+
     UtteranceEditCommand(History *h, const Id &timelineId, const UtteranceData &before, const UtteranceData &after,
-        const QString &text)
+        const QString &text, bool typing = false)
         : TranscriptCommand(h, timelineId, text)
         , m_before(before)
         , m_after(after)
+        , m_typing(typing)
     {
+    }
+
+    int id() const override { return m_typing ? TypingStep : -1; }
+
+    bool mergeWith(const QUndoCommand *other) override
+    {
+        // Only keys typed straight after each other into the same utterance: the next key's
+        // "before" must be this step's "after", or something else changed it in between.
+        const auto *next = dynamic_cast<const UtteranceEditCommand *>(other);
+        if (!next || !next->m_typing || next->m_timelineId != m_timelineId || next->m_before != m_after)
+            return false;
+        m_after = next->m_after;
+        return true;
     }
 
 protected:
@@ -141,6 +158,7 @@ protected:
 private:
     UtteranceData m_before;
     UtteranceData m_after;
+    bool m_typing;
 };
 
 // The whole transcript of a timeline, before and after (an import, a clear).
@@ -289,6 +307,20 @@ bool OVTranscriptHistory::editUtterance(Utterance *utterance, double start, doub
     if (after == before)
         return true;
     return push(new UtteranceEditCommand(history(), ensureId(t), before, after, tr("Edit utterance")));
+}
+
+bool OVTranscriptHistory::typeUtteranceText(Utterance *utterance, const QString &text)
+{
+    Timeline *t = timelineOf(utterance);
+    if (!t)
+        return false;
+    ensureId(utterance);
+    const UtteranceData before = utteranceData(utterance);
+    UtteranceData after = before;
+    after.text = text;
+    if (after == before)
+        return true;
+    return push(new UtteranceEditCommand(history(), ensureId(t), before, after, tr("Type utterance"), true));
 }
 
 bool OVTranscriptHistory::setUtteranceText(Utterance *utterance, const QString &text)

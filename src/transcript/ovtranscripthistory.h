@@ -48,6 +48,10 @@ public:
     bool editUtterance(OVProject::Utterance *utterance, double start, double end, const QString &speaker,
         const QString &text);
     bool setUtteranceText(OVProject::Utterance *utterance, const QString &text);
+    // The text of an utterance as it is being typed, one call per key. Calls that follow each
+    // other for the same utterance become one step, so Undo takes back the typing as a whole
+    // while every key is already in the model (and in the journal).
+    bool typeUtteranceText(OVProject::Utterance *utterance, const QString &text);
     bool removeUtterances(const QList<OVProject::Utterance *> &utterances);
     // Replaces every utterance of the timeline by `utterances` as one step (an import). Rows
     // without an id get a fresh one; undo brings back the old transcript exactly, ids and order

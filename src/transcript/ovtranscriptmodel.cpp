@@ -136,14 +136,13 @@ void OVTranscriptModel::rebuild()
     m_content.reserve(m_rows.size());
     for (const Utterance *u : std::as_const(m_rows))
         m_content.append(contentOf(u));
-    m_speakers = timelineSpeakers();
-    m_speakerIndex.clear();
-    for (int i = 0; i < m_speakers.size(); ++i)
-        m_speakerIndex.insert(m_speakers.at(i), i);
+    const bool speakersMoved = updateSpeakers();
     m_highlighted.clear();
     updateMaxDuration();
     endResetModel();
     updateHighlight();
+    if (speakersMoved)
+        Q_EMIT speakersChanged();
 }
 
 void OVTranscriptModel::updateMaxDuration()
@@ -160,10 +159,8 @@ void OVTranscriptModel::onUtterancesChanged()
     // typed or edited as a change of its row (an editor open in the table stays open). Anything
     // else rebuilds.
     const QList<Utterance *> rows = visibleSorted();
-    if (timelineSpeakers() != m_speakers) {
-        rebuild();
-        return;
-    }
+    // A new speaker (or the last utterance of one gone) changes the colours, not the rows.
+    const bool speakersMoved = updateSpeakers();
     const qsizetype oldCount = m_rows.size();
     qsizetype first = 0;
     while (first < rows.size() && first < oldCount && rows.at(first) == m_rows.at(first))
@@ -196,8 +193,24 @@ void OVTranscriptModel::onUtterancesChanged()
         m_content[row] = now;
         Q_EMIT dataChanged(index(row, 0), index(row, ColumnCount - 1));
     }
+    if (speakersMoved && !m_rows.isEmpty())
+        Q_EMIT dataChanged(index(0, SpeakerColumn), index(int(m_rows.size()) - 1, SpeakerColumn), { Qt::BackgroundRole });
     updateMaxDuration();
     updateHighlight();
+    if (speakersMoved)
+        Q_EMIT speakersChanged();
+}
+
+bool OVTranscriptModel::updateSpeakers()
+{
+    QStringList speakers = timelineSpeakers();
+    if (speakers == m_speakers)
+        return false;
+    m_speakers = std::move(speakers);
+    m_speakerIndex.clear();
+    for (int i = 0; i < m_speakers.size(); ++i)
+        m_speakerIndex.insert(m_speakers.at(i), i);
+    return true;
 }
 
 int OVTranscriptModel::rowCount(const QModelIndex &parent) const
@@ -259,6 +272,10 @@ QVariant OVTranscriptModel::data(const QModelIndex &index, int role) const
 
 QVariant OVTranscriptModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
+    // The row headers are hidden: without a hint the header would lay out a number for each row
+    // whenever the table measures its rows.
+    if (orientation == Qt::Vertical && role == Qt::SizeHintRole)
+        return QSize(0, 0);
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return QAbstractTableModel::headerData(section, orientation, role);
     switch (section) {

@@ -74,6 +74,8 @@ public:
 
 Q_SIGNALS:
     void highlightChanged();
+    // speakers() changed; the rows may have stayed as they were.
+    void speakersChanged();
 
 private:
     // What a row shows, to tell which rows an announcement changed.
@@ -87,6 +89,8 @@ private:
     };
     static RowContent contentOf(const OVProject::Utterance *u);
     QStringList timelineSpeakers() const;
+    // Takes the timeline's speakers; true when they differ from before.
+    bool updateSpeakers();
     void updateMaxDuration();
     void rebuild();
     void onUtterancesChanged();

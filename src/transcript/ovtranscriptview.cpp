@@ -34,6 +34,9 @@ OVTranscriptView::OVTranscriptView(QWidget *parent) : QTableView(parent), m_mode
         m_lastFollowed = -1;
         updateRowHeights(0, m_model->rowCount() - 1);
     });
+    // A new row would otherwise keep the header's default height whatever its text.
+    connect(m_model, &QAbstractItemModel::rowsInserted, this,
+            [this](const QModelIndex &, int first, int last) { updateRowHeights(first, last); });
     connect(m_model, &QAbstractItemModel::dataChanged, this, [this](const QModelIndex &from, const QModelIndex &to) {
         if (to.column() >= OVTranscriptModel::TextColumn)
             updateRowHeights(from.row(), to.row());
@@ -42,6 +45,25 @@ OVTranscriptView::OVTranscriptView(QWidget *parent) : QTableView(parent), m_mode
         if (column == OVTranscriptModel::TextColumn && oldSize != newSize)
             updateRowHeights(0, m_model->rowCount() - 1);
     });
+}
+
+int OVTranscriptView::lineWidth(QStringView line, const QFontMetrics &fm) const
+{
+    // Shaping each line of a long transcript to find its row's height took most of the table's
+    // setup. For the alphabets whose letters do not join or combine, the sum of the letters'
+    // advances is the line's width to within kerning, which a row's height does not notice.
+    if (m_advances.isEmpty())
+        m_advances.fill(-1, CachedAdvances);
+    int width = 0;
+    for (QChar c : line) {
+        if (c.unicode() >= CachedAdvances)
+            return fm.horizontalAdvance(line.toString());
+        int &advance = m_advances[c.unicode()];
+        if (advance < 0)
+            advance = fm.horizontalAdvance(c);
+        width += advance;
+    }
+    return width;
 }
 
 int OVTranscriptView::rowHeightFor(int row) const
@@ -55,9 +77,16 @@ int OVTranscriptView::rowHeightFor(int row) const
         if (line.size() * fm.averageCharWidth() < width * 3 / 4)
             ++lines;
         else
-            lines += std::max(1, int(std::ceil(fm.horizontalAdvance(line.toString()) / double(width))));
+            lines += std::max(1, int(std::ceil(lineWidth(line, fm) / double(width))));
     }
     return std::max(1, lines) * fm.lineSpacing() + 8;
+}
+
+void OVTranscriptView::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::FontChange)
+        m_advances.clear();
+    QTableView::changeEvent(event);
 }
 
 void OVTranscriptView::updateRowHeights(int first, int last)
@@ -69,19 +98,25 @@ void OVTranscriptView::updateRowHeights(int first, int last)
         return;
     }
     QHeaderView *header = verticalHeader();
+    first = std::max(0, first);
     last = std::min(last, m_model->rowCount() - 1);
-    // The table follows each resized row on its own; for many rows one relayout at the end does.
-    const bool many = last - first > 50;
-    const QSignalBlocker quiet(many ? header : nullptr);
-    for (int row = std::max(0, first); row <= last; ++row) {
+    if (last - first > 50) {
+        // Each resizeSection() finds the row's position anew by summing the rows above it, so a
+        // row at a time is quadratic in the rows: ten thousand took over a second. The header
+        // measures all of them in one pass (through sizeHintForRow()) and lays them out once.
+        header->resizeSections(QHeaderView::ResizeToContents);
+        return;
+    }
+    for (int row = first; row <= last; ++row) {
         const int height = rowHeightFor(row);
         if (header->sectionSize(row) != height)
             header->resizeSection(row, height);
     }
-    if (many) {
-        updateGeometries();
-        viewport()->update();
-    }
+}
+
+int OVTranscriptView::sizeHintForRow(int row) const
+{
+    return row >= 0 && row < m_model->rowCount() ? rowHeightFor(row) : -1;
 }
 
 void OVTranscriptView::setProject(OVProject::Project *project)

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <QList>
 #include <QTableView>
 
 class OVTranscriptHistory;
+class QFontMetrics;
 class OVTranscriptModel;
 
 namespace OVProject {
@@ -30,11 +32,15 @@ public:
     // The selected utterances' rows, in table order.
     QList<int> selectedRows() const;
 
+    // The height of a row with its text wrapped, without laying the text out.
+    int sizeHintForRow(int row) const override;
+
 Q_SIGNALS:
     void seekRequested(double seconds);
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
+    void changeEvent(QEvent *event) override;
     void showEvent(QShowEvent *event) override;
 
 private:
@@ -42,6 +48,7 @@ private:
     void onHighlightChanged();
     void updateColumnWidths();
     int rowHeightFor(int row) const;
+    int lineWidth(QStringView line, const QFontMetrics &fm) const;
     void updateRowHeights(int first, int last);
 
     OVTranscriptModel *m_model;
@@ -49,4 +56,7 @@ private:
     bool m_following = true;
     int m_lastFollowed = -1;
     bool m_heightsStale = false;
+    // Below the combining marks, where letters are laid out one by one.
+    static constexpr char16_t CachedAdvances = 0x300;
+    mutable QList<int> m_advances;
 };

@@ -1,6 +1,7 @@
-// Codes with the keyboard in the real application under a virtual X server and kills it with
-// SIGKILL at random moments. Whatever the application had coded - it says so in its log, after
-// the change is in the model - must come back from the journal it leaves behind.
+// Codes and transcribes with the keyboard in the real application under a virtual X server and
+// kills it with SIGKILL at random moments. Whatever the application had coded - it says so in its
+// log, after the change is in the model - and the line typed for an unfinished utterance must
+// come back from the journal it leaves behind.
 #include "appsandbox.h"
 
 #include "project/label.h"
@@ -10,6 +11,7 @@
 #include "project/segment.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
+#include "project/utterance.h"
 
 #include <QRandomGenerator>
 #include <QRegularExpression>
@@ -44,6 +46,30 @@ OVProject::Segment *findSegment(OVProject::Project *p, const QString &id)
     return nullptr;
 }
 
+QString missingTool()
+{
+    for (const char *tool : { "Xvfb", "xdotool", "ffmpeg" }) {
+        if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty())
+            return QString::fromLatin1(tool);
+    }
+    return QString();
+}
+
+// A virtual X server for the application and the keys sent to it, a recording and a project.
+struct Desk
+{
+    AppSandbox box;
+    QProcess xvfb;
+    QProcessEnvironment xenv = QProcessEnvironment::systemEnvironment();
+    QString project;
+
+    ~Desk()
+    {
+        xvfb.terminate();
+        xvfb.waitForFinished(5000);
+    }
+};
+
 } // namespace
 
 class TestKillRecovery : public QObject
@@ -51,16 +77,16 @@ class TestKillRecovery : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void killedWhileCodingLosesNoCodedEvent();
+    void killedWhileTranscribingKeepsTypedText();
+
+private:
+    void setUp(Desk *desk);
 };
 
-void TestKillRecovery::killedWhileCodingLosesNoCodedEvent()
+void TestKillRecovery::setUp(Desk *desk)
 {
-    for (const char *tool : { "Xvfb", "xdotool", "ffmpeg" }) {
-        if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty())
-            QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(QString::fromLatin1(tool))));
-    }
-    AppSandbox box;
-    QProcess xvfb;
+    AppSandbox &box = desk->box;
+    QProcess &xvfb = desk->xvfb;
     xvfb.start("Xvfb", { "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp" });
     QVERIFY(xvfb.waitForStarted(10000));
     QByteArray number;
@@ -75,22 +101,33 @@ void TestKillRecovery::killedWhileCodingLosesNoCodedEvent()
     box.setEnv("USER", "coder");
     // The coder's debug lines are what tells this test which segments were coded.
     box.setEnv("QT_LOGGING_RULES", "kavot.timeline.debug=true");
-    QProcessEnvironment xenv = QProcessEnvironment::systemEnvironment();
-    xenv.insert("DISPLAY", display);
+    desk->xenv.insert("DISPLAY", display);
 
     const QString video = box.path("clip.mp4");
     QVERIFY(run("ffmpeg", { "-v", "error", "-f", "lavfi", "-i", "testsrc=size=160x120:rate=10", "-t", "120",
                             "-c:v", "mpeg4", "-y", video }));
-    const QString project = box.path("coding.kvpr");
+    desk->project = box.path("coding.kvpr");
     QVERIFY(run(AppSandbox::buildDir() + "/src/cli/kavot-cli",
-                { "new", "--video", video, "--owner", "coder", project }));
+                { "new", "--video", video, "--owner", "coder", desk->project }));
     // Double-press coding without lead times: every press opens or closes a segment now.
     QDir().mkpath(box.dataDir());
     QFile ini(box.dataDir() + "/settings.ini");
     QVERIFY(ini.open(QIODevice::WriteOnly));
     ini.write("[LabelingSettings]\nlabelingMode=2\nleadOpenTime=0\nleadCloseTime=0\n"
               "[UserInfoSettings]\nusername=coder\n");
-    ini.close();
+}
+
+void TestKillRecovery::killedWhileCodingLosesNoCodedEvent()
+{
+    if (const QString tool = missingTool(); !tool.isEmpty())
+        QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(tool)));
+    Desk desk;
+    setUp(&desk);
+    if (QTest::currentTestFailed())
+        return;
+    AppSandbox &box = desk.box;
+    const QString &project = desk.project;
+    const QProcessEnvironment &xenv = desk.xenv;
 
     const int rounds = qEnvironmentVariableIntValue("KAVOT_KILL_ROUNDS") > 0 ? qEnvironmentVariableIntValue("KAVOT_KILL_ROUNDS") : 6;
     static const QRegularExpression codedLine(
@@ -144,8 +181,43 @@ void TestKillRecovery::killedWhileCodingLosesNoCodedEvent()
     // A run in which nothing was coded would prove nothing.
     qInfo() << "coded segments:" << coded.size() << "recovered changes:" << recoveredChanges << "kills:" << rounds;
     QVERIFY2(coded.size() >= rounds, qPrintable(QString::number(coded.size())));
-    xvfb.terminate();
-    xvfb.waitForFinished(5000);
+}
+
+void TestKillRecovery::killedWhileTranscribingKeepsTypedText()
+{
+    if (const QString tool = missingTool(); !tool.isEmpty())
+        QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(tool)));
+    Desk desk;
+    setUp(&desk);
+    if (QTest::currentTestFailed())
+        return;
+    QProcess *app = desk.box.start({ desk.project });
+    QTRY_VERIFY_WITH_TIMEOUT(desk.box.log().contains("Journal started at"), 30000);
+    const QString journal = desk.box.dataDir() + "/journal.kvj";
+    // The text of the utterance being written, as a recovery now would bring it back.
+    const auto recoveredText = [&journal] {
+        OVProject::Project back;
+        if (!OVProjectJournal::recover(journal, &back).isOk())
+            return QString();
+        for (const OVProject::Timeline *t : back.timelineGroup()->timelines()) {
+            for (const OVProject::Utterance *u : t->utterances()) {
+                if (!u->text().isEmpty())
+                    return u->text();
+            }
+        }
+        return QString();
+    };
+
+    // Transcribing on, an utterance started: the keys that follow go into its line, unfinished.
+    QVERIFY(run("xdotool", { "mousemove", "640", "640", "click", "1" }, desk.xenv));
+    QVERIFY(run("xdotool", { "key", "ctrl+shift+e" }, desk.xenv));
+    QVERIFY(run("xdotool", { "key", "ctrl+shift+Return" }, desk.xenv));
+    const QString typed = QStringLiteral("so we went back there");
+    QVERIFY(run("xdotool", { "type", "--delay", "30", typed }, desk.xenv));
+    QTRY_COMPARE_WITH_TIMEOUT(recoveredText(), typed, 20000);
+    ::kill(pid_t(app->processId()), SIGKILL);
+    QVERIFY(app->waitForFinished(10000));
+    QCOMPARE(recoveredText(), typed);
 }
 
 QTEST_GUILESS_MAIN(TestKillRecovery)

@@ -1,14 +1,19 @@
 #include "project/history.h"
+#include "project/ovprojectjournal.h"
 #include "project/project.h"
 #include "project/state.h"
 #include "project/timeline.h"
+#include "project/timelinegroup.h"
 #include "project/utterance.h"
 #include "transcript/ovtranscriber.h"
 #include "transcript/ovtranscripthistory.h"
 #include "transcript/ovtranscriptloop.h"
 #include "transcript/ovtranscriptmodel.h"
+#include "transcript/ovtranscriptview.h"
 
+#include <QHeaderView>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace OVProject;
@@ -48,11 +53,17 @@ class TstTranscriptView : public QObject
 private Q_SLOTS:
     void sharedKeyDecidesByState_data();
     void sharedKeyDecidesByState();
+    void typedTextIsInModelAsOneStep_data();
+    void typedTextIsInModelAsOneStep();
     void loopWindowStaysInRecording_data();
     void loopWindowStaysInRecording();
     void highlightFollowsPosition_data();
     void highlightFollowsPosition();
+    void speakerSetChangesWithoutReset_data();
+    void speakerSetChangesWithoutReset();
     void editInTableIsUndoable();
+    void rowsAsTallAsTheirText_data();
+    void rowsAsTallAsTheirText();
     void wrapsAtTextWidth_data();
     void wrapsAtTextWidth();
 };
@@ -121,6 +132,75 @@ void TstTranscriptView::sharedKeyDecidesByState()
     }
     QCOMPARE(utteranceList(t), utterances);
     QCOMPARE(OVTranscriptHistory::checkConsistency(&project), QString());
+}
+
+void TstTranscriptView::typedTextIsInModelAsOneStep_data()
+{
+    QTest::addColumn<QString>("steps"); // "k:<text so far>" a key, "save", "edit" another utterance
+    QTest::addColumn<int>("newSteps");
+    QTest::addColumn<QString>("afterUndo");
+
+    QTest::newRow("keys of one utterance") << "k:h;k:he;k:hel;k:hell" << 1 << "";
+    QTest::newRow("keys after a save") << "k:h;save;k:hi" << 1 << "";
+    QTest::newRow("another change between keys") << "k:a;edit;k:ab;k:abc" << 3 << "a";
+    QTest::newRow("typed and rubbed out") << "k:x;k:xy;k:x" << 1 << "";
+}
+
+void TstTranscriptView::typedTextIsInModelAsOneStep()
+{
+    QFETCH(QString, steps);
+    QFETCH(int, newSteps);
+    QFETCH(QString, afterUndo);
+
+    QTemporaryDir dir;
+    Project project;
+    Timeline *t = project.startNew(QStringLiteral("alice"));
+    addUtterances(t, { "bob 1 2 earlier" });
+    OVProjectJournal journal;
+    const QString journalPath = dir.filePath(QStringLiteral("journal.kvj"));
+    QVERIFY(journal.start(journalPath, &project, QString(), true).isOk());
+    OVTranscriptHistory requests;
+    requests.setProject(&project);
+    OVTranscriber transcriber(&requests);
+    transcriber.setProject(&project);
+    transcriber.setEnabled(true);
+    project.state()->setCurrentPos(10.0);
+    QVERIFY(transcriber.startOrFinish().changed());
+    Utterance *open = transcriber.openUtterance();
+    QVERIFY(open);
+    const int before = project.history()->count();
+
+    for (const QString &step : steps.split(QLatin1Char(';'))) {
+        if (step == QLatin1String("save")) {
+            project.history()->setClean();
+        } else if (step == QLatin1String("edit")) {
+            QVERIFY(requests.setUtteranceText(t->utterance(QStringLiteral("u0")), QStringLiteral("edited")));
+        } else {
+            const QString text = step.mid(2);
+            QVERIFY(transcriber.setDraft(text));
+            // Every key is in the model at once, not only when the utterance is finished.
+            QCOMPARE(open->text(), text);
+        }
+    }
+    QCOMPARE(project.history()->count() - before, newSteps);
+    QVERIFY(!project.history()->isClean());
+
+    // What a killed session leaves behind holds the line being typed.
+    Project back;
+    QVERIFY(OVProjectJournal::recover(journalPath, &back).isOk());
+    const Timeline *backTimeline = back.timelineGroup()->timeline(t->id());
+    QVERIFY(backTimeline);
+    const Utterance *recovered = backTimeline->utterance(open->id());
+    QVERIFY(recovered);
+    QCOMPARE(recovered->text(), open->text());
+
+    QSignalSpy draft(&transcriber, &OVTranscriber::draftChanged);
+    QVERIFY(project.history()->undo());
+    QVERIFY(transcriber.isWriting());
+    QCOMPARE(open->text(), afterUndo);
+    QCOMPARE(transcriber.draft(), afterUndo);
+    QCOMPARE(draft.size(), 1);
+    QCOMPARE(draft.first().at(0).toString(), afterUndo);
 }
 
 void TstTranscriptView::loopWindowStaysInRecording_data()
@@ -240,6 +320,56 @@ void TstTranscriptView::highlightFollowsPosition()
         QCOMPARE(model.index(row, OVTranscriptModel::TextColumn).data(), fresh.index(row, OVTranscriptModel::TextColumn).data());
 }
 
+void TstTranscriptView::speakerSetChangesWithoutReset_data()
+{
+    QTest::addColumn<QString>("change");
+    QTest::addColumn<QStringList>("speakers");
+
+    QTest::newRow("new speaker first in order") << "add aaron" << QStringList{ "aaron", "ann", "bob", "cy" };
+    QTest::newRow("last utterance of a speaker removed") << "remove u3" << QStringList{ "ann", "bob" };
+    QTest::newRow("speaker renamed") << "rename u1 zed" << QStringList{ "ann", "bob", "cy", "zed" };
+}
+
+void TstTranscriptView::speakerSetChangesWithoutReset()
+{
+    QFETCH(QString, change);
+    QFETCH(QStringList, speakers);
+
+    Project project;
+    Timeline *t = project.startNew(QStringLiteral("alice"));
+    addUtterances(t, { "ann 0 4 one", "bob 3 6 two", "ann 7 9 three", "cy 10 11 four", "bob 12 13 five" });
+    OVTranscriptHistory requests;
+    requests.setProject(&project);
+    OVTranscriptModel model;
+    model.setProject(&project);
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    QSignalSpy speakersChanged(&model, &OVTranscriptModel::speakersChanged);
+
+    const QStringList f = change.split(QLatin1Char(' '));
+    if (f.at(0) == QLatin1String("add"))
+        QVERIFY(requests.addUtterance(t, 5.0, 5.5, f.at(1), QStringLiteral("new")));
+    else if (f.at(0) == QLatin1String("remove"))
+        QVERIFY(requests.removeUtterances({ t->utterance(f.at(1)) }));
+    else if (f.at(0) == QLatin1String("rename")) {
+        Utterance *u = t->utterance(f.at(1));
+        QVERIFY(requests.editUtterance(u, u->startTime(), u->endTime(), f.at(2), u->text()));
+    }
+
+    // A long transcript laid out anew for a speaker more or less loses the scroll and an open editor.
+    QCOMPARE(reset.size(), 0);
+    QCOMPARE(model.speakers(), speakers);
+    QCOMPARE(speakersChanged.size(), 1);
+    OVTranscriptModel fresh;
+    fresh.setProject(&project);
+    QCOMPARE(model.rowCount(), fresh.rowCount());
+    for (int row = 0; row < model.rowCount(); ++row) {
+        for (int column : { int(OVTranscriptModel::SpeakerColumn), int(OVTranscriptModel::TextColumn) }) {
+            QCOMPARE(model.index(row, column).data(), fresh.index(row, column).data());
+            QCOMPARE(model.index(row, column).data(Qt::BackgroundRole), fresh.index(row, column).data(Qt::BackgroundRole));
+        }
+    }
+}
+
 void TstTranscriptView::editInTableIsUndoable()
 {
     Project project;
@@ -272,6 +402,55 @@ void TstTranscriptView::editInTableIsUndoable()
     QCOMPARE(model.utterance(1)->text(), QStringLiteral("later"));
     // Times and speakers are not edited in the table.
     QVERIFY(!model.setData(model.index(0, OVTranscriptModel::StartColumn), 3.0));
+}
+
+void TstTranscriptView::rowsAsTallAsTheirText_data()
+{
+    QTest::addColumn<int>("count");
+    // Few rows are sized one by one, many in one pass.
+    QTest::newRow("a few rows") << 4;
+    QTest::newRow("many rows") << 240;
+}
+
+void TstTranscriptView::rowsAsTallAsTheirText()
+{
+    QFETCH(int, count);
+    const QString latin = QStringLiteral("so we went back there and looked again ").repeated(6);
+    const QString greek = QStringLiteral("και πήγαμε πάλι εκεί να δούμε ").repeated(6);
+    const QString devanagari = QStringLiteral("हम फिर वहाँ गए और देखा ").repeated(8);
+    QStringList rows;
+    for (int i = 0; i < count; ++i) {
+        const QString &text = i % 4 == 0 ? latin : i % 4 == 1 ? greek : i % 4 == 2 ? devanagari : QStringLiteral("yes");
+        rows << QStringLiteral("s%1 %2 %3 %4").arg(i % 3).arg(i * 2).arg(i * 2 + 1).arg(text);
+    }
+    Project project;
+    Timeline *t = project.startNew(QStringLiteral("alice"));
+    addUtterances(t, rows);
+    OVTranscriptHistory requests;
+    requests.setProject(&project);
+    OVTranscriptView view;
+    view.setRequests(&requests);
+    view.resize(600, 400);
+    view.setProject(&project);
+    view.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&view));
+
+    const int oneLine = view.fontMetrics().lineSpacing() + 8;
+    const auto check = [&] {
+        for (int row = 0; row < view.transcriptModel()->rowCount(); ++row) {
+            const int height = view.rowHeight(row);
+            QVERIFY2(height == view.sizeHintForRow(row), qPrintable(QStringLiteral("row %1: %2 high, %3 wanted, column %4: %5").arg(row).arg(height).arg(view.sizeHintForRow(row)).arg(view.columnWidth(3)).arg(view.transcriptModel()->utterance(row)->text().left(20))));
+            const QString text = view.transcriptModel()->utterance(row)->text();
+            // Each long text needs several lines in a column narrower than the window.
+            QVERIFY2(text.size() > 100 ? height >= 3 * oneLine - 16 : height == oneLine, qPrintable(text));
+        }
+    };
+    check();
+    // A text typed longer grows its row; a new speaker leaves every other row as it was.
+    Utterance *shortOne = t->utterance(QStringLiteral("u3"));
+    QVERIFY(requests.setUtteranceText(shortOne, latin));
+    QVERIFY(requests.addUtterance(t, 0.5, 0.7, QStringLiteral("newcomer"), QStringLiteral("hi")));
+    check();
 }
 
 void TstTranscriptView::wrapsAtTextWidth_data()
