@@ -92,6 +92,9 @@ OVTranscriptPanel::OVTranscriptPanel(KVMainWindow *window)
 
     m_dock = new QDockWidget(tr("Transcript"), window);
     m_dock->setObjectName(QStringLiteral("dw_transcript"));
+    // The main window's black shows through a dock that paints nothing, and the labels and the
+    // dock's title, drawn in the window text colour, vanish into it.
+    m_dock->setAutoFillBackground(true);
     m_dock->setWidget(this);
     window->addDockWidget(Qt::RightDockWidgetArea, m_dock);
     m_dock->hide();
@@ -168,6 +171,7 @@ OVTranscriptPanel::OVTranscriptPanel(KVMainWindow *window)
     }
     connect(window, &KVMainWindow::projectOpened, this, &OVTranscriptPanel::onProjectOpened);
     connect(window, &KVMainWindow::projectClosed, this, &OVTranscriptPanel::onProjectClosed);
+    updateSpeakerChoices();
     m_speaker->setCurrentText(m_transcriber->speaker());
     onWritingChanged(false);
     if (window->project())
@@ -268,13 +272,16 @@ void OVTranscriptPanel::updateStatus()
     const int shown = model->rowCount();
     const qsizetype all = model->timeline() ? model->timeline()->utterances().size() : 0;
     const qsizetype speakers = model->speakers().size();
+    // The messages are not translated yet: English plurals here.
+    const QString utterances = all == 1 ? tr("1 utterance") : tr("%1 utterances").arg(all);
+    const QString speakerCount = speakers == 1 ? tr("1 speaker") : tr("%1 speakers").arg(speakers);
     QString counts;
     if (!m_project)
         counts = tr("No project is open.");
     else if (shown == all)
-        counts = tr("%n utterance(s)", nullptr, shown) + tr(", %n speaker(s).", nullptr, int(speakers));
+        counts = tr("%1, %2.").arg(utterances, speakerCount);
     else
-        counts = tr("%1 of %n utterance(s) shown", nullptr, int(all)).arg(shown) + tr(", %n speaker(s).", nullptr, int(speakers));
+        counts = tr("%1 of %2 shown, %3.").arg(shown).arg(utterances, speakerCount);
 
     QString state;
     const QString key = shortcutText(R::StartNewUtterance);

@@ -7,7 +7,7 @@
 #include <QHeaderView>
 #include <QKeyEvent>
 
-#include <cmath>
+#include <algorithm>
 
 OVTranscriptView::OVTranscriptView(QWidget *parent) : QTableView(parent), m_model(new OVTranscriptModel(this))
 {
@@ -47,17 +47,16 @@ OVTranscriptView::OVTranscriptView(QWidget *parent) : QTableView(parent), m_mode
     });
 }
 
-int OVTranscriptView::lineWidth(QStringView line, const QFontMetrics &fm) const
+int OVTranscriptView::textWidth(QStringView text, const QFontMetrics &fm) const
 {
     // Shaping each line of a long transcript to find its row's height took most of the table's
-    // setup. For the alphabets whose letters do not join or combine, the sum of the letters'
-    // advances is the line's width to within kerning, which a row's height does not notice.
+    // setup. For the alphabets whose letters do not join or combine (the callers see to it), the
+    // sum of the letters' advances is the width to within kerning, which a row's height does not
+    // notice.
     if (m_advances.isEmpty())
         m_advances.fill(-1, CachedAdvances);
     int width = 0;
-    for (QChar c : line) {
-        if (c.unicode() >= CachedAdvances)
-            return fm.horizontalAdvance(line.toString());
+    for (QChar c : text) {
         int &advance = m_advances[c.unicode()];
         if (advance < 0)
             advance = fm.horizontalAdvance(c);
@@ -66,20 +65,50 @@ int OVTranscriptView::lineWidth(QStringView line, const QFontMetrics &fm) const
     return width;
 }
 
+int OVTranscriptView::wrappedLines(QStringView line, int width, const QFontMetrics &fm) const
+{
+    // As the delegate wraps: at spaces, a word wider than the column on lines of its own.
+    const int space = textWidth(u" ", fm);
+    int lines = 1;
+    int used = 0;
+    for (QStringView word : line.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        const int w = textWidth(word, fm);
+        if (used > 0 && used + space + w <= width) {
+            used += space + w;
+            continue;
+        }
+        if (used > 0)
+            ++lines;
+        lines += (w - 1) / width;
+        used = w - (w - 1) / width * width;
+    }
+    return lines;
+}
+
+int OVTranscriptView::lineHeight(QStringView line, int width, const QFontMetrics &fm) const
+{
+    const bool simple = std::all_of(line.cbegin(), line.cend(), [](QChar c) { return c.unicode() < CachedAdvances; });
+    if (!simple) {
+        // Other scripts may come from a fallback font with a line height of its own: laid out
+        // for real.
+        return fm.boundingRect(QRect(0, 0, width, 1 << 24), Qt::TextWordWrap, line.toString()).height();
+    }
+    // Most lines plainly fit; only the doubtful ones are measured.
+    if (line.size() * fm.averageCharWidth() < width / 2)
+        return fm.lineSpacing();
+    return wrappedLines(line, width, fm) * fm.lineSpacing();
+}
+
 int OVTranscriptView::rowHeightFor(int row) const
 {
     const QFontMetrics fm(font());
     const QString text = m_model->index(row, OVTranscriptModel::TextColumn).data().toString();
-    const int width = std::max(1, columnWidth(OVTranscriptModel::TextColumn) - 8);
-    int lines = 0;
-    for (QStringView line : QStringView(text).split(QLatin1Char('\n'))) {
-        // Most lines plainly fit; only the doubtful ones are measured.
-        if (line.size() * fm.averageCharWidth() < width * 3 / 4)
-            ++lines;
-        else
-            lines += std::max(1, int(std::ceil(lineWidth(line, fm) / double(width))));
-    }
-    return std::max(1, lines) * fm.lineSpacing() + 8;
+    // The cell's margins, and room for the caret of an editor.
+    const int width = std::max(1, columnWidth(OVTranscriptModel::TextColumn) - 12);
+    int height = 0;
+    for (QStringView line : QStringView(text).split(QLatin1Char('\n')))
+        height += lineHeight(line, width, fm);
+    return std::max(height, fm.lineSpacing()) + 8;
 }
 
 void OVTranscriptView::changeEvent(QEvent *event)

@@ -48,7 +48,9 @@ private:
     void onHighlightChanged();
     void updateColumnWidths();
     int rowHeightFor(int row) const;
-    int lineWidth(QStringView line, const QFontMetrics &fm) const;
+    int textWidth(QStringView text, const QFontMetrics &fm) const;
+    int wrappedLines(QStringView line, int width, const QFontMetrics &fm) const;
+    int lineHeight(QStringView line, int width, const QFontMetrics &fm) const;
     void updateRowHeights(int first, int last);
 
     OVTranscriptModel *m_model;

@@ -46,15 +46,6 @@ OVProject::Segment *findSegment(OVProject::Project *p, const QString &id)
     return nullptr;
 }
 
-QString missingTool()
-{
-    for (const char *tool : { "Xvfb", "xdotool", "ffmpeg" }) {
-        if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty())
-            return QString::fromLatin1(tool);
-    }
-    return QString();
-}
-
 // A virtual X server for the application and the keys sent to it, a recording and a project.
 struct Desk
 {
@@ -76,12 +67,21 @@ class TestKillRecovery : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void init();
     void killedWhileCodingLosesNoCodedEvent();
     void killedWhileTranscribingKeepsTypedText();
 
 private:
     void setUp(Desk *desk);
 };
+
+void TestKillRecovery::init()
+{
+    for (const char *tool : { "Xvfb", "xdotool", "ffmpeg" }) {
+        if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty())
+            QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(QString::fromLatin1(tool))));
+    }
+}
 
 void TestKillRecovery::setUp(Desk *desk)
 {
@@ -119,8 +119,6 @@ void TestKillRecovery::setUp(Desk *desk)
 
 void TestKillRecovery::killedWhileCodingLosesNoCodedEvent()
 {
-    if (const QString tool = missingTool(); !tool.isEmpty())
-        QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(tool)));
     Desk desk;
     setUp(&desk);
     if (QTest::currentTestFailed())
@@ -185,8 +183,6 @@ void TestKillRecovery::killedWhileCodingLosesNoCodedEvent()
 
 void TestKillRecovery::killedWhileTranscribingKeepsTypedText()
 {
-    if (const QString tool = missingTool(); !tool.isEmpty())
-        QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(tool)));
     Desk desk;
     setUp(&desk);
     if (QTest::currentTestFailed())

@@ -441,8 +441,13 @@ void TstTranscriptView::rowsAsTallAsTheirText()
             const int height = view.rowHeight(row);
             QVERIFY2(height == view.sizeHintForRow(row), qPrintable(QStringLiteral("row %1: %2 high, %3 wanted, column %4: %5").arg(row).arg(height).arg(view.sizeHintForRow(row)).arg(view.columnWidth(3)).arg(view.transcriptModel()->utterance(row)->text().left(20))));
             const QString text = view.transcriptModel()->utterance(row)->text();
-            // Each long text needs several lines in a column narrower than the window.
+            // Each long text needs several lines in a column narrower than the window, and none
+            // may be cut off.
             QVERIFY2(text.size() > 100 ? height >= 3 * oneLine - 16 : height == oneLine, qPrintable(text));
+            const QString shown = view.transcriptModel()->index(row, OVTranscriptModel::TextColumn).data().toString();
+            const QRect laidOut = view.fontMetrics().boundingRect(
+                QRect(0, 0, view.columnWidth(OVTranscriptModel::TextColumn) - 8, 100000), Qt::TextWordWrap, shown);
+            QVERIFY2(laidOut.height() <= height - 8, qPrintable(QStringLiteral("row %1: %2 high for text %3 high").arg(row).arg(height).arg(laidOut.height())));
         }
     };
     check();
