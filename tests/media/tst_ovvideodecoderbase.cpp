@@ -91,8 +91,7 @@ void TestOVVideoDecoderBase::initTestCase()
         { "ps4s.mpg", { "-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=4", "-f", "lavfi", "-i",
                         "sine=frequency=440:duration=4", "-c:v", "mpeg1video", "-g", "25", "-c:a", "libmp3lame",
                         "-f", "mpeg" } },
-        { "plain.mp4", kVideo2s + QStringList { "-c:v", "mpeg4" } },
-        { "rotated.mp4", { "-i", file("plain.mp4"), "-c", "copy", "-metadata:s:v:0", "rotate=90" } },
+        { "rotated.mp4", { "-i", file("video.mp4"), "-c", "copy", "-metadata:s:v:0", "rotate=90" } },
         { "va.mkv", kVideo2s + QStringList { "-f", "lavfi", "-i", "sine=duration=2", "-c:v", "mpeg4", "-c:a", "flac" } },
         // The noise filter garbles the audio packets only; their headers then fail to parse.
         { "damaged-audio.mkv", { "-i", file("va.mkv"), "-c", "copy", "-bsf:a", "noise=amount=2" } },
@@ -390,7 +389,7 @@ void TestOVVideoDecoderBase::badInput_data()
     QTest::newRow("empty file") << "empty.mp4" << QByteArray("") << 3 << 3 << openFailed;
 
     // Cut in the middle: the index at the end of an MP4 is gone.
-    const QByteArray whole = readAll(file("plain.mp4"));
+    const QByteArray whole = readAll(file("video.mp4"));
     QTest::newRow("truncated mp4") << "cut.mp4" << whole.left(whole.size() / 2) << 3 << 3 << openFailed;
 
     const QByteArray text = QByteArray("This is a plain text file that only pretends to be a video.\n").repeated(200);
