@@ -33,7 +33,7 @@ void TestCliTranscript::initTestCase()
 {
     QVERIFY(m_dir.isValid());
     Project p;
-    Timeline *anna = p.startNew(QStringLiteral("anna"));
+    p.startNew(QStringLiteral("anna"));
     Timeline *bert = p.createTimeline(QStringLiteral("bert"));
     p.setVideoLength(60.0);
     for (const auto &[start, speaker, text] : { std::tuple { 1.0, "Ana", "hello, there" }, std::tuple { 3.5, "Bob", "ciao" } }) {
@@ -45,7 +45,6 @@ void TestCliTranscript::initTestCase()
         bert->addUtterance(u);
     }
     bert->labels().at(0)->addSegment(new Segment(10.0, 12.5, BaseNode::newId()));
-    Q_UNUSED(anna);
     m_project = m_dir.filePath(QStringLiteral("p.kvpr"));
     QVERIFY(OVLocalFileStorage().save(m_project, &p).isOk());
     QFile damaged(m_dir.filePath(QStringLiteral("bad.csv")));
