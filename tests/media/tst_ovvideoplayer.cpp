@@ -371,10 +371,7 @@ private Q_SLOTS:
         QVERIFY(!player.openError().message().isEmpty());
 
         const QString junk = m_dir.filePath(QStringLiteral("junk.mp4"));
-        QFile f(junk);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray(4096, 'x'));
-        f.close();
+        QVERIFY(MediaTest::writeFile(junk, QByteArray(4096, 'x')));
         QSignalSpy init(&player, &OVVideoDecoderBase::initFinished);
         QVERIFY(player.open(junk));
         QVERIFY(init.wait(20000) || init.count() == 1);
