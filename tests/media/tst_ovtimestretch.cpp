@@ -34,7 +34,7 @@ private Q_SLOTS:
         // 3 -> 1 at 0.5 (trunc 1.5): every input lands on place 0, the last wins.
         QTest::newRow("0.5 odd") << 0.5 << Samples{5, 6, 7, 8, 9, 10} << Samples{9, 10};
         QTest::newRow("empty") << 2.0 << Samples{} << Samples{};
-        QTest::newRow("no sane factor") << 0.0 << in4 << Samples{};
+        QTest::newRow("no sane factor") << -1.0 << in4 << Samples{};
     }
     void stretch()
     {
