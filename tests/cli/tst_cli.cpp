@@ -110,6 +110,8 @@ private Q_SLOTS:
         QFETCH(int, code);
         QFETCH(QString, message);
         const QString path = m_dir.filePath(name);
+        if (message.contains(QLatin1String("%1")))
+            message = message.arg(path);
         QFile::remove(path);
         if (bytes.isEmpty() && code == 0) {
             Project p;
@@ -127,12 +129,12 @@ private Q_SLOTS:
         }
         const CliRun r = runCli({ QStringLiteral("check"), path });
         QCOMPARE(r.code, code);
-        QCOMPARE(QString::fromUtf8(r.out).trimmed(), message.arg(path));
+        QCOMPARE(QString::fromUtf8(r.out).trimmed(), message);
         // dump reads through the same reader: it refuses exactly what check refuses.
         const CliRun d = runCli({ QStringLiteral("dump"), path });
         QCOMPARE(d.code, code);
         if (code != 0)
-            QCOMPARE(QString::fromUtf8(d.err).trimmed(), message.arg(path));
+            QCOMPARE(QString::fromUtf8(d.err).trimmed(), message);
         else
             QVERIFY2(d.out.contains("\"12.346\""), d.out.constData()); // the segment, times as written
     }
