@@ -24,6 +24,14 @@ const QColor kSpeakerColors[] = {
     QColor(0xF8, 0xA5, 0x1B), QColor(0xB0, 0x9C, 0xD4),
 };
 const QColor kHighlight(255, 236, 140);
+
+// Qt 6.4 compares lists of plain values with memcmp, also two empty ones of which one has no
+// storage: a null pointer where memcmp requires none (UBSan reports it).
+template<typename T>
+bool sameItems(const QList<T> &a, const QList<T> &b)
+{
+    return std::equal(a.cbegin(), a.cend(), b.cbegin(), b.cend());
+}
 } // namespace
 
 OVTranscriptModel::OVTranscriptModel(QObject *parent) : QAbstractTableModel(parent) {}
@@ -182,7 +190,7 @@ void OVTranscriptModel::onUtterancesChanged()
         m_rows.remove(first);
         m_content.remove(first);
         endRemoveRows();
-    } else if (rows != m_rows) {
+    } else if (!sameItems(rows, m_rows)) {
         rebuild();
         return;
     }
@@ -347,7 +355,7 @@ void OVTranscriptModel::updateHighlight()
         if (m_position < u->endTime())
             rows.prepend(i);
     }
-    if (rows == m_highlighted)
+    if (sameItems(rows, m_highlighted))
         return;
     const QList<int> old = std::exchange(m_highlighted, rows);
     for (int r : old)
