@@ -107,6 +107,8 @@ private Q_SLOTS:
         QTest::addColumn<bool>("afterEnd");
         QTest::newRow("forward past a keyframe, paused") << 4.52 << true << false;
         QTest::newRow("backward") << 0.5 << false << false;
+        // Only the last picture (5.96 s) lies past the target: there is no second one to pause on.
+        QTest::newRow("onto the last picture, paused") << 5.95 << true << false;
         QTest::newRow("after the end") << 1.0 << false << true;
     }
     void seekWithoutAutoStart()
