@@ -157,6 +157,8 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     setCentralWidget(m_mainSplitter);
     m_recordingWaveforms = new OVRecordingWaveforms(m_timeline->timelineWidget(),
                                                     m_actions->action(OVActionRegistry::Waveforms), this);
+    if (m_settings)
+        m_recordingWaveforms->setSettings(m_settings->ui());
 
     m_logDock = new QDockWidget(tr("Log"), this);
     m_logDock->setObjectName(QStringLiteral("dw_log"));
@@ -242,6 +244,8 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::ProjectDetails), &QAction::triggered, this, &KVMainWindow::onShowProjectDetails);
     connect(m_actions->action(R::OpenBackupFolder), &QAction::triggered, this, &KVMainWindow::openBackupFolder);
     m_audioTracks = new OVAudioTrackFlow(this, m_player);
+    if (m_settings)
+        m_audioTracks->setSettings(m_settings->ui());
     connect(m_actions->action(R::AddAudioTrack), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::addAudioTrack);
     connect(m_actions->action(R::EditAudioTracks), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::editAudioTracks);
     // The file has other streams now: the strip under the timeline shows them afresh.
@@ -518,6 +522,7 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     const QString video = m_project->videoPath();
     if (!video.isEmpty() && QFileInfo::exists(video)) {
         m_playerStack->setCurrentWidget(m_player);
+        m_audioTracks->restoreAudioStream(video);
         m_player->openMedia(video);
     }
 }
@@ -632,6 +637,7 @@ bool KVMainWindow::loadProject(const QString &path)
             // Back where the coder left it, and paused there: nothing runs past unseen.
             const double position = m_settings ? m_settings->recentProjects()->lastPosition(m_projectPath) : 0.0;
             m_playerStack->setCurrentWidget(m_player);
+            m_audioTracks->restoreAudioStream(video);
             m_player->openMedia(video, position, position > 0.0);
         } else
             showError(tr("Open Project"), tr("The project's video or audio file was not found:\n%1").arg(video));
@@ -1033,6 +1039,7 @@ bool KVMainWindow::openVideo(const QString &path)
     qCInfo(lcApp).noquote() << "Opening video or audio" << absolute;
     // The project keeps its recording (and it plays on) until the new one has started.
     m_pendingVideoPath = absolute;
+    m_audioTracks->restoreAudioStream(absolute);
     if (!m_player->openMedia(absolute)) {
         m_pendingVideoPath.clear();
         return false;
