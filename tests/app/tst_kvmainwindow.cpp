@@ -686,6 +686,42 @@ private Q_SLOTS:
                                  20000);
     }
 
+    void aBackupFolderThatCannotBeWrittenIsToldOnce_data()
+    {
+        QTest::addColumn<bool>("toldAtStart");
+        QTest::newRow("found by a save") << false;
+        QTest::newRow("data folder told at start") << true;
+    }
+    void aBackupFolderThatCannotBeWrittenIsToldOnce()
+    {
+        QFETCH(bool, toldAtStart);
+        QTemporaryDir dir;
+        // A file where the backup folder should be: no save can keep the version it replaces.
+        const QString backups = OVLocalFileStorage::backupFolder();
+        QVERIFY(QDir().mkpath(QFileInfo(backups).absolutePath()));
+        QDir(backups).removeRecursively();
+        QFile blocker(backups);
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        TestWindow w(nullptr);
+        w.setDataFolder(dir.path());
+        if (toldAtStart)
+            w.notifyDataFolderProblem("data folder");
+        w.onNewProject();
+        w.savePath = dir.path() + "/study.kvpr";
+        QVERIFY(w.onSaveProjectAs());
+        QVERIFY(w.waitForSaves());
+        for (int i = 0; i < 3; ++i) {
+            w.project()->timelineGroup()->timelines().first()->labels().first()->setName(QString("Gaze %1").arg(i));
+            QVERIFY(w.onSaveProject());
+            QVERIFY(w.waitForSaves());
+        }
+        QFile::remove(backups);
+        QCOMPARE(w.errors.size(), 1);
+        QVERIFY2(w.errors.first().contains(toldAtStart ? "data folder" : "could not be kept"), qPrintable(w.errors.first()));
+        QVERIFY(!w.isProjectModified());
+    }
+
     void openingMissingFilesSaysSo()
     {
         TestWindow w(nullptr);
