@@ -157,6 +157,8 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     setCentralWidget(m_mainSplitter);
     m_recordingWaveforms = new OVRecordingWaveforms(m_timeline->timelineWidget(),
                                                     m_actions->action(OVActionRegistry::Waveforms), this);
+    if (m_settings)
+        m_recordingWaveforms->setSettings(m_settings->ui());
 
     m_logDock = new QDockWidget(tr("Log"), this);
     m_logDock->setObjectName(QStringLiteral("dw_log"));
@@ -246,6 +248,8 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::ProjectDetails), &QAction::triggered, this, &KVMainWindow::onShowProjectDetails);
     connect(m_actions->action(R::OpenBackupFolder), &QAction::triggered, this, &KVMainWindow::openBackupFolder);
     m_audioTracks = new OVAudioTrackFlow(this, m_player);
+    if (m_settings)
+        m_audioTracks->setSettings(m_settings->ui());
     connect(m_actions->action(R::AddAudioTrack), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::addAudioTrack);
     connect(m_actions->action(R::EditAudioTracks), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::editAudioTracks);
     // The file has other streams now: the strip under the timeline shows them afresh.
@@ -530,6 +534,7 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
         if (position < 0.0)
             position = m_settings && !m_projectPath.isEmpty() ? m_settings->recentProjects()->lastPosition(m_projectPath) : 0.0;
         m_playerStack->setCurrentWidget(m_player);
+        m_audioTracks->restoreAudioStream(video);
         m_player->openMedia(video, position, position > 0.0);
         m_journal->notePosition(position);
     }
@@ -652,6 +657,7 @@ bool KVMainWindow::loadProject(const QString &path)
             // Back where the coder left it, and paused there: nothing runs past unseen.
             const double position = m_settings ? m_settings->recentProjects()->lastPosition(m_projectPath) : 0.0;
             m_playerStack->setCurrentWidget(m_player);
+            m_audioTracks->restoreAudioStream(video);
             m_player->openMedia(video, position, position > 0.0);
             m_journal->notePosition(position);
         } else
@@ -1067,6 +1073,7 @@ bool KVMainWindow::openVideo(const QString &path)
     qCInfo(lcApp).noquote() << "Opening video or audio" << absolute;
     // The project keeps its recording (and it plays on) until the new one has started.
     m_pendingVideoPath = absolute;
+    m_audioTracks->restoreAudioStream(absolute);
     if (!m_player->openMedia(absolute)) {
         m_pendingVideoPath.clear();
         return false;

@@ -59,14 +59,12 @@ private Q_SLOTS:
                                           args("-f lavfi -i sine=frequency=440:sample_rate=44100:duration=4"));
     }
 
-    // The position rules seen from outside: 0 before anything runs, the target while a seek is
-    // under way, frozen while paused, 0 again once closed (wall time while playing: realPlayback).
+    // The position rules seen from outside: the target while a seek is under way, frozen while
+    // paused, 0 once closed (wall time while playing: realPlayback).
     void clockRules()
     {
         OVVideoPlayer player;
         player.setAudioOutputEnabled(false);
-        QCOMPARE(player.position(), 0.0);
-        QCOMPARE(player.state(), OVVideoPlayer::Stopped);
         QSignalSpy init(&player, &OVVideoDecoderBase::initFinished);
         QVERIFY(player.open(need(m_clip)));
         QVERIFY(init.wait(20000) || init.count() == 1);
@@ -360,8 +358,6 @@ private Q_SLOTS:
         QTest::qWait(200);
         QCOMPARE(puller.shown, 1);
         QTRY_VERIFY_WITH_TIMEOUT(player.position() > 1.0, 20000);
-        player.seek(3.0);
-        QTRY_VERIFY_WITH_TIMEOUT(player.position() > 3.2, 20000);
         QVERIFY(finished.wait(20000) || finished.count() == 1);
     }
 
@@ -375,10 +371,7 @@ private Q_SLOTS:
         QVERIFY(!player.openError().message().isEmpty());
 
         const QString junk = m_dir.filePath(QStringLiteral("junk.mp4"));
-        QFile f(junk);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray(4096, 'x'));
-        f.close();
+        QVERIFY(MediaTest::writeFile(junk, QByteArray(4096, 'x')));
         QSignalSpy init(&player, &OVVideoDecoderBase::initFinished);
         QVERIFY(player.open(junk));
         QVERIFY(init.wait(20000) || init.count() == 1);
