@@ -644,6 +644,87 @@ private Q_SLOTS:
         QVERIFY(!w.project());
     }
 
+    void recoveredWorkStartsWhereTheRecordingStood()
+    {
+        QTemporaryDir dir;
+        const QString clip = dir.path() + "/clip.mp4";
+        QProcess ff;
+        ff.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                             "testsrc2=size=160x120:rate=25:duration=6", "-c:v", "libx264", "-pix_fmt", "yuv420p", clip });
+        QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
+        qputenv("KAVOT_NO_AUDIO_OUTPUT", "1");
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        double shown = -1.0;
+        {
+            TestWindow w(&settings);
+            w.setDataFolder(dir.path());
+            OVPlayerPanel *panel = w.playerPanel();
+            QSignalSpy init(panel, &OVPlayerPanel::initFinished);
+            w.openFile(clip); // a project made for the recording, in no file
+            QVERIFY(init.wait(20000));
+            panel->togglePlayback();
+            panel->onSeekRequested(4.0);
+            QTRY_VERIFY_WITH_TIMEOUT(panel->player()->state() == OVVideoPlayer::Paused && panel->canvas()->currentFrame()
+                                         && qAbs(panel->canvas()->currentFrame()->time - 4.0) < 0.1,
+                                     20000);
+            shown = panel->canvas()->currentFrame()->time;
+            w.project()->timelineGroup()->timelines().first()->labels().first()->setName("Gaze");
+            OVProjectJournal::Summary summary;
+            QTRY_VERIFY_WITH_TIMEOUT(OVProjectJournal::readSummary(dir.path() + "/journal.kvj", &summary).isOk()
+                                         && qAbs(summary.position - shown) < 1e-3,
+                                     5000);
+            // Gone without closing its project, as a killed session is.
+        }
+        TestWindow next(&settings);
+        next.setDataFolder(dir.path());
+        OVPlayerPanel *panel = next.playerPanel();
+        QSignalSpy init(panel, &OVPlayerPanel::initFinished);
+        next.offerUnsavedWork(true);
+        QCOMPARE(next.recoverTexts.size(), 1);
+        QVERIFY(init.wait(20000));
+        QCOMPARE(init.first().at(0).toInt(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(panel->player()->state() == OVVideoPlayer::Paused && panel->canvas()->currentFrame()
+                                     && qAbs(panel->canvas()->currentFrame()->time - shown) < 1e-3,
+                                 20000);
+    }
+
+    void aBackupFolderThatCannotBeWrittenIsToldOnce_data()
+    {
+        QTest::addColumn<bool>("toldAtStart");
+        QTest::newRow("found by a save") << false;
+        QTest::newRow("data folder told at start") << true;
+    }
+    void aBackupFolderThatCannotBeWrittenIsToldOnce()
+    {
+        QFETCH(bool, toldAtStart);
+        QTemporaryDir dir;
+        // A file where the backup folder should be: no save can keep the version it replaces.
+        const QString backups = OVLocalFileStorage::backupFolder();
+        QVERIFY(QDir().mkpath(QFileInfo(backups).absolutePath()));
+        QDir(backups).removeRecursively();
+        QFile blocker(backups);
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        TestWindow w(nullptr);
+        w.setDataFolder(dir.path());
+        if (toldAtStart)
+            w.notifyDataFolderProblem("data folder");
+        w.onNewProject();
+        w.savePath = dir.path() + "/study.kvpr";
+        QVERIFY(w.onSaveProjectAs());
+        QVERIFY(w.waitForSaves());
+        for (int i = 0; i < 3; ++i) {
+            w.project()->timelineGroup()->timelines().first()->labels().first()->setName(QString("Gaze %1").arg(i));
+            QVERIFY(w.onSaveProject());
+            QVERIFY(w.waitForSaves());
+        }
+        QFile::remove(backups);
+        QCOMPARE(w.errors.size(), 1);
+        QVERIFY2(w.errors.first().contains(toldAtStart ? "data folder" : "could not be kept"), qPrintable(w.errors.first()));
+        QVERIFY(!w.isProjectModified());
+    }
+
     // What the user set up around a recording (the stream that plays, the waveform strip shown or
     // hidden and its height) is there again when the project is opened in a later session.
     void recordingSetUpSurvivesASession_data()
