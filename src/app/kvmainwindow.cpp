@@ -89,6 +89,16 @@ QString count(int n, const char *one, const char *many)
     return QStringLiteral("%1 %2").arg(n).arg(QString::fromLatin1(n == 1 ? one : many));
 }
 
+// What a version of the project holds, for the recovery question: utterances are work too.
+QString contents(const OVProject::Project *project)
+{
+    int utterances = 0;
+    for (const OVProject::Timeline *t : project->timelineGroup()->timelines())
+        utterances += int(t->utterances().size());
+    const QString segments = count(segmentCount(project), "segment", "segments");
+    return utterances == 0 ? segments : segments + QStringLiteral(" and ") + count(utterances, "utterance", "utterances");
+}
+
 QString when(const QDateTime &time)
 {
     if (!time.isValid())
@@ -479,11 +489,11 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     if (summary.changes == 0)
         text += tr("Unsaved work: taken back at %1 after an earlier session ended, not saved since; with it "
                    "the project has %2.")
-                    .arg(when(summary.lastChange), count(segmentCount(recovered), "segment", "segments"));
+                    .arg(when(summary.lastChange), contents(recovered));
     else
         text += tr("Unsaved work: %1, the last at %2; with them the project has %3.")
                     .arg(count(summary.changes, "change", "changes"), when(summary.lastChange),
-                         count(segmentCount(recovered), "segment", "segments"));
+                         contents(recovered));
     text += QStringLiteral("\n");
     if (summary.basePath.isEmpty()) {
         text += tr("Last save: none, the project was never saved.");
@@ -493,7 +503,7 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
         if (OVLocalFileStorage().load(summary.basePath, &saved).isOk())
             text += tr("Last save: %1, saved %2, with %3.")
                         .arg(QDir::toNativeSeparators(summary.basePath), when(info.lastModified()),
-                             count(segmentCount(&saved), "segment", "segments"));
+                             contents(&saved));
         else
             text += tr("Last save: %1 cannot be read now.").arg(QDir::toNativeSeparators(summary.basePath));
         if (summary.baseChanged())
@@ -534,9 +544,19 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
         if (position < 0.0)
             position = m_settings && !m_projectPath.isEmpty() ? m_settings->recentProjects()->lastPosition(m_projectPath) : 0.0;
         m_playerStack->setCurrentWidget(m_player);
-        m_audioTracks->restoreAudioStream(video);
-        m_player->openMedia(video, position, position > 0.0);
+        m_player->openMedia(video, position, position > 0.0, m_audioTracks->rememberedAudioStream(video));
         m_journal->notePosition(position);
+    }
+}
+
+void KVMainWindow::openStartupFiles(const QStringList &paths)
+{
+    for (const QString &path : paths) {
+        if (m_project && !m_projectPath.isEmpty() && QFileInfo(path).absoluteFilePath() == QFileInfo(m_projectPath).absoluteFilePath()) {
+            qCInfo(lcApp).noquote() << "Not opening" << path << "again: its unsaved work was taken back";
+            continue;
+        }
+        openFile(path);
     }
 }
 
@@ -657,8 +677,7 @@ bool KVMainWindow::loadProject(const QString &path)
             // Back where the coder left it, and paused there: nothing runs past unseen.
             const double position = m_settings ? m_settings->recentProjects()->lastPosition(m_projectPath) : 0.0;
             m_playerStack->setCurrentWidget(m_player);
-            m_audioTracks->restoreAudioStream(video);
-            m_player->openMedia(video, position, position > 0.0);
+            m_player->openMedia(video, position, position > 0.0, m_audioTracks->rememberedAudioStream(video));
             m_journal->notePosition(position);
         } else
             showError(tr("Open Project"), tr("The project's video or audio file was not found:\n%1").arg(video));
@@ -1073,8 +1092,7 @@ bool KVMainWindow::openVideo(const QString &path)
     qCInfo(lcApp).noquote() << "Opening video or audio" << absolute;
     // The project keeps its recording (and it plays on) until the new one has started.
     m_pendingVideoPath = absolute;
-    m_audioTracks->restoreAudioStream(absolute);
-    if (!m_player->openMedia(absolute)) {
+    if (!m_player->openMedia(absolute, 0.0, false, m_audioTracks->rememberedAudioStream(absolute))) {
         m_pendingVideoPath.clear();
         return false;
     }

@@ -135,6 +135,9 @@ public Q_SLOTS:
     void showSendReportDialog(const QStringList &files);
     void onSingleInstanceMessage(const QString &message);
     void openFile(const QString &path);
+    // The files named on the command line, after the last session's work was offered back: the
+    // project that work was taken back into is not opened again over it.
+    void openStartupFiles(const QStringList &paths);
     void onSimulateCrash();
     // Asks once about reports an earlier crash left in `folder`, then shows them if wanted.
     void checkForCrashReports(const QString &folder);

@@ -190,10 +190,8 @@ int main(int argc, char *argv[])
                 if (!terminated)
                     window.notifyProblem(QStringLiteral("Kavot"), problem);
             }
-            for (const QString &file : files) {
-                if (!terminated)
-                    window.openFile(file);
-            }
+            if (!terminated)
+                window.openStartupFiles(files);
             if (!oldReports.isEmpty() && !terminated)
                 window.checkForCrashReports(crashFolder);
         });

@@ -138,11 +138,11 @@ void OVAudioTrackFlow::setSettings(OVUISettings *settings)
     m_settings = settings;
 }
 
-void OVAudioTrackFlow::restoreAudioStream(const QString &media)
+int OVAudioTrackFlow::rememberedAudioStream(const QString &media) const
 {
     if (!m_settings || media.isEmpty())
-        return;
-    m_player->player()->setPreferredAudioStream(m_settings->playingAudioStream(QFileInfo(media).absoluteFilePath()));
+        return 0;
+    return m_settings->playingAudioStream(QFileInfo(media).absoluteFilePath());
 }
 
 void OVAudioTrackFlow::choosePlayingStream(const QString &media, int nth)
@@ -154,9 +154,10 @@ void OVAudioTrackFlow::choosePlayingStream(const QString &media, int nth)
 
 void OVAudioTrackFlow::reopen(const QString &path, double position, bool paused, int audioStream)
 {
-    if (audioStream >= 0)
-        choosePlayingStream(path, audioStream);
-    m_player->openMedia(path, position, paused);
+    // The rewritten file is opened once, with its stream chosen, instead of restarting the old run first.
+    if (audioStream >= 0 && m_settings)
+        m_settings->setPlayingAudioStream(QFileInfo(path).absoluteFilePath(), audioStream);
+    m_player->openMedia(path, position, paused, audioStream >= 0 ? audioStream : rememberedAudioStream(path));
     Q_EMIT recordingRewritten(path);
 }
 

@@ -35,7 +35,8 @@ public:
     // Where the stream chosen to play in each recording is remembered across sessions.
     void setSettings(OVUISettings *settings);
     // Before `media` is opened: the player is to play the stream last chosen for it, else the first.
-    void restoreAudioStream(const QString &media);
+    // The stream last chosen to play for `media`, 0 when none was.
+    int rememberedAudioStream(const QString &media) const;
 
 public Q_SLOTS:
     void addAudioTrack();

@@ -66,12 +66,12 @@ OVPlayerPanel::~OVPlayerPanel()
     m_controls->setPlayer(nullptr);
 }
 
-bool OVPlayerPanel::openMedia(const QString &path, double startAt, bool paused)
+bool OVPlayerPanel::openMedia(const QString &path, double startAt, bool paused, int audioStream)
 {
     if (path.isEmpty())
         return false;
     const int generation = ++m_openGeneration;
-    const Request request { path, startAt, paused };
+    const Request request { path, startAt, paused, audioStream };
     auto *watcher = new QFutureWatcher<CheckResult>(this);
     connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, generation, request] {
         watcher->deleteLater();
@@ -113,7 +113,8 @@ void OVPlayerPanel::onChecked(const Request &request, const CheckResult &result)
     if (!m_player->path().isEmpty() && m_player->path() != checked.path) {
         const OVVideoPlayer::State state = m_player->state();
         m_fallback = { m_player->path(), m_player->position(),
-                       state != OVVideoPlayer::Playing && state != OVVideoPlayer::Starting };
+                       state != OVVideoPlayer::Playing && state != OVVideoPlayer::Starting,
+                       m_player->preferredAudioStream() };
     }
     start(checked);
 }
@@ -123,7 +124,7 @@ void OVPlayerPanel::start(const Request &request)
     m_canvas->clear();
     m_controls->setDuration(0.0);
     m_awaitingInit = true;
-    if (!m_player->open(request.path)) {
+    if (!m_player->open(request.path, request.audioStream)) {
         m_awaitingInit = false;
         const OV::Error error = m_player->openError();
         qCWarning(lcApp) << "OVPlayerPanel: cannot open" << request.path << error.message();

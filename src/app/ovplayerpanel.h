@@ -37,7 +37,7 @@ public:
 
     // Starts playing `path` from `startAt` seconds, staying paused there when `paused`. The
     // outcome comes with initFinished(). False only for an empty path.
-    bool openMedia(const QString &path, double startAt = 0.0, bool paused = false);
+    bool openMedia(const QString &path, double startAt = 0.0, bool paused = false, int audioStream = -1);
     void closeMedia();
     QString mediaPath() const;
     // The time of the picture on screen (of the sound, without pictures).
@@ -82,6 +82,7 @@ private:
         QString path;
         double startAt = 0.0;
         bool paused = false;
+        int audioStream = -1;
     };
     struct CheckResult
     {

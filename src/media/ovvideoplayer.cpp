@@ -40,7 +40,7 @@ OVVideoPlayer::~OVVideoPlayer()
     delete m_fileSource;
 }
 
-bool OVVideoPlayer::open(const QString &path)
+bool OVVideoPlayer::open(const QString &path, int audioStream)
 {
     stopAndWait();
     setSource(nullptr);
@@ -56,6 +56,8 @@ bool OVVideoPlayer::open(const QString &path)
         return false;
     }
     m_fileSource = source;
+    if (audioStream >= 0)
+        m_preferredAudioStream = audioStream;
     // A new file begins at its start and plays, whatever the last one was doing.
     if (m_engine.clock().isSeekPending() || m_engine.isPaused())
         m_engine.seek(0.0, true);

@@ -49,7 +49,8 @@ public:
 
     // Stops what plays and starts the file at `path` (asynchronous: initFinished() follows).
     // False when the file cannot be read at all; openError() then holds the message.
-    bool open(const QString &path);
+    // audioStream >= 0 chooses the stream heard from the start, so the file is not opened twice.
+    bool open(const QString &path, int audioStream = -1);
     // Stops and forgets the source.
     void close();
     QString path() const { return m_path; }

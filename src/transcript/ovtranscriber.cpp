@@ -36,6 +36,13 @@ void OVTranscriber::setProject(Project *project)
             }
             if (last && !last->speaker().isEmpty())
                 setSpeaker(last->speaker());
+            // An utterance is only ever without length while it is being written (a finished one
+            // lasts at least MinimumDuration): the last one, left so by a session that ended or
+            // was saved mid-sentence, is written on, and the key finishes it.
+            if (last && last->endTime() <= last->startTime()) {
+                m_open = last->id();
+                m_lastDraft = last->text();
+            }
         }
     }
     onUtterancesChanged();

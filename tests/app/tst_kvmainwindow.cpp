@@ -14,6 +14,7 @@
 #include "project/state.h"
 #include "project/timeline.h"
 #include "project/timelinegroup.h"
+#include "project/utterance.h"
 #include "settings/ovkeyboardsettings.h"
 #include "settings/ovlabelingsettings.h"
 #include "timeline/ovkeyboardcoder.h"
@@ -343,6 +344,11 @@ private Q_SLOTS:
             segmentId = segment->id();
             label->addSegment(segment);
             label->setName("Gaze");
+            auto *utterance = new OVProject::Utterance;
+            utterance->setStartTime(1.0);
+            utterance->setEndTime(2.0);
+            utterance->setText("hello");
+            w.project()->timelineGroup()->timelines().first()->addUtterance(utterance);
             // Gone without closing its project, as a killed session is.
         }
         TestWindow next(nullptr);
@@ -351,7 +357,7 @@ private Q_SLOTS:
         next.offerUnsavedWork(true);
         QCOMPARE(next.recoverTexts.size(), 1);
         const QString text = next.recoverTexts.first();
-        QVERIFY2(text.contains("2 changes") && text.contains("the project has 1 segment."), qPrintable(text));
+        QVERIFY2(text.contains("3 changes") && text.contains("the project has 1 segment and 1 utterance."), qPrintable(text));
         QVERIFY2(text.contains(saved ? "with 0 segments." : "never saved"), qPrintable(text));
         QVERIFY(next.errors.isEmpty());
         const QStringList aside = QDir(dir.path()).entryList({ "journal-*.kvj" });
@@ -367,6 +373,12 @@ private Q_SLOTS:
         QCOMPARE(timeline->labels().at(1)->name(), QString("Gaze"));
         OVProject::Segment *back = timeline->findSegment(segmentId);
         QVERIFY(back && back->start() == 3.0 && back->end() == 4.5);
+        if (saved) {
+            // Started as `kavot study.kvpr` is: the file named must not replace the work taken back.
+            next.openStartupFiles({ path });
+            QCOMPARE(next.unsavedAsked, 0);
+            QVERIFY(next.project()->timelineGroup()->timelines().first()->findSegment(segmentId));
+        }
         // The work is in the new session's journal now, and offered again if this one dies too
         // before anything more was done or saved.
         QVERIFY(aside.isEmpty());
@@ -376,7 +388,7 @@ private Q_SLOTS:
         third.setDataFolder(dir.path());
         third.offerUnsavedWork(true);
         QCOMPARE(third.recoverTexts.size(), 1);
-        QVERIFY2(third.recoverTexts.first().contains("the project has 1 segment."), qPrintable(third.recoverTexts.first()));
+        QVERIFY2(third.recoverTexts.first().contains("the project has 1 segment and 1 utterance."), qPrintable(third.recoverTexts.first()));
         QVERIFY(third.project());
         QVERIFY(third.project()->timelineGroup()->timelines().first()->findSegment(segmentId));
     }
@@ -739,12 +751,7 @@ private Q_SLOTS:
         QFETCH(bool, leftShown);
         QTemporaryDir dir;
         const QString clip = dir.path() + "/two-voices.mkv";
-        QProcess ff;
-        ff.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
-                             "testsrc=size=160x120:rate=25:duration=4", "-f", "lavfi", "-i", "sine=f=300:d=4", "-f",
-                             "lavfi", "-i", "sine=f=700:d=4", "-map", "0", "-map", "1", "-map", "2", "-c:v", "mpeg4",
-                             "-c:a", "pcm_s16le", clip });
-        QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
+        QVERIFY(makeTwoVoiceClip(clip));
         qputenv("KAVOT_NO_AUDIO_OUTPUT", "1");
         const QString project = dir.path() + "/two-voices.kvpr";
         const QString ini = dir.path() + "/settings.ini";
@@ -821,6 +828,48 @@ private Q_SLOTS:
         // At its height once its sound is in, which would otherwise size it for two tracks.
         QTRY_COMPARE_WITH_TIMEOUT(timeline->waveformArea()->trackCount(), 2, 20000);
         QTRY_COMPARE(timeline->waveformArea()->height(), chosenHeight);
+    }
+
+    static bool makeTwoVoiceClip(const QString &clip)
+    {
+        QProcess ff;
+        ff.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                             "testsrc=size=160x120:rate=25:duration=4", "-f", "lavfi", "-i", "sine=f=300:d=4", "-f",
+                             "lavfi", "-i", "sine=f=700:d=4", "-map", "0", "-map", "1", "-map", "2", "-c:v", "mpeg4",
+                             "-c:a", "pcm_s16le", clip });
+        return ff.waitForFinished(60000) && ff.exitCode() == 0;
+    }
+
+    // Opening a recording whose remembered stream differs from the playing one's must not restart
+    // the playing one first: it would be heard again for a moment, and a file being rewritten
+    // would be read while it changes.
+    void anotherRecordingStartsOneRun()
+    {
+        QTemporaryDir dir;
+        const QString first = dir.path() + "/first.mkv";
+        const QString second = dir.path() + "/second.mkv";
+        QVERIFY(makeTwoVoiceClip(first));
+        QVERIFY(QFile::copy(first, second));
+        qputenv("KAVOT_NO_AUDIO_OUTPUT", "1");
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        settings.ui()->setPlayingAudioStream(first, 1);
+        TestWindow w(&settings);
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        OVVideoPlayer *player = w.playerPanel()->player();
+        QSignalSpy init(w.playerPanel(), &OVPlayerPanel::initFinished);
+        w.openFile(first);
+        QVERIFY(init.wait(20000));
+        QCOMPARE(player->preferredAudioStream(), 1);
+        QSignalSpy runs(player, &QThread::started);
+        init.clear();
+        w.openFile(second);
+        QVERIFY(init.wait(20000));
+        QCOMPARE(init.first().at(0).toInt(), 0);
+        QCOMPARE(player->path(), second);
+        QCOMPARE(player->preferredAudioStream(), 0);
+        QCOMPARE(runs.size(), 1);
     }
 
     void openingMissingFilesSaysSo()

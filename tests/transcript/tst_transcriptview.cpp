@@ -193,6 +193,20 @@ void TstTranscriptView::typedTextIsInModelAsOneStep()
     const Utterance *recovered = backTimeline->utterance(open->id());
     QVERIFY(recovered);
     QCOMPARE(recovered->text(), open->text());
+    // ...and the recovered session writes on in it: the key finishes it, not a new one.
+    {
+        OVTranscriptHistory backRequests;
+        backRequests.setProject(&back);
+        OVTranscriber resumed(&backRequests);
+        resumed.setProject(&back);
+        resumed.setEnabled(true);
+        QVERIFY(resumed.isWriting());
+        QCOMPARE(resumed.draft(), open->text());
+        back.state()->setCurrentPos(14.0);
+        QCOMPARE(resumed.startOrFinish().outcome, OVTranscriber::Finished);
+        QCOMPARE(recovered->endTime(), 14.0);
+        QCOMPARE(backTimeline->utterances().size(), t->utterances().size());
+    }
 
     QSignalSpy draft(&transcriber, &OVTranscriber::draftChanged);
     QVERIFY(project.history()->undo());
