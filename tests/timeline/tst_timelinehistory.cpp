@@ -341,7 +341,7 @@ void TstTimelineHistory::idLookupsFollowEveryChange_data()
 {
     QTest::addColumn<QString>("change");
     for (const char *change : { "code", "undo code", "redo code", "close open", "delete", "undo delete",
-             "delete object", "move to label", "undo move", "move to other timeline", "new id",
+             "delete objects", "delete label object", "move to label", "undo move", "move to other timeline", "new id",
              "new id of detached", "remove label", "undo remove label", "label to other timeline",
              "bulk add", "load timeline file", "undo load" })
         QTest::newRow(change) << QString::fromLatin1(change);
@@ -394,8 +394,11 @@ void TstTimelineHistory::idLookupsFollowEveryChange()
         QVERIFY(h->removeSegments({ first, open }));
         if (change == "undo delete")
             stack->undo();
-    } else if (change == "delete object") {
+    } else if (change == "delete objects") {
         delete first;
+        delete open;
+    } else if (change == "delete label object") {
+        delete b;
     } else if (change == "move to label" || change == "undo move") {
         QVERIFY(h->moveSegments({ first }, b));
         if (change == "undo move")
