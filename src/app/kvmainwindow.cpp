@@ -157,6 +157,8 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     setCentralWidget(m_mainSplitter);
     m_recordingWaveforms = new OVRecordingWaveforms(m_timeline->timelineWidget(),
                                                     m_actions->action(OVActionRegistry::Waveforms), this);
+    if (m_settings)
+        m_recordingWaveforms->setSettings(m_settings->ui());
 
     m_logDock = new QDockWidget(tr("Log"), this);
     m_logDock->setObjectName(QStringLiteral("dw_log"));
@@ -180,6 +182,10 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
     });
     m_autosaveTimer = new QTimer(this);
     connect(m_autosaveTimer, &QTimer::timeout, this, &KVMainWindow::onAutosaveTimer);
+    m_positionTimer = new QTimer(this);
+    m_positionTimer->setSingleShot(true);
+    m_positionTimer->setInterval(1000);
+    connect(m_positionTimer, &QTimer::timeout, this, &KVMainWindow::journalPlaybackPosition);
 
     m_saveProgress = new QProgressBar(this);
     m_saveProgress->setObjectName(QStringLiteral("pb_save"));
@@ -242,6 +248,8 @@ void KVMainWindow::createActions()
     connect(m_actions->action(R::ProjectDetails), &QAction::triggered, this, &KVMainWindow::onShowProjectDetails);
     connect(m_actions->action(R::OpenBackupFolder), &QAction::triggered, this, &KVMainWindow::openBackupFolder);
     m_audioTracks = new OVAudioTrackFlow(this, m_player);
+    if (m_settings)
+        m_audioTracks->setSettings(m_settings->ui());
     connect(m_actions->action(R::AddAudioTrack), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::addAudioTrack);
     connect(m_actions->action(R::EditAudioTracks), &QAction::triggered, m_audioTracks, &OVAudioTrackFlow::editAudioTracks);
     // The file has other streams now: the strip under the timeline shows them afresh.
@@ -395,6 +403,9 @@ void KVMainWindow::setProject(OVProject::Project *project, const QString &path, 
             statusBar()->showMessage(tr("\"%1\" could not be undone or redone: what it changed is gone.").arg(step), StatusMessageMs);
         });
         m_player->setState(m_project->state());
+        // Not restarted while pending: a playing clock would otherwise postpone it for ever.
+        connect(m_project->state(), &OVProject::State::currentPosChanged, m_positionTimer,
+                [this] { if (!m_positionTimer->isActive()) m_positionTimer->start(); });
         startJournal(recovered || path.isEmpty());
         Q_EMIT projectOpened();
     }
@@ -517,14 +528,28 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     }
     const QString video = m_project->videoPath();
     if (!video.isEmpty() && QFileInfo::exists(video)) {
+        // Where the killed session last had it; a journal from before positions were kept leaves
+        // the place of the last normal close.
+        double position = summary.position;
+        if (position < 0.0)
+            position = m_settings && !m_projectPath.isEmpty() ? m_settings->recentProjects()->lastPosition(m_projectPath) : 0.0;
         m_playerStack->setCurrentWidget(m_player);
-        m_player->openMedia(video);
+        m_audioTracks->restoreAudioStream(video);
+        m_player->openMedia(video, position, position > 0.0);
+        m_journal->notePosition(position);
     }
 }
 
 void KVMainWindow::notifyProblem(const QString &title, const QString &message)
 {
     showError(title, message);
+}
+
+void KVMainWindow::notifyDataFolderProblem(const QString &message)
+{
+    m_journalProblemShown = true;
+    m_backupProblemShown = true;
+    showError(QStringLiteral("Kavot"), message);
 }
 
 void KVMainWindow::updateAutosave()
@@ -632,7 +657,9 @@ bool KVMainWindow::loadProject(const QString &path)
             // Back where the coder left it, and paused there: nothing runs past unseen.
             const double position = m_settings ? m_settings->recentProjects()->lastPosition(m_projectPath) : 0.0;
             m_playerStack->setCurrentWidget(m_player);
+            m_audioTracks->restoreAudioStream(video);
             m_player->openMedia(video, position, position > 0.0);
+            m_journal->notePosition(position);
         } else
             showError(tr("Open Project"), tr("The project's video or audio file was not found:\n%1").arg(video));
     }
@@ -645,6 +672,12 @@ void KVMainWindow::rememberPlaybackPosition()
         || m_player->mediaPath() != m_project->videoPath())
         return;
     m_settings->recentProjects()->setLastPosition(m_projectPath, m_player->shownPosition());
+}
+
+void KVMainWindow::journalPlaybackPosition()
+{
+    if (m_project && !m_player->mediaPath().isEmpty() && m_player->mediaPath() == m_project->videoPath())
+        m_journal->notePosition(m_player->shownPosition());
 }
 
 void KVMainWindow::ensureUserTimeline()
@@ -755,8 +788,15 @@ void KVMainWindow::onSaveFinished(quint64 ticket, const OV::Error &error, const 
         }
         if (m_settings)
             m_settings->recentProjects()->addProject(request.path);
-        if (!backupWarning.isEmpty())
-            showError(tr("Save Project"), backupWarning);
+        if (!backupWarning.isEmpty()) {
+            // A backup folder that cannot be written fails at every save: a dialog each time
+            // would only be in the way, the status bar keeps saying it.
+            if (!std::exchange(m_backupProblemShown, true))
+                showError(tr("Save Project"), backupWarning);
+            else
+                statusBar()->showMessage(tr("Saved %1, but the version it replaced could not be kept as a backup.")
+                                             .arg(QFileInfo(request.path).fileName()), StatusMessageMs);
+        }
         return;
     }
     statusBar()->clearMessage();
@@ -1033,6 +1073,7 @@ bool KVMainWindow::openVideo(const QString &path)
     qCInfo(lcApp).noquote() << "Opening video or audio" << absolute;
     // The project keeps its recording (and it plays on) until the new one has started.
     m_pendingVideoPath = absolute;
+    m_audioTracks->restoreAudioStream(absolute);
     if (!m_player->openMedia(absolute)) {
         m_pendingVideoPath.clear();
         return false;

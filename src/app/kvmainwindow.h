@@ -79,6 +79,9 @@ public:
     void offerUnsavedWork(bool uncleanEnd);
     // Tells the user about a problem found outside any command (settings, data folder).
     void notifyProblem(const QString &title, const QString &message);
+    // Tells that the data folder cannot be written. The journal and the backups live there, so
+    // this one message stands for their failures too: they are not told again.
+    void notifyDataFolderProblem(const QString &message);
 
 public Q_SLOTS:
     // Saves the open project if autosaving is on, it has a file and unsaved changes.
@@ -174,6 +177,7 @@ private:
     void updateProjectSummary();
     // Keeps where playback of the open project stands, for the next time it is opened.
     void rememberPlaybackPosition();
+    void journalPlaybackPosition();
     void applyModified();
     void openBackupFolderOf(const QString &projectPath);
     OVCodingSnapshot codingSnapshot() const;
@@ -225,5 +229,8 @@ private:
     OVProjectJournal *m_journal = nullptr;
     bool m_journalProblemShown = false;
     QTimer *m_autosaveTimer = nullptr;
+    // Gathers the position's moves into at most one journal record a second.
+    QTimer *m_positionTimer = nullptr;
     bool m_autosaveProblemShown = false;
+    bool m_backupProblemShown = false;
 };

@@ -20,6 +20,9 @@
 
 namespace {
 
+// How long a start waits for the lock of an instance that took nothing it was handed.
+constexpr int TakeOverWaitMs = 10000;
+
 QString osInfo()
 {
     return QStringLiteral("%1 (%2), kernel %3 %4, %5")
@@ -57,8 +60,20 @@ int main(int argc, char *argv[])
     // A second start hands its files to the running instance and leaves; it writes no log of
     // its own so the running instance's log is never trimmed under it.
     if (!app.claimSingleInstance()) {
-        const bool sent = app.sendMessages(files.isEmpty() ? QStringList { QString() } : files);
-        return sent ? 0 : 1;
+        if (app.sendMessages(files.isEmpty() ? QStringList { QString() } : files))
+            return 0;
+        // Nobody took them: the holder was killed and the kernel is still freeing it, or it hangs.
+        // A freed lock is taken at once; leaving now would drop the user's start on the floor.
+        if (!app.claimSingleInstance(TakeOverWaitMs)) {
+            const qint64 holder = app.lockHolder();
+            const QString message = QCoreApplication::translate("main", "Kavot is already running (process %1), but it "
+                                                                        "does not respond.\n\nWait until it responds or "
+                                                                        "end it, then start Kavot again.")
+                                        .arg(holder);
+            qCWarning(lcApp).noquote() << message;
+            QMessageBox::warning(nullptr, QStringLiteral("Kavot"), message);
+            return 1;
+        }
     }
 
     const QString dataDir = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
@@ -81,11 +96,14 @@ int main(int argc, char *argv[])
     QStringList problems;
     if (!dataDirOk)
         qCWarning(lcApp).noquote() << "Data folder cannot be made:" << dataDir;
+    QString dataDirProblem;
     if (!dataDirOk || !QFileInfo(dataDir).isWritable())
-        problems << QCoreApplication::translate("main", "Kavot cannot write to its data folder:\n%1\n\nSettings, the log "
-                                                        "and the record of unsaved changes cannot be kept there. Work "
-                                                        "saved to project files is not affected; save often.")
-                        .arg(QDir::toNativeSeparators(dataDir));
+        dataDirProblem = QCoreApplication::translate("main", "Kavot cannot write to its data folder:\n%1\n\nSettings, the log, "
+                                                             "the record of unsaved changes and the backups of earlier "
+                                                             "versions cannot be kept there. Coding works as usual, but "
+                                                             "work that is not saved to a project file is lost when Kavot "
+                                                             "ends: save often.")
+                             .arg(QDir::toNativeSeparators(dataDir));
     OVSettings settings;
     if (!settings.open(dataDir + QStringLiteral("/settings.ini")) && dataDirOk) {
         problems << (settings.movedAsidePath().isEmpty()
@@ -148,7 +166,8 @@ int main(int argc, char *argv[])
         KVMainWindow window(&settings);
         window.setDataFolder(dataDir);
         QObject::connect(&app, &OVApplication::messageReceived, &window, &KVMainWindow::onSingleInstanceMessage);
-        bool settingsProblemShown = false;
+        // The data folder's message already says that settings cannot be kept.
+        bool settingsProblemShown = !dataDirProblem.isEmpty();
         QObject::connect(&settings, &OVSettings::saveFailed, &window, [&window, &settingsProblemShown, &terminated](const QString &message) {
             if (terminated || std::exchange(settingsProblemShown, true))
                 return;
@@ -162,9 +181,11 @@ int main(int argc, char *argv[])
         // One after the other: each may ask a question, and the files must not open before the
         // unsaved work of the last session was offered back.
         // A session ended meanwhile asks nothing more: a question opened after exit() would keep it.
-        QTimer::singleShot(0, &window, [&window, &terminated, uncleanEnd, problems, files, oldReports, crashFolder] {
+        QTimer::singleShot(0, &window, [&window, &terminated, uncleanEnd, dataDirProblem, problems, files, oldReports, crashFolder] {
             if (!terminated)
                 window.offerUnsavedWork(uncleanEnd);
+            if (!dataDirProblem.isEmpty() && !terminated)
+                window.notifyDataFolderProblem(dataDirProblem);
             for (const QString &problem : problems) {
                 if (!terminated)
                     window.notifyProblem(QStringLiteral("Kavot"), problem);

@@ -3,12 +3,17 @@
 #include "app/ovapplogging.h"
 
 #include <QDataStream>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QStandardPaths>
+#include <QThread>
 
 namespace {
+
+// What the running instance answers once it has read a second start's messages.
+const QByteArray kReceived = QByteArrayLiteral("received\n");
 
 QString runtimeFolder()
 {
@@ -34,16 +39,28 @@ QString OVApplication::instanceSocketPath()
     return runtimeFolder() + QStringLiteral("/kavot-instance.sock");
 }
 
-bool OVApplication::claimSingleInstance()
+bool OVApplication::claimSingleInstance(int waitMs)
 {
     const QString lockPath = runtimeFolder() + QStringLiteral("/kavot-instance.lock");
     m_lock = std::make_unique<QLockFile>(lockPath);
-    // A lock whose owner process is gone is taken over by tryLock (stale lock detection).
+    // Only a holder whose process is gone is stale, however old its lock: an instance may run for days.
     m_lock->setStaleLockTime(0);
-    if (!m_lock->tryLock(200)) {
-        qCInfo(lcApp).noquote() << "Another instance holds" << lockPath;
-        m_lock.reset();
-        return false;
+    // Our own short tries instead of one tryLock(waitMs): its pauses double up to seconds, and a
+    // lock freed by a dying holder is to be taken the moment it is free.
+    QDeadlineTimer deadline(qMax(0, waitMs));
+    while (!m_lock->tryLock(0)) {
+        if (m_lock->error() != QLockFile::LockFailedError) {
+            qCWarning(lcApp).noquote() << "Single instance: the lock" << lockPath
+                                       << "cannot be made; running without the check for another instance";
+            m_lock.reset();
+            m_primary = true;
+            return true;
+        }
+        if (deadline.hasExpired()) {
+            qCInfo(lcApp).noquote() << "Another instance holds" << lockPath << "(process" << lockHolder() << ")";
+            return false;
+        }
+        QThread::msleep(50);
     }
     m_primary = true;
     const QString socketPath = instanceSocketPath();
@@ -57,6 +74,14 @@ bool OVApplication::claimSingleInstance()
         connect(m_server, &QLocalServer::newConnection, this, &OVApplication::onNewConnection);
     }
     return true;
+}
+
+qint64 OVApplication::lockHolder() const
+{
+    qint64 pid = 0;
+    if (!m_lock || !m_lock->getLockInfo(&pid, nullptr, nullptr))
+        return 0;
+    return pid;
 }
 
 bool OVApplication::sendMessages(const QStringList &messages, int timeoutMs)
@@ -74,8 +99,19 @@ bool OVApplication::sendMessages(const QStringList &messages, int timeoutMs)
     socket.write(payload);
     if (!socket.waitForBytesWritten(timeoutMs))
         return false;
-    // Wait for the receiver to close: it has then read everything.
-    socket.waitForDisconnected(timeoutMs);
+    // Written is not received: a killed instance's socket still takes bytes until the kernel
+    // closes it. Only the receiver's answer says the messages arrived.
+    QByteArray answer;
+    QDeadlineTimer deadline(timeoutMs);
+    while (answer.size() < kReceived.size() && socket.state() == QLocalSocket::ConnectedState && !deadline.hasExpired()) {
+        socket.waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())));
+        answer += socket.readAll();
+    }
+    answer += socket.readAll();
+    if (!answer.startsWith(kReceived)) {
+        qCWarning(lcApp).noquote() << "Single instance: the running instance did not confirm the hand-over";
+        return false;
+    }
     return true;
 }
 
@@ -91,6 +127,8 @@ void OVApplication::onNewConnection()
             in >> messages;
             if (!in.commitTransaction())
                 return; // wait for the rest
+            socket->write(kReceived);
+            socket->flush();
             socket->disconnectFromServer();
             for (const QString &message : std::as_const(messages))
                 Q_EMIT messageReceived(message);

@@ -11,7 +11,10 @@ class QLocalServer;
 // The application object. Only one instance runs per user: the first start holds a lock file and
 // listens on a local socket; a later start finds the lock taken, hands its file arguments to the
 // running instance through the socket and exits. A lock left by a crashed instance is stale (its
-// process is gone) and is taken over, so a crash never blocks the next start.
+// process is gone) and is taken over, so a crash never blocks the next start. A killed process
+// keeps its lock and its socket until the kernel has freed its memory, which for a big process
+// under load takes seconds: the running instance confirms what it was handed, and a start whose
+// hand-over nobody confirms waits for the lock instead of leaving with its files.
 class OVApplication : public QApplication
 {
     Q_OBJECT
@@ -19,11 +22,15 @@ public:
     OVApplication(int &argc, char **argv);
     ~OVApplication() override;
 
-    // Tries to become the running instance. False: another instance runs (use sendMessage()).
-    bool claimSingleInstance();
+    // Tries to become the running instance, waiting up to `waitMs` for a lock whose holder is
+    // gone or on its way out. False: another process holds it (use sendMessages()). A lock that
+    // cannot be made at all (no runtime folder) does not stop Kavot: it runs without the check.
+    bool claimSingleInstance(int waitMs = 200);
     bool isPrimaryInstance() const { return m_primary; }
-    // Delivers each message to the running instance; false if it could not be reached.
+    // Delivers each message to the running instance; true only when it confirmed having them.
     bool sendMessages(const QStringList &messages, int timeoutMs = 5000);
+    // The process holding the instance lock, 0 when unknown.
+    qint64 lockHolder() const;
 
     static QString instanceSocketPath();
 

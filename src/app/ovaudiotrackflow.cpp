@@ -5,6 +5,7 @@
 #include "app/ovplayerpanel.h"
 #include "media/ovmediainfo.h"
 #include "media/ovvideoplayer.h"
+#include "settings/ovuisettings.h"
 #include "sync/ovaudiostreamsforsyncpickerdlg.h"
 #include "sync/ovmanualsyncdlg.h"
 #include "sync/ovmanualsyncmerge.h"
@@ -132,10 +133,29 @@ OV::Error OVAudioTrackFlow::runMerge(OVManualSyncMerge &merge, const QString &ti
     return result;
 }
 
+void OVAudioTrackFlow::setSettings(OVUISettings *settings)
+{
+    m_settings = settings;
+}
+
+void OVAudioTrackFlow::restoreAudioStream(const QString &media)
+{
+    if (!m_settings || media.isEmpty())
+        return;
+    m_player->player()->setPreferredAudioStream(m_settings->playingAudioStream(QFileInfo(media).absoluteFilePath()));
+}
+
+void OVAudioTrackFlow::choosePlayingStream(const QString &media, int nth)
+{
+    m_player->player()->setPreferredAudioStream(nth);
+    if (m_settings)
+        m_settings->setPlayingAudioStream(QFileInfo(media).absoluteFilePath(), nth);
+}
+
 void OVAudioTrackFlow::reopen(const QString &path, double position, bool paused, int audioStream)
 {
     if (audioStream >= 0)
-        m_player->player()->setPreferredAudioStream(audioStream);
+        choosePlayingStream(path, audioStream);
     m_player->openMedia(path, position, paused);
     Q_EMIT recordingRewritten(path);
 }
@@ -245,7 +265,7 @@ void OVAudioTrackFlow::playStream(int nth)
 {
     if (nth < 0)
         return;
-    m_player->player()->setPreferredAudioStream(nth);
+    choosePlayingStream(m_player->mediaPath(), nth);
     if (m_editDialog) {
         OVMediaInfo info;
         if (OVMediaInfo::probe(m_player->mediaPath(), &info).isOk())

@@ -12,6 +12,7 @@ class OVEditAudioTracksDlg;
 class OVManualSyncMerge;
 class OVMediaInfo;
 class OVPlayerPanel;
+class OVUISettings;
 class QMainWindow;
 class QWidget;
 
@@ -31,6 +32,10 @@ public:
     // Where the copy of `media` is kept while (and after) it is rewritten: beside it, dated.
     static QString backupPath(const QString &media);
     bool isBusy() const { return m_busy; }
+    // Where the stream chosen to play in each recording is remembered across sessions.
+    void setSettings(OVUISettings *settings);
+    // Before `media` is opened: the player is to play the stream last chosen for it, else the first.
+    void restoreAudioStream(const QString &media);
 
 public Q_SLOTS:
     void addAudioTrack();
@@ -54,9 +59,12 @@ private:
     void reopen(const QString &path, double position, bool paused, int audioStream);
     void removeStream(int nth);
     void playStream(int nth);
+    // Plays stream `nth` of `media` and remembers the choice.
+    void choosePlayingStream(const QString &media, int nth);
 
     QMainWindow *m_window;
     OVPlayerPanel *m_player;
     QPointer<OVEditAudioTracksDlg> m_editDialog;
+    QPointer<OVUISettings> m_settings;
     bool m_busy = false;
 };

@@ -4,9 +4,14 @@
 #include "timeline/ovtimelinewidget.h"
 #include "timeline/ovwaveformarea.h"
 #include "media/nxffmpegwrapper.h"
+#include "settings/ovuisettings.h"
 
 #include <QAction>
 #include <QFileInfo>
+
+namespace {
+const QString ViewName = QStringLiteral("waveforms");
+}
 
 OVRecordingWaveforms::OVRecordingWaveforms(OVTimelineWidget *timeline, QAction *toggle, QObject *parent)
     : QObject(parent), m_timeline(timeline), m_toggle(toggle), m_loader(new OVWaveformsLoader(this))
@@ -56,11 +61,29 @@ void OVRecordingWaveforms::setRecording(const QString &path)
     load();
 }
 
+void OVRecordingWaveforms::setSettings(OVUISettings *settings)
+{
+    if (m_settings && m_timeline)
+        disconnect(m_timeline, &OVTimelineWidget::waveformsHeightChanged, m_settings, nullptr);
+    m_settings = settings;
+    if (!settings || !m_timeline)
+        return;
+    if (settings->waveformsHeight() >= 0)
+        m_timeline->setWaveformsHeight(settings->waveformsHeight());
+    m_toggle->setChecked(settings->viewEnabled(ViewName, m_toggle->isChecked()));
+    connect(m_timeline, &OVTimelineWidget::waveformsHeightChanged, settings, &OVUISettings::setWaveformsHeight);
+}
+
 void OVRecordingWaveforms::setShown(bool on)
 {
     if (!m_timeline)
         return;
+    if (m_settings)
+        m_settings->setViewEnabled(ViewName, on);
     m_timeline->waveformArea()->setVisible(on);
+    // Hidden, the splitter gave the strip's room to the rows: it comes back at its chosen height.
+    if (on && m_settings && m_settings->waveformsHeight() >= 0)
+        m_timeline->setWaveformsHeight(m_settings->waveformsHeight());
     m_timeline->updateWaveformsGeometry();
     if (on)
         load();

@@ -8,6 +8,7 @@
 
 class QAction;
 class OVTimelineWidget;
+class OVUISettings;
 class OVWaveformsLoader;
 
 // Keeps the timeline's waveform strip showing the sound of the project's recording: loads it in
@@ -26,6 +27,8 @@ public:
     QString recording() const { return m_recording; }
     bool isLoading() const;
     OVWaveformsLoader *loader() const { return m_loader; }
+    // Shows the strip as it was left (shown or hidden, and its height) and keeps it so from now on.
+    void setSettings(OVUISettings *settings);
 
 Q_SIGNALS:
     // Every stream of the recording is shown, or the load ended with `error`.
@@ -38,6 +41,7 @@ private:
 
     QPointer<OVTimelineWidget> m_timeline;
     QAction *m_toggle;
+    QPointer<OVUISettings> m_settings;
     OVWaveformsLoader *m_loader;
     QString m_recording;
     // The recording whose tracks the strip holds (or is loading).

@@ -211,6 +211,18 @@ bool OVPlaybackClock::pauseAfterSeekIfDue(int framesSinceSeek, double t)
     return true;
 }
 
+bool OVPlaybackClock::pauseAfterSeekAtEnd(double t)
+{
+    std::lock_guard lock(m_mutex);
+    if (!m_pauseAfterSeek || m_seekPending || !m_hasOrigin)
+        return false;
+    m_pauseAfterSeek = false;
+    m_paused = true;
+    m_pausedPosition = t;
+    publishLocked();
+    return true;
+}
+
 double OVPlaybackClock::timeFactor() const
 {
     std::lock_guard lock(m_mutex);

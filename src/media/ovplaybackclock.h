@@ -73,6 +73,9 @@ public:
     // paused and this is its second frame, pauses at t and returns true (the player then
     // announces its state).
     bool pauseAfterSeekIfDue(int framesSinceSeek, double t);
+    // The file ended before that second frame came: pauses at t, the last one kept, and
+    // returns true, when a seek that is to stay paused has kept a frame and still waits.
+    bool pauseAfterSeekAtEnd(double t);
 
     // -- Either thread
     double timeFactor() const;

@@ -569,6 +569,10 @@ void OVVideoPlayer::endOfStreamReached()
         end = video.newest + m_defaultFrameDuration * m_engine.timeFactor();
     if (!audio.empty)
         end = std::max(end, audio.newest);
+    // A seek onto the last picture that is to stay paused gets no second picture to pause
+    // on; without this the run would end and the player would stop instead.
+    if ((!video.empty || !audio.empty) && clock.pauseAfterSeekAtEnd(!video.empty ? video.newest : audio.newest))
+        QMetaObject::invokeMethod(this, [this] { setRunState(RunState(m_runState.load())); }, Qt::QueuedConnection);
     while (!stopping() && !clock.isSeekPending() && (clock.isPaused() || clock.clockPosition() < end)) {
         m_engine.pumpAudio();
         QThread::msleep(OVPlaybackQueues::ThrottleStepMs);

@@ -16,6 +16,8 @@
 #include <QJsonDocument>
 #include <QSet>
 
+#include <cmath>
+
 using namespace OVProject;
 
 namespace {
@@ -25,6 +27,7 @@ const QString kBase = QStringLiteral("B");
 const QString kContentEnd = QStringLiteral("C");
 const QString kRecoveryCopy = QStringLiteral("R");
 const QString kTakenBack = QStringLiteral("K");
+const QString kPosition = QStringLiteral("P");
 const QString kHeader = QStringLiteral("H");
 const QString kTimeline = QStringLiteral("T");
 const QString kTimelineGone = QStringLiteral("TD");
@@ -75,6 +78,14 @@ QJsonObject parse(const QByteArray &payload)
     return doc.isObject() ? doc.object() : QJsonObject();
 }
 
+// A position from outside is only taken when it is one the player could be asked for.
+double positionOf(const QJsonObject &record, double otherwise)
+{
+    const QJsonValue value = record.value(QLatin1String("pos"));
+    const double seconds = value.toDouble(-1.0);
+    return value.isDouble() && std::isfinite(seconds) && seconds >= 0.0 ? seconds : otherwise;
+}
+
 QDateTime timeOf(const QJsonObject &record)
 {
     return QDateTime::fromMSecsSinceEpoch(qint64(record.value(QLatin1String("at")).toDouble()));
@@ -120,7 +131,8 @@ public:
         else if (type == kGroupGone)
             removeGroup(r);
         else
-            return type == kBase || type == kContentEnd || type == kRecoveryCopy || type == kTakenBack;
+            return type == kBase || type == kContentEnd || type == kRecoveryCopy || type == kTakenBack
+                || type == kPosition;
         return true;
     }
 
@@ -341,6 +353,7 @@ OV::Error OVProjectJournal::start(const QString &journalPath, Project *project, 
     m_path = journalPath;
     m_changes = 0;
     m_failed = false;
+    m_position = -1.0;
     QJsonObject base { { QStringLiteral("t"), kBase },
                        { QStringLiteral("at"), double(QDateTime::currentMSecsSinceEpoch()) },
                        { QStringLiteral("base"), basePath },
@@ -394,6 +407,9 @@ OV::Error OVProjectJournal::rebase(const QString &basePath, quint64 savedUpTo)
     const QFileInfo info(basePath);
     base.insert(QStringLiteral("size"), double(info.size()));
     base.insert(QStringLiteral("mtime"), double(info.lastModified().toMSecsSinceEpoch()));
+    // Position records before the snapshot go with it; where the recording stands must not.
+    if (m_position >= 0.0)
+        base.insert(QStringLiteral("pos"), m_position);
     // The base record takes the saved snapshot's number, which no kept record has.
     QList<OVJournalFile::Record> kept { { qMax<quint64>(1, savedUpTo), QJsonDocument(base).toJson(QJsonDocument::Compact) } };
     int changes = 0;
@@ -417,6 +433,14 @@ OV::Error OVProjectJournal::rebase(const QString &basePath, quint64 savedUpTo)
 void OVProjectJournal::noteTakenBack()
 {
     write({ { QStringLiteral("t"), kTakenBack } }, false);
+}
+
+void OVProjectJournal::notePosition(double seconds)
+{
+    if (!std::isfinite(seconds) || seconds < 0.0 || seconds == m_position)
+        return;
+    m_position = seconds;
+    write({ { QStringLiteral("t"), kPosition }, { QStringLiteral("pos"), seconds } }, false);
 }
 
 void OVProjectJournal::noteRecoveryCopy(const QString &path)
@@ -800,12 +824,15 @@ OV::Error OVProjectJournal::readSummary(const QString &path, Summary *summary)
             summary->projectTitle = r.value(QLatin1String("title")).toString();
             summary->started = timeOf(r);
             summary->changes = 0;
+            summary->position = positionOf(r, summary->position);
             // The project's whole content may follow, up to its end record: that is no change.
             inContent = r.value(QLatin1String("content")).toBool();
         } else if (type == kContentEnd) {
             inContent = false;
         } else if (type == kRecoveryCopy) {
             summary->recoveryCopy = r.value(QLatin1String("path")).toString();
+        } else if (type == kPosition) {
+            summary->position = positionOf(r, summary->position);
         } else if (type == kTakenBack) {
             summary->unsavedContent = true;
             summary->lastChange = timeOf(r);

@@ -59,6 +59,8 @@ public:
         QDateTime lastChange;
         // Bytes of a torn or damaged end, which were ignored.
         qint64 ignoredBytes = 0;
+        // Where the recording stood last, in seconds; negative when the journal never heard.
+        double position = -1.0;
         // True when the base file is not as it was when the journal began.
         bool baseChanged() const;
     };
@@ -86,6 +88,9 @@ public:
     // The project was taken back from an earlier journal and is in no file yet: if this session
     // ends without saving too, the work is offered again even when nothing more was changed.
     void noteTakenBack();
+    // The recording stands at `seconds`: a session taken back starts its video there. No change
+    // of the project, and carried over by rebase().
+    void notePosition(double seconds);
 
     quint64 lastSequence() const { return m_file.lastSequence(); }
     // Changes recorded since the base.
@@ -151,6 +156,7 @@ private:
     std::unique_ptr<QObject> m_scope;
     int m_changes = 0;
     bool m_failed = false;
+    double m_position = -1.0;
     // Records collected while the content is written, instead of appended one by one.
     QList<QByteArray> *m_batch = nullptr;
 };

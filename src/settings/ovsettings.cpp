@@ -16,9 +16,32 @@
 #include <QSettings>
 #include <QTemporaryFile>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 namespace {
 QPointer<OVSettings> s_instance;
+
+// QSettings decodes "@Variant(...)" values with QDataStream, which trusts the lengths inside: a
+// damaged file could make it allocate without bound. We never write such values, so lines holding
+// one are dropped before QSettings sees a file. `dropped` counts them.
+QByteArray withoutVariantLines(const QByteArray &content, int *dropped)
+{
+    *dropped = 0;
+    if (!content.contains("@Variant("))
+        return content;
+    QByteArray kept;
+    for (const QByteArray &line : content.split('\n')) {
+        if (line.contains("@Variant(")) {
+            ++*dropped;
+            continue;
+        }
+        kept += line + '\n';
+    }
+    return kept;
 }
+} // namespace
 
 OVSettings::OVSettings(QObject *parent)
     : QObject(parent),
@@ -61,9 +84,6 @@ bool OVSettings::open(const QString &iniPath)
     else if (info.exists() && !info.isReadable())
         m_lastError = QStringLiteral("Settings file cannot be read: %1").arg(iniPath);
 
-    // QSettings decodes "@Variant(...)" values with QDataStream, which trusts the lengths inside;
-    // a damaged file could make it allocate without bound. We never write such values, so lines
-    // holding one are dropped before QSettings sees the file.
     QString readPath = iniPath;
     QTemporaryFile filtered;
     if (m_lastError.isEmpty() && info.exists()) {
@@ -73,17 +93,9 @@ bool OVSettings::open(const QString &iniPath)
         } else if (!in.open(QIODevice::ReadOnly)) {
             m_lastError = QStringLiteral("Settings file cannot be read: %1").arg(iniPath);
         } else {
-            const QByteArray content = in.readAll();
-            if (content.contains("@Variant(")) {
-                QByteArray kept;
-                int dropped = 0;
-                for (const QByteArray &line : content.split('\n')) {
-                    if (line.contains("@Variant(")) {
-                        ++dropped;
-                        continue;
-                    }
-                    kept += line + '\n';
-                }
+            int dropped = 0;
+            const QByteArray kept = withoutVariantLines(in.readAll(), &dropped);
+            if (dropped > 0) {
                 qCWarning(lcSettings).noquote() << "Settings:" << dropped << "unusable line(s) of" << iniPath << "ignored";
                 if (filtered.open() && filtered.write(kept) == kept.size() && filtered.flush())
                     readPath = filtered.fileName();
@@ -128,15 +140,41 @@ bool OVSettings::saveNow()
     m_saveTimer.stop();
     if (m_path.isEmpty())
         return false;
-    QSettings settings(m_path, QSettings::IniFormat);
-    for (OVSettingsGroup *g : groups())
-        g->save(settings);
-    settings.sync();
-    if (settings.status() != QSettings::NoError) {
-        const QFileInfo info(m_path);
-        const QString reason = !QFileInfo(info.absolutePath()).isWritable() ? QStringLiteral("its folder cannot be written")
-            : info.exists() && !info.isWritable()                          ? QStringLiteral("the file is read-only")
-                                                                           : QStringLiteral("the file cannot be written");
+    const QFileInfo info(m_path);
+    QString reason;
+    if (!QFileInfo(info.absolutePath()).isWritable())
+        reason = QStringLiteral("its folder cannot be written");
+    else if (info.exists() && !info.isWritable())
+        reason = QStringLiteral("the file is read-only");
+    if (reason.isEmpty()) {
+        // QSettings reads the file it writes to, every line of it, the unusable ones open() left
+        // out included. It writes a copy of what was usable instead, with the keys of sections
+        // this version does not know, and the copy is renamed over the file: a save that is
+        // killed half-way leaves the old file whole.
+        QByteArray kept;
+        QFile old(m_path);
+        if (info.exists() && info.size() <= MaxFileSize && old.open(QIODevice::ReadOnly)) {
+            int dropped = 0;
+            kept = withoutVariantLines(old.readAll(), &dropped);
+        }
+        QTemporaryFile copy(m_path + QStringLiteral(".XXXXXX"));
+        if (!copy.open() || copy.write(kept) != kept.size() || !copy.flush()) {
+            reason = QStringLiteral("the file cannot be written");
+        } else {
+            copy.close();
+            QSettings settings(copy.fileName(), QSettings::IniFormat);
+            for (OVSettingsGroup *g : groups())
+                g->save(settings);
+            settings.sync();
+            if (settings.status() != QSettings::NoError)
+                reason = QStringLiteral("the file cannot be written");
+            else if (::rename(QFile::encodeName(copy.fileName()).constData(), QFile::encodeName(m_path).constData()) != 0)
+                reason = QStringLiteral("the file cannot be replaced (%1)").arg(QString::fromLocal8Bit(std::strerror(errno)));
+            else
+                copy.setAutoRemove(false);
+        }
+    }
+    if (!reason.isEmpty()) {
         const QString message = QStringLiteral("Settings could not be saved to %1: %2.").arg(m_path, reason);
         qCWarning(lcSettings).noquote() << message;
         Q_EMIT saveFailed(message);

@@ -28,6 +28,15 @@ public:
     void setPlaybackVolume(double v) { setValue(QStringLiteral("playbackVolume"), v); }
     int waveformsHeight() const { return intValue(QStringLiteral("waveformsHeight")); }
     void setWaveformsHeight(int v) { setValue(QStringLiteral("waveformsHeight"), v); }
+    // Whether the view named `view` (e.g. "waveforms") was left shown; `byDefault` when never saved.
+    bool viewEnabled(const QString &view, bool byDefault) const;
+    void setViewEnabled(const QString &view, bool on);
+
+    // The audio stream (counted from 0) chosen to play in the recording at `mediaPath`; 0 when
+    // none was chosen. Kept for the most recent MaxRememberedStreams recordings.
+    static constexpr int MaxRememberedStreams = 50;
+    int playingAudioStream(const QString &mediaPath) const;
+    void setPlayingAudioStream(const QString &mediaPath, int nth);
 
     // Saving the open project every few minutes (when it has a file and unsaved changes).
     bool autosave() const;

@@ -3,11 +3,14 @@
 #include "media/ovaudioout.h"
 #include "media/ovaudioring.h"
 #include "sync/ovsamples.h"
+#include "sync/ovsynclogging.h"
 
+#include <QDebug>
 #include <QTimer>
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -90,7 +93,7 @@ bool OVAudioOutSamples::start()
     if (!m_out)
         m_out = std::make_unique<OVAudioOut>();
     m_out->ring()->requestFlush();
-    if (!m_out->open(rate))
+    if (!m_out->open(rate, OutputLatencySeconds))
         return false;
     m_buffer.assign(size_t(std::ceil(LeadSeconds * rate)) * Channels, 0);
     m_playing = true;
@@ -103,9 +106,13 @@ bool OVAudioOutSamples::start()
 void OVAudioOutSamples::stop()
 {
     m_timer->stop();
-    m_playing = false;
-    if (m_out)
-        m_out->close();
+    const bool wasPlaying = std::exchange(m_playing, false);
+    if (!m_out)
+        return;
+    m_out->close();
+    // The sound system reports a late buffer on its own line without saying whose: this names it.
+    if (wasPlaying && m_out->underflows() > 0)
+        qCWarning(lcSync) << "OVAudioOutSamples:" << m_out->underflows() << "buffer(s) reached the sound card late while looping";
 }
 
 double OVAudioOutSamples::loopPosition() const

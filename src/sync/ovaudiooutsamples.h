@@ -24,6 +24,9 @@ public:
     // that a change of offset or volume is heard at once (queued sound is dropped on a change).
     static constexpr double LeadSeconds = 0.25;
     static constexpr int FeedIntervalMs = 20;
+    // Asked of the sound card. The lowest it offers ran dry dozens of times a minute on a busy
+    // machine; a loop gains nothing from it, since a change is heard only after the queue anyway.
+    static constexpr double OutputLatencySeconds = 0.1;
 
     explicit OVAudioOutSamples(QObject *parent = nullptr);
     ~OVAudioOutSamples() override;

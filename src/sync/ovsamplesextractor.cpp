@@ -17,6 +17,9 @@ namespace {
 
 const QString ExtractionTemplate = QStringLiteral("-y -i \"%1\" %2 -vn -ac 1 -ar 22050 \"%3\"");
 const QString StreamSelector = QStringLiteral("-map 0:a:%1");
+// The tool writes a stream from its first sample; a stream that starts after its file does would
+// then begin early. Padding to the output's zero, which is the file's start, keeps it in place.
+const QString TimelineTemplate = QStringLiteral("-y -i \"%1\" %2 -vn -af aresample=first_pts=0 -ac 1 -ar 22050 \"%3\"");
 const QString NoStreamOutput = QStringLiteral("does not contain any stream");
 
 } // namespace
@@ -44,6 +47,12 @@ QStringList OVSamplesExtractor::extractionArguments(const QString &media, int st
 {
     const QString selector = streamIndex >= 0 ? StreamSelector.arg(streamIndex) : QString();
     return NXFFmpegWrapper::arguments(ExtractionTemplate, { media, selector, wav });
+}
+
+QStringList OVSamplesExtractor::timelineExtractionArguments(const QString &media, int streamIndex, const QString &wav)
+{
+    const QString selector = streamIndex >= 0 ? StreamSelector.arg(streamIndex) : QString();
+    return NXFFmpegWrapper::arguments(TimelineTemplate, { media, selector, wav });
 }
 
 QString OVSamplesExtractor::temporaryWavPath()

@@ -29,6 +29,9 @@ public:
 
     // The tool's argument line for one stream; a negative stream index lets the tool choose.
     static QStringList extractionArguments(const QString &media, int streamIndex, const QString &wav);
+    // The same, but sample 0 of the WAV is the recording's start (where the player's positions
+    // count from), silence filling the time before the stream begins: for drawing on the timeline.
+    static QStringList timelineExtractionArguments(const QString &media, int streamIndex, const QString &wav);
     // A WAV path in the temporary folder that no other extraction, of this process or another, uses.
     static QString temporaryWavPath();
 

@@ -99,7 +99,7 @@ void OVWaveformsLoader::next()
                 onFfmpegFinished(error);
         },
         Qt::QueuedConnection);
-    m_ffmpeg->start(OVSamplesExtractor::extractionArguments(m_media, m_current, m_wav));
+    m_ffmpeg->start(OVSamplesExtractor::timelineExtractionArguments(m_media, m_current, m_wav));
 }
 
 void OVWaveformsLoader::onFfmpegProgress(qreal percent, quint64)

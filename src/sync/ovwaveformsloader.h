@@ -13,8 +13,9 @@ class OVWaveformPyramid;
 class OVWaveforms;
 
 // Brings the waveform of every audio stream of one recording into memory, one stream after the
-// other: the ffmpeg tool transcodes the stream to a temporary WAV file (the same line the sync
-// uses), an OVWaveforms thread reads it into a pyramid, and the file is removed. Each stream is
+// other: the ffmpeg tool transcodes the stream to a temporary WAV file that starts where the
+// recording starts (a stream that begins later is preceded by silence, so it lines up with the
+// timeline), an OVWaveforms thread reads it into a pyramid, and the file is removed. Each stream is
 // announced as soon as it is ready, so the first one shows while the others load.
 class OVWaveformsLoader : public QObject
 {

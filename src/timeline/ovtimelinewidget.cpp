@@ -273,13 +273,48 @@ void OVTimelineWidget::updateWaveformArea()
     m_waveforms->setCursorX(x >= 0 ? x - dx : -1);
 }
 
+void OVTimelineWidget::applyWaveformsHeight()
+{
+    if (m_waveformsHeight < 0 || m_waveforms->isHidden())
+        return;
+    // The splitter shares out its height afresh on every resize (before the window is shown, only
+    // once it is): the chosen strip keeps its own.
+    const QList<int> sizes = m_splitter->sizes();
+    const int total = sizes.size() == 2 ? sizes[0] + sizes[1] : 0;
+    const int wanted = std::min(m_waveformsHeight, total);
+    if (total > 0 && sizes[1] != wanted)
+        m_splitter->setSizes({ total - wanted, wanted });
+}
+
 void OVTimelineWidget::updateWaveformsGeometry()
 {
+    applyWaveformsHeight();
     relayout();
     updateScrollbars();
 }
 
-void OVTimelineWidget::onSplitterMoved(int, int) { scheduleRelayout(); }
+void OVTimelineWidget::onSplitterMoved(int, int)
+{
+    const QList<int> sizes = m_splitter->sizes();
+    if (sizes.size() == 2 && !m_waveforms->isHidden()) {
+        m_waveformsHeight = sizes[1];
+        Q_EMIT waveformsHeightChanged(m_waveformsHeight);
+    }
+    scheduleRelayout();
+}
+
+int OVTimelineWidget::waveformsHeight() const
+{
+    const QList<int> sizes = m_splitter->sizes();
+    return m_waveformsHeight >= 0 || sizes.size() != 2 ? m_waveformsHeight : sizes[1];
+}
+
+void OVTimelineWidget::setWaveformsHeight(int height)
+{
+    m_waveformsHeight = std::max(0, height);
+    layoutChildren();
+    scheduleRelayout();
+}
 
 void OVTimelineWidget::onWaveformsLoaded()
 {
@@ -287,7 +322,7 @@ void OVTimelineWidget::onWaveformsLoaded()
     // A strip squeezed to its minimum shows no wave: give each track a readable band, but never
     // more than a third of the panel, which belongs to the rows.
     const QList<int> sizes = m_splitter->sizes();
-    if (sizes.size() == 2 && !m_waveforms->isHidden()) {
+    if (m_waveformsHeight < 0 && sizes.size() == 2 && !m_waveforms->isHidden()) {
         const int total = sizes[0] + sizes[1];
         const int wanted = std::min(total / 3, m_waveforms->trackCount() * WaveformTrackHeight);
         if (sizes[1] < wanted)
@@ -743,6 +778,7 @@ void OVTimelineWidget::layoutChildren()
     const int sb = m_verticalScrollBar->sizeHint().width();
     const int hb = m_horizontalScroll->sizeHint().height();
     m_splitter->setGeometry(0, 0, std::max(0, width() - sb), std::max(0, height() - hb));
+    applyWaveformsHeight();
     m_verticalScrollBar->setGeometry(width() - sb, 0, sb, std::max(0, height() - hb));
     m_horizontalScroll->setGeometry(m_nameWidth, height() - hb, std::max(0, width() - sb - m_nameWidth), hb);
 }

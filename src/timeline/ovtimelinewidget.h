@@ -76,6 +76,10 @@ public:
     int timeAreaWidth() const;
     // The strip under the rows that shows the recording's sound.
     OVWaveformArea *waveformArea() const { return m_waveforms; }
+    // The strip's height as the user left it (or as it is, when never chosen). A height set here
+    // holds through resizes and is not grown for the tracks that load: the user chose it.
+    int waveformsHeight() const;
+    void setWaveformsHeight(int height);
 
     // The timeline that coding and editing act on, or null.
     OVProject::Timeline *activeTimeline() const;
@@ -126,6 +130,8 @@ Q_SIGNALS:
     void seekRequested(double time);
     // A mouse gesture or drop that may have changed the model has ended.
     void editFinished();
+    // The user dragged the edge between the rows and the waveform strip.
+    void waveformsHeightChanged(int height);
 
 public Q_SLOTS:
     void onLabelsChanged();
@@ -164,6 +170,7 @@ private:
     friend class OVTimelineGestures;
     void relayout();
     void layoutChildren();
+    void applyWaveformsHeight();
     void scheduleRelayout();
     void updateWaveformArea();
     void setCurrentPos(double pos);
@@ -209,4 +216,6 @@ private:
     QSplitter *m_splitter;
     QWidget *m_rowsArea;
     OVWaveformArea *m_waveforms;
+    // -1 until the user (or saved settings) chose the strip's height.
+    int m_waveformsHeight = -1;
 };

@@ -1,5 +1,6 @@
 #include "app/kvmainwindow.h"
 #include "app/ovactionregistry.h"
+#include "app/oveditaudiotracksdlg.h"
 #include "app/ovplayercanvas.h"
 #include "app/ovplayercontrols.h"
 #include "app/ovplayerpanel.h"
@@ -30,7 +31,9 @@
 #include <QDockWidget>
 #include <QLineEdit>
 #include <QProcess>
+#include <QPushButton>
 #include <QSplitter>
+#include <QSplitterHandle>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -639,6 +642,185 @@ private Q_SLOTS:
         w.unsavedAnswer = QMessageBox::Discard;
         QVERIFY(w.close());
         QVERIFY(!w.project());
+    }
+
+    void recoveredWorkStartsWhereTheRecordingStood()
+    {
+        QTemporaryDir dir;
+        const QString clip = dir.path() + "/clip.mp4";
+        QProcess ff;
+        ff.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                             "testsrc2=size=160x120:rate=25:duration=6", "-c:v", "libx264", "-pix_fmt", "yuv420p", clip });
+        QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
+        qputenv("KAVOT_NO_AUDIO_OUTPUT", "1");
+        OVSettings settings;
+        settings.open(dir.path() + "/settings.ini");
+        double shown = -1.0;
+        {
+            TestWindow w(&settings);
+            w.setDataFolder(dir.path());
+            OVPlayerPanel *panel = w.playerPanel();
+            QSignalSpy init(panel, &OVPlayerPanel::initFinished);
+            w.openFile(clip); // a project made for the recording, in no file
+            QVERIFY(init.wait(20000));
+            panel->togglePlayback();
+            panel->onSeekRequested(4.0);
+            QTRY_VERIFY_WITH_TIMEOUT(panel->player()->state() == OVVideoPlayer::Paused && panel->canvas()->currentFrame()
+                                         && qAbs(panel->canvas()->currentFrame()->time - 4.0) < 0.1,
+                                     20000);
+            shown = panel->canvas()->currentFrame()->time;
+            w.project()->timelineGroup()->timelines().first()->labels().first()->setName("Gaze");
+            OVProjectJournal::Summary summary;
+            QTRY_VERIFY_WITH_TIMEOUT(OVProjectJournal::readSummary(dir.path() + "/journal.kvj", &summary).isOk()
+                                         && qAbs(summary.position - shown) < 1e-3,
+                                     5000);
+            // Gone without closing its project, as a killed session is.
+        }
+        TestWindow next(&settings);
+        next.setDataFolder(dir.path());
+        OVPlayerPanel *panel = next.playerPanel();
+        QSignalSpy init(panel, &OVPlayerPanel::initFinished);
+        next.offerUnsavedWork(true);
+        QCOMPARE(next.recoverTexts.size(), 1);
+        QVERIFY(init.wait(20000));
+        QCOMPARE(init.first().at(0).toInt(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(panel->player()->state() == OVVideoPlayer::Paused && panel->canvas()->currentFrame()
+                                     && qAbs(panel->canvas()->currentFrame()->time - shown) < 1e-3,
+                                 20000);
+    }
+
+    void aBackupFolderThatCannotBeWrittenIsToldOnce_data()
+    {
+        QTest::addColumn<bool>("toldAtStart");
+        QTest::newRow("found by a save") << false;
+        QTest::newRow("data folder told at start") << true;
+    }
+    void aBackupFolderThatCannotBeWrittenIsToldOnce()
+    {
+        QFETCH(bool, toldAtStart);
+        QTemporaryDir dir;
+        // A file where the backup folder should be: no save can keep the version it replaces.
+        const QString backups = OVLocalFileStorage::backupFolder();
+        QVERIFY(QDir().mkpath(QFileInfo(backups).absolutePath()));
+        QDir(backups).removeRecursively();
+        QFile blocker(backups);
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        TestWindow w(nullptr);
+        w.setDataFolder(dir.path());
+        if (toldAtStart)
+            w.notifyDataFolderProblem("data folder");
+        w.onNewProject();
+        w.savePath = dir.path() + "/study.kvpr";
+        QVERIFY(w.onSaveProjectAs());
+        QVERIFY(w.waitForSaves());
+        for (int i = 0; i < 3; ++i) {
+            w.project()->timelineGroup()->timelines().first()->labels().first()->setName(QString("Gaze %1").arg(i));
+            QVERIFY(w.onSaveProject());
+            QVERIFY(w.waitForSaves());
+        }
+        QFile::remove(backups);
+        QCOMPARE(w.errors.size(), 1);
+        QVERIFY2(w.errors.first().contains(toldAtStart ? "data folder" : "could not be kept"), qPrintable(w.errors.first()));
+        QVERIFY(!w.isProjectModified());
+    }
+
+    // What the user set up around a recording (the stream that plays, the waveform strip shown or
+    // hidden and its height) is there again when the project is opened in a later session.
+    void recordingSetUpSurvivesASession_data()
+    {
+        QTest::addColumn<bool>("leftShown");
+        QTest::newRow("strip left shown") << true;
+        QTest::newRow("strip left hidden") << false;
+    }
+
+    void recordingSetUpSurvivesASession()
+    {
+        QFETCH(bool, leftShown);
+        QTemporaryDir dir;
+        const QString clip = dir.path() + "/two-voices.mkv";
+        QProcess ff;
+        ff.start("ffmpeg", { "-hide_banner", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                             "testsrc=size=160x120:rate=25:duration=4", "-f", "lavfi", "-i", "sine=f=300:d=4", "-f",
+                             "lavfi", "-i", "sine=f=700:d=4", "-map", "0", "-map", "1", "-map", "2", "-c:v", "mpeg4",
+                             "-c:a", "pcm_s16le", clip });
+        QVERIFY(ff.waitForFinished(60000) && ff.exitCode() == 0);
+        qputenv("KAVOT_NO_AUDIO_OUTPUT", "1");
+        const QString project = dir.path() + "/two-voices.kvpr";
+        const QString ini = dir.path() + "/settings.ini";
+        int chosenHeight = -1;
+        {
+            OVSettings settings;
+            settings.open(ini);
+            TestWindow w(&settings);
+            w.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&w));
+            QSignalSpy init(w.playerPanel(), &OVPlayerPanel::initFinished);
+            w.openFile(clip);
+            QVERIFY(init.wait(20000));
+            QCOMPARE(init.first().at(0).toInt(), 0);
+            OVTimelineWidget *timeline = w.timelineControl()->timelineWidget();
+            QTRY_COMPARE_WITH_TIMEOUT(timeline->waveformArea()->trackCount(), 2, 20000);
+
+            // The second stream is chosen in File > Edit Audio Tracks.
+            bool played = false;
+            QTimer::singleShot(0, this, [&] {
+                auto *dialog = qobject_cast<OVEditAudioTracksDlg *>(QApplication::activeModalWidget());
+                if (!dialog)
+                    return;
+                dialog->setSelectedStream(1);
+                dialog->findChild<QPushButton *>("btn_play")->click();
+                played = true;
+                dialog->reject();
+            });
+            w.actionRegistry()->action(OVActionRegistry::EditAudioTracks)->trigger();
+            QVERIFY(played);
+            QCOMPARE(w.playerPanel()->player()->preferredAudioStream(), 1);
+
+            // The strip is made taller by its handle, then hidden.
+            QSplitterHandle *handle = timeline->findChild<QSplitter *>()->handle(1);
+            const QPoint grip(handle->width() / 2, handle->height() / 2);
+            const QPoint up = grip - QPoint(0, 37);
+            const auto mouse = [&](QEvent::Type type, const QPoint &at, Qt::MouseButton button, Qt::MouseButtons held) {
+                QMouseEvent e(type, at, handle->mapToGlobal(at), button, held, Qt::NoModifier);
+                QApplication::sendEvent(handle, &e);
+            };
+            const int before = timeline->waveformArea()->height();
+            mouse(QEvent::MouseButtonPress, grip, Qt::LeftButton, Qt::LeftButton);
+            mouse(QEvent::MouseMove, up, Qt::NoButton, Qt::LeftButton);
+            mouse(QEvent::MouseButtonRelease, up, Qt::LeftButton, Qt::NoButton);
+            chosenHeight = timeline->waveformArea()->height();
+            QCOMPARE(chosenHeight, before + 37);
+            if (!leftShown) {
+                w.actionRegistry()->action(OVActionRegistry::Waveforms)->trigger();
+                QVERIFY(timeline->waveformArea()->isHidden());
+            }
+
+            w.savePath = project;
+            QVERIFY(w.onSaveProjectAs());
+            QVERIFY(w.waitForSaves());
+            QVERIFY(w.close());
+        }
+
+        OVSettings settings;
+        settings.open(ini);
+        TestWindow w(&settings);
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        OVTimelineWidget *timeline = w.timelineControl()->timelineWidget();
+        QAction *showWaveforms = w.actionRegistry()->action(OVActionRegistry::Waveforms);
+        QCOMPARE(showWaveforms->isChecked(), leftShown);
+        QCOMPARE(timeline->waveformArea()->isHidden(), !leftShown);
+        QSignalSpy init(w.playerPanel(), &OVPlayerPanel::initFinished);
+        w.openFile(project);
+        QVERIFY(init.wait(20000));
+        QCOMPARE(init.first().at(0).toInt(), 0);
+        QCOMPARE(w.playerPanel()->player()->preferredAudioStream(), 1);
+        if (!leftShown)
+            showWaveforms->trigger();
+        // At its height once its sound is in, which would otherwise size it for two tracks.
+        QTRY_COMPARE_WITH_TIMEOUT(timeline->waveformArea()->trackCount(), 2, 20000);
+        QTRY_COMPARE(timeline->waveformArea()->height(), chosenHeight);
     }
 
     void openingMissingFilesSaysSo()

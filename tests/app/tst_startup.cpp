@@ -82,6 +82,27 @@ private Q_SLOTS:
         QVERIFY(terminate(next));
     }
 
+    // A killed instance holds its lock and socket until the kernel has freed it, seconds for a big
+    // process under load; a stopped one holds them the same way. Bytes written to its socket are
+    // taken by the kernel, not by the instance: the start must wait for the lock, not leave.
+    void startHandedToAnInstanceThatTakesNothingWaitsForItsLock()
+    {
+        Sandbox box;
+        QProcess *first = box.start();
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("OS Info:"), 20000);
+        const pid_t holder = pid_t(first->processId());
+        ::kill(holder, SIGSTOP);
+        const QString file = box.path("later.kvpr");
+        QProcess *next = box.start({ file });
+        QTest::qWait(1500); // it has reached the socket by now
+        ::kill(holder, SIGKILL);
+        QVERIFY(first->waitForFinished(10000));
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().count("Application started") == 2, 20000);
+        QVERIFY(box.log().contains("] Cmd line: " + file));
+        QVERIFY(next->state() == QProcess::Running);
+        QVERIFY(terminate(next));
+    }
+
     void crashWritesAReportThatTheNextStartOffers()
     {
         Sandbox box;

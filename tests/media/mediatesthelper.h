@@ -22,6 +22,8 @@ namespace MediaTest {
 // `dir/name`, or an empty string (with a warning) when the tool failed.
 QString generate(const QString &dir, const QString &name, const QStringList &args);
 bool haveFfmpeg();
+// Writes `content` to `path`, replacing what was there.
+bool writeFile(const QString &path, const QByteArray &content);
 // Arguments for generate() written as one line; none of them may contain a space.
 QStringList args(const char *line);
 

@@ -3,6 +3,7 @@
 #include "media/ovvideoplayer.h"
 
 #include <QElapsedTimer>
+#include <QSet>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -59,14 +60,12 @@ private Q_SLOTS:
                                           args("-f lavfi -i sine=frequency=440:sample_rate=44100:duration=4"));
     }
 
-    // The position rules seen from outside: 0 before anything runs, the target while a seek is
-    // under way, frozen while paused, 0 again once closed (wall time while playing: realPlayback).
+    // The position rules seen from outside: the target while a seek is under way, frozen while
+    // paused, 0 once closed (wall time while playing: realPlayback).
     void clockRules()
     {
         OVVideoPlayer player;
         player.setAudioOutputEnabled(false);
-        QCOMPARE(player.position(), 0.0);
-        QCOMPARE(player.state(), OVVideoPlayer::Stopped);
         QSignalSpy init(&player, &OVVideoDecoderBase::initFinished);
         QVERIFY(player.open(need(m_clip)));
         QVERIFY(init.wait(20000) || init.count() == 1);
@@ -106,6 +105,8 @@ private Q_SLOTS:
         QTest::addColumn<bool>("afterEnd");
         QTest::newRow("forward past a keyframe, paused") << 4.52 << true << false;
         QTest::newRow("backward") << 0.5 << false << false;
+        // Only the last picture (5.96 s) lies past the target: there is no second one to pause on.
+        QTest::newRow("onto the last picture, paused") << 5.95 << true << false;
         QTest::newRow("after the end") << 1.0 << false << true;
     }
     void seekWithoutAutoStart()
@@ -161,24 +162,40 @@ private Q_SLOTS:
         FramePuller puller(&player);
         QSignalSpy finished(&player, &OVVideoDecoderBase::videoFinished);
         QVERIFY(player.open(need(m_clip)));
+        // The frame slots (1/25 s) at which this thread looked: when it is starved of CPU it
+        // looks less often than the pictures change, and the puller, looking at the same
+        // moments, can only show the newest picture of each look.
+        QSet<int> slotsLookedAt;
+        QTimer looker;
+        connect(&looker, &QTimer::timeout, this, [&] { slotsLookedAt.insert(int(player.position() * 25)); });
+        looker.start(5);
         QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
-        const double p0 = player.position();
         QElapsedTimer wall;
         wall.start();
+        const double p0 = player.position();
+        const double p0ReadBy = wall.elapsed() / 1000.0;
         double worst = 0.0;
         while (wall.elapsed() < 4500 && player.state() == OVVideoPlayer::Playing) {
             QTest::qWait(250);
-            const double drift = (player.position() - p0) - wall.elapsed() / 1000.0;
-            worst = std::max(worst, std::abs(drift));
+            // Wall time is read on both sides of each position: a preemption in between is not
+            // drift of the clock.
+            const double before = wall.elapsed() / 1000.0;
+            const double moved = player.position() - p0;
+            const double after = wall.elapsed() / 1000.0;
+            worst = std::max({ worst, moved - after, (before - p0ReadBy) - moved });
         }
         QVERIFY2(worst < 0.05, qPrintable(QString::number(worst)));
         QVERIFY(published > 3.0);
         QVERIFY(finished.wait(20000) || finished.count() == 1);
         QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Stopped, 5000);
-        // Pictures were shown up to the end, and most of them at all.
+        // Pictures were shown up to the end, every one reached the queue, and a new one was
+        // there at nearly every slot this thread looked at.
         QVERIFY(puller.last);
         QVERIFY2(puller.last->time > 5.5, qPrintable(QString::number(puller.last->time)));
-        QVERIFY2(puller.shown > 120, qPrintable(QString::number(puller.shown)));
+        QVERIFY2(player.engine().queues().videoFramesQueued() == 150,
+                 qPrintable(QString::number(player.engine().queues().videoFramesQueued())));
+        QVERIFY2(puller.shown > 0.8 * std::min<qsizetype>(150, slotsLookedAt.size()),
+                 qPrintable(QStringLiteral("%1 of %2").arg(puller.shown).arg(slotsLookedAt.size())));
         QVERIFY(published > 5.5);
     }
 
@@ -192,12 +209,17 @@ private Q_SLOTS:
         player.setTimeFactor(0.5);
         QTRY_COMPARE_WITH_TIMEOUT(player.engine().clock().timeFactor(), 0.5, 20000);
         QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
-        const double p0 = player.position();
         QElapsedTimer wall;
         wall.start();
+        const double p0 = player.position();
+        const double p0ReadBy = wall.elapsed() / 1000.0;
         QTest::qWait(1000);
-        const double rate = (player.position() - p0) / (wall.elapsed() / 1000.0);
-        QVERIFY2(std::abs(rate - 2.0) < 0.1, qPrintable(QString::number(rate)));
+        const double before = wall.elapsed() / 1000.0;
+        const double moved = player.position() - p0;
+        const double after = wall.elapsed() / 1000.0;
+        // Between the readings lay at least before − p0ReadBy and at most after seconds.
+        QVERIFY2(moved / after > 1.9 && moved / (before - p0ReadBy) < 2.1,
+                 qPrintable(QStringLiteral("%1 s in %2 to %3 s").arg(moved).arg(before - p0ReadBy).arg(after)));
     }
 
     // Speed changes while playing, in quick succession as from a held key, and in the last
@@ -322,6 +344,8 @@ private Q_SLOTS:
         QCOMPARE(player.audioStreamCount(), 3);
         QCOMPARE(player.audioSampleRate(), 22050);
         QTest::qWait(1500);
+        QElapsedTimer sinceBefore;
+        sinceBefore.start();
         const double before = player.position();
         player.setPreferredAudioStream(2);
         // Right after the restart the position is the one it had.
@@ -330,8 +354,10 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(player.state() == OVVideoPlayer::Playing && player.engine().clock().hasOrigin(),
                                  20000);
         QCOMPARE(player.audioSampleRate(), 44100);
-        QVERIFY2(std::abs(player.position() - before) < 0.6,
-                 qPrintable(QStringLiteral("%1 %2").arg(before).arg(player.position())));
+        // From there the clock runs on; how long the restart took depends on the machine.
+        const double moved = player.position() - before;
+        QVERIFY2(moved > -0.3 && moved < sinceBefore.elapsed() / 1000.0 + 0.3,
+                 qPrintable(QStringLiteral("%1 s after %2 s").arg(moved).arg(sinceBefore.elapsed() / 1000.0)));
         QTRY_VERIFY_WITH_TIMEOUT(player.engine().queues().audioBuffersQueued() > 0, 20000);
 
         // Paused, the switch keeps it paused at the same place.
@@ -360,8 +386,6 @@ private Q_SLOTS:
         QTest::qWait(200);
         QCOMPARE(puller.shown, 1);
         QTRY_VERIFY_WITH_TIMEOUT(player.position() > 1.0, 20000);
-        player.seek(3.0);
-        QTRY_VERIFY_WITH_TIMEOUT(player.position() > 3.2, 20000);
         QVERIFY(finished.wait(20000) || finished.count() == 1);
     }
 
@@ -375,10 +399,7 @@ private Q_SLOTS:
         QVERIFY(!player.openError().message().isEmpty());
 
         const QString junk = m_dir.filePath(QStringLiteral("junk.mp4"));
-        QFile f(junk);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray(4096, 'x'));
-        f.close();
+        QVERIFY(MediaTest::writeFile(junk, QByteArray(4096, 'x')));
         QSignalSpy init(&player, &OVVideoDecoderBase::initFinished);
         QVERIFY(player.open(junk));
         QVERIFY(init.wait(20000) || init.count() == 1);

@@ -191,6 +191,8 @@ void TestProjectJournal::saveKeepsChangesMadeAfterItsSnapshot()
     OVProjectJournal j;
     QVERIFY(j.start(journal(), &live, QString(), true).isOk());
     seg(&live, "seg-1")->setEnd(16);
+    // Where the recording stands is no change, and outlives the snapshot it was noted before.
+    j.notePosition(12.5);
     // The save's snapshot is taken here; the file is written while coding goes on.
     const quint64 snapshot = j.lastSequence();
     const QString base = saved(&live);
@@ -204,7 +206,12 @@ void TestProjectJournal::saveKeepsChangesMadeAfterItsSnapshot()
     QVERIFY(OVProjectJournal::recover(journal(), &back, &summary).isOk());
     QCOMPARE(summary.changes, 2);
     QCOMPARE(summary.basePath, base);
+    QCOMPARE(summary.position, 12.5);
     QVERIFY2(Fixture::difference(&live, &back).isEmpty(), qPrintable(Fixture::difference(&live, &back)));
+    j.notePosition(30.25);
+    QVERIFY(OVProjectJournal::readSummary(journal(), &summary).isOk());
+    QCOMPARE(summary.position, 30.25);
+    QCOMPARE(summary.changes, 2);
 }
 
 void TestProjectJournal::recoveryCopyIsTheStartingPoint()

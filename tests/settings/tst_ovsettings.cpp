@@ -10,21 +10,32 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+namespace {
+bool writeFile(const QString &path, const QByteArray &content)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(content) == content.size();
+}
+} // namespace
+
 class TestOVSettings : public QObject
 {
     Q_OBJECT
+    QTemporaryDir m_dir;
+    QString m_path; // a settings file of its own for every test function and data row
+
 private Q_SLOTS:
+    void init()
+    {
+        static int n = 0;
+        m_path = m_dir.filePath(QStringLiteral("settings%1.ini").arg(++n));
+    }
+
     void actionShortcutsFromFile()
     {
-        QTemporaryDir dir;
-        const QString path = dir.path() + "/settings.ini";
-        {
-            QFile f(path);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("[KeyboardSettings]\ndummytext=Dummy text\nAction3=Ctrl+K\nAction12=F5\nActionX=Z\n");
-        }
+        QVERIFY(writeFile(m_path, "[KeyboardSettings]\ndummytext=Dummy text\nAction3=Ctrl+K\nAction12=F5\nActionX=Z\n"));
         OVSettings s;
-        QVERIFY(s.open(path));
+        QVERIFY(s.open(m_path));
         QCOMPARE(s.keyboard()->shortcuts().keys(), QList<int>({ 3, 12 }));
         QCOMPARE(s.keyboard()->shortcut(3), QString("Ctrl+K"));
         QCOMPARE(s.keyboard()->shortcut(12), QString("F5"));
@@ -32,11 +43,9 @@ private Q_SLOTS:
 
     void roundTripThroughFile()
     {
-        QTemporaryDir dir;
-        const QString path = dir.path() + "/settings.ini";
         {
             OVSettings s;
-            QVERIFY(s.open(path));
+            QVERIFY(s.open(m_path));
             s.keyboard()->setShortcut(7, "Ctrl+Shift+Down");
             s.keyboard()->setShortcut(12, "");   // cleared by the user
             s.keyboard()->setShortcut(20, "F2");
@@ -50,13 +59,13 @@ private Q_SLOTS:
             s.ui()->setWaveformsHeight(120);
             QVERIFY(s.saveNow());
         }
-        QSettings raw(path, QSettings::IniFormat);
+        QSettings raw(m_path, QSettings::IniFormat);
         QCOMPARE(raw.value("KeyboardSettings/Action7").toString(), QString("Ctrl+Shift+Down"));
         QVERIFY(!raw.contains("KeyboardSettings/Action20"));
         QCOMPARE(raw.value("LabelingSettings/leadOpenTime").toString(), QString("1.5"));
 
         OVSettings s;
-        QVERIFY(s.open(path));
+        QVERIFY(s.open(m_path));
         QCOMPARE(s.keyboard()->shortcuts().size(), 2);
         QVERIFY(s.keyboard()->hasShortcut(12));
         QCOMPARE(s.keyboard()->shortcut(12), QString());
@@ -69,14 +78,12 @@ private Q_SLOTS:
 
     void changesAreSavedWithoutAnExplicitSave()
     {
-        QTemporaryDir dir;
-        const QString path = dir.path() + "/settings.ini";
         OVSettings s;
-        QVERIFY(s.open(path));
+        QVERIFY(s.open(m_path));
         QSignalSpy changed(s.userInfo(), &OVSettingsGroup::changed);
         s.userInfo()->setUsername("coder1");
         QCOMPARE(changed.count(), 1);
-        QTRY_COMPARE(QSettings(path, QSettings::IniFormat).value("UserInfoSettings/username").toString(),
+        QTRY_COMPARE(QSettings(m_path, QSettings::IniFormat).value("UserInfoSettings/username").toString(),
                      QString("coder1"));
     }
 
@@ -94,15 +101,9 @@ private Q_SLOTS:
     void badValuesFallBackToDefaults()
     {
         QFETCH(QByteArray, content);
-        QTemporaryDir dir;
-        const QString path = dir.path() + "/settings.ini";
-        {
-            QFile f(path);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(content);
-        }
+        QVERIFY(writeFile(m_path, content));
         OVSettings s;
-        s.open(path); // may or may not call the file damaged; it must not matter to the values
+        s.open(m_path); // may or may not call the file damaged; it must not matter to the values
         QCOMPARE(s.labeling()->leadOpenTime(), 2.0);
         QCOMPARE(s.labeling()->leadCloseTime(), 2.0);
         QCOMPARE(s.labeling()->defaultSegmentDuration(), 10.0);
@@ -110,28 +111,22 @@ private Q_SLOTS:
         s.labeling()->setLeadOpenTime(4);
         QVERIFY(s.saveNow());
         OVSettings again;
-        QVERIFY(again.open(path));
+        QVERIFY(again.open(m_path));
         QCOMPARE(again.labeling()->leadOpenTime(), 4.0);
     }
 
     void variantLinesAreDroppedOthersKept()
     {
-        QTemporaryDir dir;
-        const QString path = dir.path() + "/settings.ini";
-        {
-            QFile f(path);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("[OverlaySettings]\ncolor=@Variant(\\0\\0\\0\\x43\\x1\\xff\\xff)\nfont=\"Sans,12,-1,5,400,0,0,0,0,0,0,0,0,0,0,1\"\n"
-                    "[LabelingSettings]\nleadOpenTime=3.5\n");
-        }
+        QVERIFY(writeFile(m_path, "[OverlaySettings]\ncolor=@Variant(\\0\\0\\0\\x43\\x1\\xff\\xff)\n"
+                                "font=\"Sans,12,-1,5,400,0,0,0,0,0,0,0,0,0,0,1\"\n[LabelingSettings]\nleadOpenTime=3.5\n"));
         OVSettings s;
-        QVERIFY(s.open(path));
+        QVERIFY(s.open(m_path));
         QCOMPARE(s.overlay()->color(), QColor(255, 255, 255, 255));
         QCOMPARE(s.overlay()->font().family(), QString("Sans"));
         QCOMPARE(s.labeling()->leadOpenTime(), 3.5);
         s.overlay()->setColor(QColor(1, 2, 3, 4));
         QVERIFY(s.saveNow());
-        QFile saved(path);
+        QFile saved(m_path);
         QVERIFY(saved.open(QIODevice::ReadOnly));
         const QByteArray text = saved.readAll();
         QVERIFY(!text.contains("@Variant("));
@@ -142,15 +137,10 @@ private Q_SLOTS:
     {
         if (geteuid() == 0)
             QSKIP("root reads every file");
-        QTemporaryDir dir;
-        const QString path = dir.path() + "/settings.ini";
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("[LabelingSettings]\nleadOpenTime=7\n");
-        f.close();
-        QVERIFY(f.setPermissions(QFile::WriteOwner));
+        QVERIFY(writeFile(m_path, "[LabelingSettings]\nleadOpenTime=7\n"));
+        QVERIFY(QFile::setPermissions(m_path, QFile::WriteOwner));
         OVSettings s;
-        QVERIFY(!s.open(path));
+        QVERIFY(!s.open(m_path));
         QCOMPARE(s.labeling()->leadOpenTime(), 2.0);
     }
 
@@ -158,12 +148,10 @@ private Q_SLOTS:
     // and never come back as garbage from a damaged entry.
     void lastPositions()
     {
-        QTemporaryDir dir;
-        const QString path = dir.path() + "/settings.ini";
         const QString odd = "/data/a|b, c.kvpr";
         {
             OVSettings s;
-            QVERIFY(s.open(path));
+            QVERIFY(s.open(m_path));
             s.recentProjects()->addProject(odd);
             s.recentProjects()->addProject("/b.kvpr");
             s.recentProjects()->setLastPosition(odd, 12.5);
@@ -172,7 +160,7 @@ private Q_SLOTS:
             QVERIFY(s.saveNow());
         }
         OVSettings s;
-        QVERIFY(s.open(path));
+        QVERIFY(s.open(m_path));
         OVRecentProjects *recent = s.recentProjects();
         QCOMPARE(recent->lastPosition(odd), 12.5);
         QCOMPARE(recent->lastPosition("/b.kvpr"), 3.25);

@@ -51,7 +51,8 @@ QStringList TestOVManualSamplesLoader::leftovers() const
 }
 
 // Test recordings, made once: "silent video" (4 s, no audio stream), "tone" (2 s WAV), "two
-// streams" (3 s: stream 0 silence, stream 1 a loud tone), "text" (not a recording).
+// streams" (3 s: stream 0 silence, stream 1 a loud tone), "late stream" (3 s of video, its tone
+// from 1.5 s to the end), "text" (not a recording).
 QString TestOVManualSamplesLoader::media(const QString &kind)
 {
     const QString path = m_dir.filePath(QString(kind).replace(QLatin1Char(' '), QLatin1Char('-'))
@@ -67,6 +68,10 @@ QString TestOVManualSamplesLoader::media(const QString &kind)
     } else if (kind == QLatin1String("two streams")) {
         ok = SyncTest::ffmpeg({ "-f", lavfi, "-i", "anullsrc=r=44100:cl=stereo:d=3", "-f", lavfi, "-i",
                                 "sine=f=440:r=48000:d=3", "-map", "0", "-map", "1", "-c:a", "pcm_s16le", path });
+    } else if (kind == QLatin1String("late stream")) {
+        ok = SyncTest::ffmpeg({ "-f", lavfi, "-i", "testsrc=size=64x48:rate=10:d=3", "-itsoffset", "1.5", "-f", lavfi,
+                                "-i", "sine=f=440:r=48000:d=1.5", "-map", "0", "-map", "1", "-c:v", "mpeg4", "-c:a",
+                                "pcm_s16le", path });
     } else {
         QFile f(path);
         ok = f.open(QIODevice::WriteOnly) && f.write("this is text, not a recording") > 0;
@@ -151,11 +156,13 @@ void TestOVManualSamplesLoader::waveformsLoader_data()
     QTest::addColumn<bool>("slowTool");
     QTest::addColumn<QList<int>>("peaks"); // per stream: lowest peak expected (0: silence)
     QTest::addColumn<int>("errorCode");
+    QTest::addColumn<double>("soundFrom"); // seconds after the recording's start
 
-    QTest::newRow("every stream, in order") << "two streams" << false << QList<int> { 0, 3000 } << 0; // the tone is at 1/8 of full scale
-    QTest::newRow("no audio stream") << "silent video" << false << QList<int> {} << 0;
-    QTest::newRow("cancelled") << "two streams" << true << QList<int> {} << int(NXFFmpegWrapper::StoppedByUser);
-    QTest::newRow("not a recording") << "text" << false << QList<int> {} << 1;
+    QTest::newRow("every stream, in order") << "two streams" << false << QList<int> { 0, 3000 } << 0 << 0.0; // the tone is at 1/8 of full scale
+    QTest::newRow("stream starting after its file") << "late stream" << false << QList<int> { 3000 } << 0 << 1.5;
+    QTest::newRow("no audio stream") << "silent video" << false << QList<int> {} << 0 << 0.0;
+    QTest::newRow("cancelled") << "two streams" << true << QList<int> {} << int(NXFFmpegWrapper::StoppedByUser) << 0.0;
+    QTest::newRow("not a recording") << "text" << false << QList<int> {} << 1 << 0.0;
 }
 
 void TestOVManualSamplesLoader::waveformsLoader()
@@ -164,6 +171,7 @@ void TestOVManualSamplesLoader::waveformsLoader()
     QFETCH(bool, slowTool);
     QFETCH(QList<int>, peaks);
     QFETCH(int, errorCode);
+    QFETCH(double, soundFrom);
     const QString path = media(recording);
     QVERIFY(!path.isEmpty());
 
@@ -196,6 +204,15 @@ void TestOVManualSamplesLoader::waveformsLoader()
             QVERIFY2(e.high < 50 && e.low > -50, qPrintable(QString::number(e.high)));
         else
             QVERIFY2(e.high > peaks[i], qPrintable(QString::number(e.high)));
+        if (soundFrom > 0.0) {
+            // The strip is drawn from the recording's start: the sound must sit where it is heard.
+            const qint64 onset = qint64(soundFrom * tracks[i]->sampleRate());
+            const qint64 margin = tracks[i]->sampleRate() / 50;
+            QVERIFY(tracks[i]->extent(0, onset - margin, &e));
+            QVERIFY2(e.high < 50, qPrintable(QStringLiteral("sound %1 before its start").arg(e.high)));
+            QVERIFY(tracks[i]->extent(onset + margin, onset + 10 * margin, &e));
+            QVERIFY2(e.high > peaks[i], qPrintable(QStringLiteral("only %1 after its start").arg(e.high)));
+        }
     }
 }
 

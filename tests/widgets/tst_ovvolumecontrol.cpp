@@ -14,7 +14,6 @@ private Q_SLOTS:
     void sliderSetsTheVolume()
     {
         OVVolumePopup popup;
-        QCOMPARE(popup.volume(), 1.0);
         QSignalSpy spy(&popup, &OVVolumePopup::volumeChanged);
         popup.slider()->setValue(10);
         QCOMPARE(spy.count(), 1);
@@ -33,7 +32,6 @@ private Q_SLOTS:
     {
         OVVolumePopup popup;
         QSignalSpy spy(&popup, &OVVolumePopup::volumeChanged);
-        QVERIFY(!popup.isMuted());
         popup.audioSwitch()->setChecked(false);
         QVERIFY(popup.isMuted());
         QCOMPARE(spy.count(), 1);
@@ -51,7 +49,6 @@ private Q_SLOTS:
         OVVolumeControl control;
         control.show();
         QSignalSpy spy(&control, &OVVolumeControl::volumeChanged);
-        QCOMPARE(control.text(), QStringLiteral("100%"));
         control.setVolume(0.5);
         QCOMPARE(spy.count(), 1);
         QCOMPARE(control.text(), QStringLiteral("50%"));
