@@ -8,6 +8,8 @@
 #include <QMetaType>
 #include <QUuid>
 
+#include <utility>
+
 namespace OVProject {
 
 void registerMetaTypes()
@@ -31,6 +33,16 @@ BaseNode::BaseNode(const Id &id, QObject *parent)
 {
     registerMetaTypes();
 }
+
+void BaseNode::setId(const Id &id)
+{
+    if (id == m_id)
+        return;
+    const Id old = std::exchange(m_id, id);
+    idChanged(old);
+}
+
+void BaseNode::idChanged(const Id &oldId) { Q_UNUSED(oldId); }
 
 Id BaseNode::newId() { return QUuid::createUuid().toString(QUuid::WithoutBraces); }
 

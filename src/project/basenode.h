@@ -36,13 +36,17 @@ public:
     virtual QString contentHash() const = 0;
 
     Id id() const { return m_id; }
-    void setId(const Id &id) { m_id = id; }
+    // Owners find their nodes by id through indexes of their own; a new id reaches them through
+    // idChanged(), whoever sets it.
+    void setId(const Id &id);
 
     // A new unique id (a UUID without braces).
     static Id newId();
 
 protected:
     static QString md5Hex(const QString &text);
+    // After every change of the id; m_id already holds the new one.
+    virtual void idChanged(const Id &oldId);
 
     Id m_id;
 };

@@ -21,6 +21,8 @@ Label::Label(const Id &id, QObject *parent)
 
 Label::~Label()
 {
+    if (m_idIndexOwner)
+        m_idIndexOwner->unindexSegments(this);
     for (Segment *s : std::as_const(m_segments))
         s->m_label = nullptr;
 }
@@ -91,6 +93,8 @@ bool Label::matchesKey(QChar key) const { return !m_key.isNull() && m_key.toUppe
 
 Segment *Label::segment(const Id &id) const
 {
+    if (m_idIndexOwner)
+        return m_idIndexOwner->indexedSegment(id, this);
     for (Segment *s : m_segments) {
         if (s->id() == id)
             return s;
@@ -100,6 +104,8 @@ Segment *Label::segment(const Id &id) const
 
 Segment *Label::openSegment() const
 {
+    if (m_openCount == 0)
+        return nullptr;
     for (auto it = m_segments.crbegin(); it != m_segments.crend(); ++it) {
         if ((*it)->isOpen())
             return *it;
@@ -116,12 +122,20 @@ void Label::attach(Segment *segment)
     segment->setParent(this);
     segment->m_label = this;
     m_segments.append(segment);
+    if (segment->isOpen())
+        ++m_openCount;
+    if (m_idIndexOwner)
+        m_idIndexOwner->indexSegment(segment);
     connect(segment, &QObject::destroyed, this, &Label::onSegmentDestroyed);
     connect(segment, &Segment::changed, this, &Label::onSegmentChanged);
 }
 
 void Label::detach(Segment *segment)
 {
+    if (segment->isOpen())
+        --m_openCount;
+    if (m_idIndexOwner)
+        m_idIndexOwner->unindexSegment(segment, segment->id());
     disconnect(segment, nullptr, this, nullptr);
     segment->m_label = nullptr;
     segment->setParent(nullptr);
@@ -142,6 +156,9 @@ void Label::addSegments(const QList<Segment *> &segments)
 {
     bool any = false;
     m_segments.reserve(m_segments.size() + segments.size());
+    // A load or an undo of many: the timeline rebuilds its id index once, at its next lookup.
+    if (m_idIndexOwner && segments.size() > 1)
+        m_idIndexOwner->dropSegmentIndex();
     for (Segment *s : segments) {
         if (!s || s->m_label == this)
             continue;
@@ -202,11 +219,28 @@ void Label::onSegmentChanged()
     Q_EMIT segmentsChanged();
 }
 
-void Label::segmentDestroying(Segment *segment) { Q_EMIT segmentRemoved(segment->id()); }
+void Label::segmentDestroying(Segment *segment)
+{
+    if (segment->isOpen())
+        --m_openCount;
+    if (m_idIndexOwner)
+        m_idIndexOwner->unindexSegment(segment, segment->id());
+    Q_EMIT segmentRemoved(segment->id());
+}
+
+void Label::segmentIdChanged(Segment *segment, const Id &oldId)
+{
+    if (m_idIndexOwner)
+        m_idIndexOwner->reindexSegment(segment, oldId);
+    // To an observer that keys segments by id (the journal) this is one segment gone and another come.
+    Q_EMIT segmentRemoved(oldId);
+    Q_EMIT segmentAdded(segment);
+    Q_EMIT segmentsChanged();
+}
 
 void Label::segmentTimesChanged(Segment *segment, double oldStart, double oldEnd)
 {
-    Q_UNUSED(oldEnd);
+    m_openCount += int(segment->isOpen()) - int(oldEnd == Segment::OpenEnd);
     if (!m_indexValid)
         return;
     const std::size_t pos = indexFind(segment, oldStart);
@@ -344,6 +378,9 @@ QString Label::checkIndex() const
         if (i > 0 && m_index[i - 1].start > e.start)
             return QStringLiteral("entry %1 is out of order").arg(i);
     }
+    const auto open = std::count_if(m_segments.cbegin(), m_segments.cend(), [](const Segment *s) { return s->isOpen(); });
+    if (open != m_openCount)
+        return QStringLiteral("counts %1 open segments of %2").arg(m_openCount).arg(open);
     const std::size_t blocks = (m_index.size() + BlockSize - 1) / BlockSize;
     if (m_blockMaxEnd.size() != blocks)
         return QStringLiteral("%1 block maxima for %2 blocks").arg(m_blockMaxEnd.size()).arg(blocks);

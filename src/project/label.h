@@ -55,8 +55,10 @@ public:
     // Segments in the order they were added.
     const QList<Segment *> &segments() const { return m_segments; }
     int segmentCount() const { return int(m_segments.size()); }
+    // Through the timeline's id index while the label belongs to one, by a scan otherwise.
     Segment *segment(const Id &id) const;
-    // The last added segment that is still open, or null.
+    // The last added segment that is still open, or null. A count of open segments answers the
+    // common case (none open) without walking the label.
     Segment *openSegment() const;
 
     // Takes ownership; a segment held by another label is taken from it first.
@@ -83,7 +85,8 @@ public:
     Timeline *timeline() const;
 
     // Rebuilds what the time index should hold from the segment list and compares: order, times,
-    // and every block's largest end. A text naming the first difference, empty if none.
+    // every block's largest end, and the count of open segments. A text naming the first
+    // difference, empty if none.
     QString checkIndex() const;
 
 Q_SIGNALS:
@@ -101,6 +104,7 @@ public Q_SLOTS:
 
 private:
     friend class Segment;
+    friend class Timeline;
     struct IndexEntry
     {
         double start;
@@ -114,6 +118,7 @@ private:
     // Called by a segment of this label in its destructor, while its id can still be read.
     void segmentDestroying(Segment *segment);
     void segmentTimesChanged(Segment *segment, double oldStart, double oldEnd);
+    void segmentIdChanged(Segment *segment, const Id &oldId);
     void ensureIndex() const;
     template <typename Visit> void visitRange(double from, double to, Visit visit) const;
     void indexInsert(Segment *segment) const;
@@ -127,6 +132,10 @@ private:
     QChar m_key;
     int m_sortOrder = 0;
     QList<Segment *> m_segments;
+    int m_openCount = 0;
+    // The timeline whose id index holds this label's segments; set and cleared by that timeline
+    // only, so a label merely parented to a timeline never touches its index.
+    Timeline *m_idIndexOwner = nullptr;
 
     mutable std::vector<IndexEntry> m_index;
     mutable std::vector<double> m_blockMaxEnd;

@@ -59,6 +59,12 @@ void Segment::applyTimes(double start, double end)
         m_label->segmentTimesChanged(this, oldStart, oldEnd);
 }
 
+void Segment::idChanged(const Id &oldId)
+{
+    if (m_label)
+        m_label->segmentIdChanged(this, oldId);
+}
+
 void Segment::setStart(double start) { setTimes(start, m_end); }
 
 void Segment::setEnd(double end) { setTimes(m_start, end); }

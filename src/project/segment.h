@@ -40,6 +40,9 @@ public:
 Q_SIGNALS:
     void changed();
 
+protected:
+    void idChanged(const Id &oldId) override;
+
 private:
     friend class Label;
     void applyTimes(double start, double end);

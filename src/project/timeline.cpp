@@ -40,6 +40,13 @@ Timeline::Timeline(const Id &id, QObject *parent)
 {
 }
 
+Timeline::~Timeline()
+{
+    // The labels die after this object's members, in ~QObject: keep them off the gone index.
+    for (Label *l : std::as_const(m_labels))
+        l->m_idIndexOwner = nullptr;
+}
+
 bool Timeline::copyFrom(const BaseNode *other)
 {
     if (!other || other->nodeType() != nodeType())
@@ -110,7 +117,14 @@ void Timeline::attachLabel(Label *label)
 {
     if (Timeline *old = label->timeline(); old && old != this)
         old->takeLabel(label);
+    else if (label->m_idIndexOwner && label->m_idIndexOwner != this)
+        label->m_idIndexOwner->takeLabel(label);
     label->setParent(this);
+    label->m_idIndexOwner = this;
+    if (label->segmentCount() > 1)
+        dropSegmentIndex();
+    else if (label->segmentCount() == 1)
+        indexSegment(label->segments().first());
     connect(label, &QObject::destroyed, this, &Timeline::onLabelDestroyed);
     connect(label, &Label::changed, this, &Timeline::labelDetailsChanged);
     connect(label, &Label::segmentsChanged, this, &Timeline::segmentsChanged);
@@ -140,6 +154,8 @@ Label *Timeline::takeLabel(Label *label)
     if (!label || !m_labels.removeOne(label))
         return nullptr;
     disconnect(label, nullptr, this, nullptr);
+    unindexSegments(label);
+    label->m_idIndexOwner = nullptr;
     label->setParent(nullptr);
     Q_EMIT labelsChanged();
     return label;
@@ -167,11 +183,87 @@ void Timeline::addDefaultLabels()
 
 Segment *Timeline::findSegment(const Id &id) const
 {
-    for (const Label *l : m_labels) {
-        if (Segment *s = l->segment(id))
-            return s;
+    ensureSegmentIndex();
+    return m_segmentsById.value(id, nullptr);
+}
+
+Segment *Timeline::indexedSegment(const Id &id, const Label *label) const
+{
+    ensureSegmentIndex();
+    for (auto it = m_segmentsById.constFind(id); it != m_segmentsById.cend() && it.key() == id; ++it) {
+        if (it.value()->label() == label)
+            return it.value();
     }
     return nullptr;
+}
+
+void Timeline::ensureSegmentIndex() const
+{
+    if (m_segmentIndexValid)
+        return;
+    qsizetype count = 0;
+    for (const Label *l : m_labels)
+        count += l->segmentCount();
+    m_segmentsById.clear();
+    m_segmentsById.reserve(count);
+    for (const Label *l : m_labels) {
+        for (Segment *s : l->segments())
+            m_segmentsById.insert(s->id(), s);
+    }
+    m_segmentIndexValid = true;
+}
+
+void Timeline::indexSegment(Segment *segment)
+{
+    if (m_segmentIndexValid)
+        m_segmentsById.insert(segment->id(), segment);
+}
+
+void Timeline::unindexSegment(Segment *segment, const Id &id)
+{
+    if (m_segmentIndexValid)
+        m_segmentsById.remove(id, segment);
+}
+
+void Timeline::unindexSegments(const Label *label)
+{
+    if (!m_segmentIndexValid)
+        return;
+    for (Segment *s : label->segments())
+        m_segmentsById.remove(s->id(), s);
+}
+
+void Timeline::reindexSegment(Segment *segment, const Id &oldId)
+{
+    if (!m_segmentIndexValid)
+        return;
+    m_segmentsById.remove(oldId, segment);
+    m_segmentsById.insert(segment->id(), segment);
+}
+
+void Timeline::dropSegmentIndex()
+{
+    m_segmentsById.clear();
+    m_segmentIndexValid = false;
+}
+
+QString Timeline::checkSegmentIndex() const
+{
+    qsizetype count = 0;
+    for (const Label *l : m_labels) {
+        if (l->m_idIndexOwner != this)
+            return QStringLiteral("label %1 does not report to its timeline's id index").arg(l->id());
+        count += l->segmentCount();
+        if (!m_segmentIndexValid)
+            continue;
+        for (Segment *s : l->segments()) {
+            if (!m_segmentsById.contains(s->id(), s))
+                return QStringLiteral("segment %1 of label %2 is not indexed under its id").arg(s->id(), l->id());
+        }
+    }
+    if (m_segmentIndexValid && m_segmentsById.size() != count)
+        return QStringLiteral("the id index holds %1 entries for %2 segments").arg(m_segmentsById.size()).arg(count);
+    return QString();
 }
 
 Utterance *Timeline::utterance(const Id &id) const { return findById(m_utterances, id); }

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QChar>
 #include <QList>
+#include <QMultiHash>
 #include <QMap>
 #include <QStringList>
 
@@ -22,6 +23,7 @@ class Timeline : public BaseNode
     Q_OBJECT
 public:
     explicit Timeline(const Id &id = Id(), QObject *parent = nullptr);
+    ~Timeline() override;
 
     int nodeType() const override { return TimelineType; }
     // Copies owner, blind flag, hidden lists and binary data; children and the id stay.
@@ -46,8 +48,14 @@ public:
     // Gives the four starting labels "Label 1".."Label 4" (keys A-D; blue, red, yellow, green).
     void addDefaultLabels();
 
-    // The segment with this id in any label; null if none.
+    // The segment with this id in any label; null if none. Keyboard coding and every undo step
+    // look segments up by id among hundreds of thousands, so the timeline keeps an index by id.
+    // Labels report every segment that comes, goes or gets a new id; a bulk add only drops the
+    // index, and the next lookup rebuilds it once.
     Segment *findSegment(const Id &id) const;
+    // Rebuilds what the id index should hold and compares. A text naming the first difference,
+    // empty if none (also while the index is dropped, as there is nothing stale to find then).
+    QString checkSegmentIndex() const;
 
     const QList<Utterance *> &utterances() const { return m_utterances; }
     Utterance *utterance(const Id &id) const;
@@ -106,6 +114,16 @@ public Q_SLOTS:
     void onObjectDestroyed(QObject *object);
 
 private:
+    friend class Label;
+    // Called by the labels of m_labels only.
+    void indexSegment(Segment *segment);
+    void unindexSegment(Segment *segment, const Id &id);
+    void unindexSegments(const Label *label);
+    void reindexSegment(Segment *segment, const Id &oldId);
+    void dropSegmentIndex();
+    void ensureSegmentIndex() const;
+    Segment *indexedSegment(const Id &id, const Label *label) const;
+
     void attachLabel(Label *label);
     void attachUtterance(Utterance *utterance);
     static bool setInList(QStringList &list, const QString &value, bool present);
@@ -120,6 +138,11 @@ private:
     QStringList m_hiddenUtterances;
     QStringList m_hiddenUtteranceUsers;
     QMap<QString, QByteArray> m_binaryData;
+
+    // Multi: ids are unique in a sound project, but a damaged one must not lose a segment from
+    // the index when its twin goes.
+    mutable QMultiHash<Id, Segment *> m_segmentsById;
+    mutable bool m_segmentIndexValid = true;
 };
 
 } // namespace OVProject

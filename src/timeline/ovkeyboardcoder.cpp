@@ -57,7 +57,7 @@ OVKeyboardCoder::Result OVKeyboardCoder::finish(Result r)
 {
     // One line per coded event in the log: what a coder did is on record even when the session
     // is killed before anything is saved.
-    if (r.changed() && m_project) {
+    if (r.changed() && m_project && lcTimeline().isDebugEnabled()) {
         const Timeline *timeline = activeTimeline(m_project);
         if (const Segment *s = timeline ? timeline->findSegment(r.segmentId) : nullptr)
             qCDebug(lcTimeline).noquote() << "KeyboardCoder::coded segment" << s->id() << "label:" << r.labelId

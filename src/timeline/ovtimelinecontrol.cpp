@@ -13,6 +13,7 @@
 #include "timeline/ovquickedit.h"
 #include "timeline/ovquickkeyedit.h"
 #include "timeline/ovtimelinehistory.h"
+#include "timeline/ovtoolrow.h"
 #include "timeline/ovtimelinelabelpainter.h"
 #include "timeline/ovtimelinelogging.h"
 #include "timeline/ovtimelinewidget.h"
@@ -104,27 +105,22 @@ OVTimelineControl::OVTimelineControl(OVLabelingSettings *settings, QWidget *pare
         b->setFocusPolicy(Qt::NoFocus);
     m_mode->setFocusPolicy(Qt::NoFocus);
 
-    auto *bar = new QHBoxLayout;
-    bar->setContentsMargins(4, 2, 4, 2);
-    bar->addWidget(m_addLabel);
-    bar->addWidget(m_mode);
-    bar->addWidget(m_leadOpenCaption);
-    bar->addWidget(m_leadOpen);
-    bar->addWidget(m_leadCloseCaption);
-    bar->addWidget(m_leadClose);
-    bar->addWidget(m_durationCaption);
-    bar->addWidget(m_duration);
-    bar->addStretch(1);
-    bar->addWidget(m_authors);
-    bar->addWidget(more);
-    bar->addWidget(fit);
-    bar->addWidget(load);
-    bar->addWidget(save);
+    // On a narrow window (a dock beside the timeline) the buttons go to a second line instead of
+    // holding the timeline as wide as all of them.
+    auto *bar = new OVToolRow(this);
+    for (QWidget *w : { static_cast<QWidget *>(m_addLabel), static_cast<QWidget *>(m_mode), static_cast<QWidget *>(m_leadOpenCaption),
+             static_cast<QWidget *>(m_leadOpen), static_cast<QWidget *>(m_leadCloseCaption), static_cast<QWidget *>(m_leadClose),
+             static_cast<QWidget *>(m_durationCaption), static_cast<QWidget *>(m_duration) })
+        bar->leading()->addWidget(w);
+    bar->leading()->addStretch(1);
+    for (QWidget *w : { static_cast<QWidget *>(m_authors), static_cast<QWidget *>(more), static_cast<QWidget *>(fit),
+             static_cast<QWidget *>(load), static_cast<QWidget *>(save) })
+        bar->trailing()->addWidget(w);
 
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
-    layout->addLayout(bar);
+    layout->addWidget(bar);
     layout->addWidget(m_scale);
     layout->addWidget(m_widget, 1);
 

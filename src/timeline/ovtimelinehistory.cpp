@@ -101,30 +101,25 @@ private:
     }
     bool remove()
     {
-        QHash<Id, QSet<Id>> byLabel;
-        for (const SegmentData &d : m_segments)
-            byLabel[d.labelId].insert(d.id);
-        QList<QPair<Label *, QList<Segment *>>> doomed;
-        int found = 0;
-        for (auto it = byLabel.cbegin(); it != byLabel.cend(); ++it) {
-            Label *l = label(it.key());
-            if (!l)
+        // Every segment must be found, or nothing is done. Undoing a coded key comes here: the
+        // lookups go through the timeline's id index, not through the label's segments.
+        QHash<Id, Label *> labels;
+        QList<Segment *> doomed;
+        QSet<Segment *> seen;
+        doomed.reserve(m_segments.size());
+        for (const SegmentData &d : m_segments) {
+            Label *l = labels.value(d.labelId);
+            if (!l && !(l = label(d.labelId)))
                 return false;
-            QList<Segment *> mine;
-            for (Segment *s : l->segments()) {
-                if (it.value().contains(s->id()))
-                    mine.append(s);
-            }
-            found += int(mine.size());
-            doomed.append({ l, mine });
+            labels.insert(d.labelId, l);
+            Segment *s = l->segment(d.id);
+            if (!s || seen.contains(s))
+                return false;
+            seen.insert(s);
+            doomed.append(s);
         }
-        if (found != m_segments.size())
-            return false;
-        for (const auto &[l, segments] : std::as_const(doomed)) {
-            // Newest first: the label's list is searched from its end.
-            for (auto s = segments.crbegin(); s != segments.crend(); ++s)
-                l->removeSegment(*s);
-        }
+        for (auto s = doomed.crbegin(); s != doomed.crend(); ++s)
+            (*s)->label()->removeSegment(*s);
         return true;
     }
 
@@ -657,6 +652,8 @@ QString OVTimelineHistory::checkConsistency(const Project *project)
             if (const QString query = checkQueries(l); !query.isEmpty())
                 return QStringLiteral("label %1: %2").arg(l->id(), query);
         }
+        if (const QString index = t->checkSegmentIndex(); !index.isEmpty())
+            return QStringLiteral("timeline %1: %2").arg(t->id(), index);
     }
     return QString();
 }

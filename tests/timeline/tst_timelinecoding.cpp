@@ -8,6 +8,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDoubleSpinBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -29,6 +30,8 @@ private Q_SLOTS:
     void refusedPressSaysWhyAndKeepsTheKeyboard();
     void labelingModeFields();
     void zoomToFit();
+    void barFitsANarrowPanel_data();
+    void barFitsANarrowPanel();
 
 private:
     // "pos:key" presses separated by ';'. A key may be prefixed with ^ (Control), + (Shift),
@@ -252,3 +255,41 @@ void TstTimelineCoding::zoomToFit()
 
 QTEST_MAIN(TstTimelineCoding)
 #include "tst_timelinecoding.moc"
+
+void TstTimelineCoding::barFitsANarrowPanel_data()
+{
+    QTest::addColumn<int>("width");
+    QTest::newRow("whole window") << 1400;
+    // 1280 px less a segment list dock wide enough for its times.
+    QTest::newRow("beside a dock") << 700;
+}
+
+// The panel's fields and buttons are all shown whole and apart however wide the panel is, and
+// they do not hold it wider than what a dock beside it leaves.
+void TstTimelineCoding::barFitsANarrowPanel()
+{
+    QFETCH(int, width);
+    OVLabelingSettings settings;
+    settings.setLabelingMode(OVLabelingSettings::SinglePressMode);
+    OVTimelineControl control(&settings);
+    QCOMPARE_LE(control.minimumSizeHint().width(), 700);
+    control.resize(width, 400);
+    control.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&control));
+    QList<QRect> placed;
+    for (QWidget *child : control.findChildren<QWidget *>()) {
+        if (!child->isVisible() || !(qobject_cast<QAbstractButton *>(child) || qobject_cast<QComboBox *>(child)
+                || qobject_cast<QAbstractSpinBox *>(child) || qobject_cast<QLabel *>(child)))
+            continue;
+        if (child->parentWidget() != control.findChild<QPushButton *>()->parentWidget())
+            continue;
+        const QRect r(child->mapTo(&control, QPoint(0, 0)), child->size());
+        QVERIFY2(control.rect().contains(r), qPrintable(QStringLiteral("%1 lies outside the panel").arg(child->metaObject()->className())));
+        QVERIFY2(r.width() >= child->minimumSizeHint().width(), qPrintable(QStringLiteral("%1 is squeezed").arg(child->metaObject()->className())));
+        for (const QRect &other : std::as_const(placed))
+            QVERIFY(!r.intersects(other));
+        placed << r;
+    }
+    // Every field and button of the mode (the closing lead is hidden in single press mode).
+    QCOMPARE(placed.size(), 11);
+}

@@ -1,12 +1,14 @@
 #include "timelinefixture.h"
 
 #include "project/history.h"
+#include "project/timelinegroup.h"
 #include "settings/ovlabelingsettings.h"
 #include "timeline/ovtimelinecontrol.h"
 #include "timeline/ovtimelinehistory.h"
 #include "timeline/ovtimelinewidget.h"
 
 #include <QRandomGenerator>
+#include <QSet>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -29,6 +31,8 @@ private Q_SLOTS:
     void deleteAsksFirst();
     void timelineFileRoundTrip();
     void timelineFileFailures();
+    void idLookupsFollowEveryChange_data();
+    void idLookupsFollowEveryChange();
 
 private:
     static void checked(Project *p)
@@ -329,3 +333,125 @@ void TstTimelineHistory::timelineFileFailures()
 
 QTEST_MAIN(TstTimelineHistory)
 #include "tst_timelinehistory.moc"
+
+// Every way a segment comes, goes, moves or is renamed, each followed by lookups by id in every
+// timeline: a path that forgets the timeline's id index leaves a segment unfound or a gone one
+// still found. The index is built before each change, so that the change has to keep it.
+void TstTimelineHistory::idLookupsFollowEveryChange_data()
+{
+    QTest::addColumn<QString>("change");
+    for (const char *change : { "code", "undo code", "redo code", "close open", "delete", "undo delete",
+             "delete objects", "delete label object", "move to label", "undo move", "move to other timeline", "new id",
+             "new id of detached", "remove label", "undo remove label", "label to other timeline",
+             "bulk add", "load timeline file", "undo load" })
+        QTest::newRow(change) << QString::fromLatin1(change);
+}
+
+void TstTimelineHistory::idLookupsFollowEveryChange()
+{
+    QFETCH(QString, change);
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    Project project;
+    Timeline *t = newProject(&project);
+    Timeline *other = project.createTimeline(QStringLiteral("bob"));
+    OVTimelineControl control(nullptr);
+    control.setProject(&project);
+    OVTimelineHistory *h = control.timelineWidget()->history();
+    Label *a = t->labels().at(0);
+    Label *b = t->labels().at(1);
+    QVERIFY(h->addSegment(a, 1.0, 2.0) && h->addSegment(a, 3.0, 4.0) && h->addSegment(b, 5.0, 6.0));
+    Segment *open = h->addSegment(b, 7.0, Segment::OpenEnd);
+    QVERIFY(open);
+    Segment *first = a->segments().first();
+    const QString file = dir.filePath(QStringLiteral("codes.kvtl"));
+    QVERIFY(control.saveTimelineFile(file));
+
+    QSet<Id> everId;
+    auto remember = [&] {
+        for (const Timeline *tl : project.timelineGroup()->timelines())
+            for (const Label *l : tl->labels())
+                for (const Segment *s : l->segments())
+                    everId.insert(s->id());
+    };
+    remember();
+    const Id firstId = first->id();
+    everId.insert(firstId);
+    QVERIFY(t->findSegment(firstId) == first && other->findSegment(firstId) == nullptr);
+
+    QUndoStack *stack = control.undoStack();
+    if (change == "code" || change == "undo code" || change == "redo code") {
+        QVERIFY(h->addSegment(a, 20.0, 21.0));
+        remember();
+        if (change != "code")
+            stack->undo();
+        if (change == "redo code")
+            stack->redo();
+    } else if (change == "close open") {
+        QVERIFY(h->setSegmentTimes(open, 7.0, 8.0));
+        QCOMPARE(b->openSegment(), nullptr);
+    } else if (change == "delete" || change == "undo delete") {
+        QVERIFY(h->removeSegments({ first, open }));
+        if (change == "undo delete")
+            stack->undo();
+    } else if (change == "delete objects") {
+        delete first;
+        delete open;
+    } else if (change == "delete label object") {
+        delete b;
+    } else if (change == "move to label" || change == "undo move") {
+        QVERIFY(h->moveSegments({ first }, b));
+        if (change == "undo move")
+            stack->undo();
+    } else if (change == "move to other timeline") {
+        other->labels().at(0)->addSegment(first);
+    } else if (change == "new id") {
+        first->setId(BaseNode::newId());
+        remember();
+    } else if (change == "new id of detached") {
+        // Renamed while out of the timeline, then put back.
+        a->takeSegment(first);
+        first->setId(BaseNode::newId());
+        a->addSegment(first);
+        remember();
+    } else if (change == "remove label" || change == "undo remove label") {
+        QVERIFY(h->removeLabel(a));
+        if (change == "undo remove label")
+            stack->undo();
+    } else if (change == "label to other timeline") {
+        other->addLabel(t->takeLabel(b));
+    } else if (change == "bulk add") {
+        a->addSegments({ new Segment(30.0, 31.0), new Segment(32.0, 33.0) });
+        remember();
+    } else if (change == "load timeline file" || change == "undo load") {
+        // Loading replaces every label by copies with new ids.
+        QVERIFY(control.loadTimelineFile(file));
+        remember();
+        if (change == "undo load")
+            stack->undo();
+    } else {
+        QFAIL("unknown change");
+    }
+
+    // Each id is found in the timeline that holds it, through the timeline and through the label,
+    // and nowhere else.
+    int found = 0;
+    for (const Id &id : std::as_const(everId)) {
+        for (const Timeline *tl : project.timelineGroup()->timelines()) {
+            Segment *expected = nullptr;
+            for (const Label *l : tl->labels())
+                for (Segment *s : l->segments())
+                    if (s->id() == id)
+                        expected = s;
+            QVERIFY2(tl->findSegment(id) == expected, qPrintable(QStringLiteral("%1 in %2").arg(id, tl->owner())));
+            if (expected) {
+                QVERIFY(expected->label()->segment(id) == expected);
+                ++found;
+            }
+            for (const Label *l : tl->labels())
+                QVERIFY(l == (expected ? expected->label() : nullptr) || l->segment(id) == nullptr);
+        }
+    }
+    QVERIFY(found > 0);
+    checked(&project);
+}
