@@ -14,6 +14,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QPointer>
 #include <QSet>
 
 #include <cmath>
@@ -270,7 +271,7 @@ private:
 
     void removeSegment(const QJsonObject &r)
     {
-        if (Segment *s = m_segments.take(str(r, "id"))) {
+        if (Segment *s = m_segments.take(str(r, "id")).data()) {
             if (Label *l = s->label())
                 l->removeSegment(s);
             else
@@ -327,7 +328,10 @@ private:
     }
 
     Project *m_project;
-    QHash<Id, Segment *> m_segments;
+    // Guarded: a damaged journal can take a segment away by a path that does not pass through
+    // forgetOrIndex() (its label or timeline replaced or deleted), and a later record naming it
+    // must then find nothing rather than freed memory.
+    QHash<Id, QPointer<Segment>> m_segments;
 };
 
 } // namespace

@@ -16,10 +16,56 @@ namespace {
 
 constexpr int BlockValues = 32768;
 
+quint32 le32(const uchar *p)
+{
+    return quint32(p[0]) | quint32(p[1]) << 8 | quint32(p[2]) << 16 | quint32(p[3]) << 24;
+}
+
+// Whether every chunk of a RIFF/WAVE file (and of its LIST chunks) fits inside what holds it.
+// libsndfile's header reader can loop without end on a LIST sub-chunk whose size runs past the
+// file, so such a file is refused before it is handed over. Only the sample data may run past
+// the end: a cut-off recording is read as far as it goes.
+bool riffChunksFit(const QByteArray &bytes, qsizetype from, qsizetype to, int depth)
+{
+    const auto *data = reinterpret_cast<const uchar *>(bytes.constData());
+    qsizetype at = from;
+    // `to` may lie past the bytes read: only what was read is looked at.
+    while (to - at >= 8 && bytes.size() - at >= 8) {
+        const QByteArray id = bytes.mid(at, 4);
+        const qint64 size = le32(data + at + 4);
+        const qint64 end = at + 8 + size;
+        if (id == "data")
+            return true;
+        if (end > to)
+            return false;
+        if (id == "LIST" && (size < 4 || depth > 4 || !riffChunksFit(bytes, at + 12, end, depth + 1)))
+            return false;
+        at = end + (size & 1);
+    }
+    return true;
+}
+
+bool wavHeaderFits(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return true; // libsndfile says why it cannot read it
+    // Headers are small; the chunks after the first megabyte are left to libsndfile.
+    const QByteArray head = file.read(1 << 20);
+    if (head.size() < 12 || !head.startsWith("RIFF") || head.mid(8, 4) != "WAVE")
+        return true;
+    return riffChunksFit(head, 12, qsizetype(file.size()), 0);
+}
+
 } // namespace
 
 bool loadWavSamples(const QString &path, OVSamples &samples, qint64 limit)
 {
+    if (!wavHeaderFits(path)) {
+        qCWarning(lcSync) << "loadWavSamples: a chunk of" << path << "runs past the end of the file";
+        samples.resize(0);
+        return false;
+    }
     SF_INFO info {};
     SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
     if (!file) {

@@ -18,6 +18,7 @@ private Q_SLOTS:
     void wavReading_data();
     void wavReading();
     void writeWithoutInput();
+    void listChunkPastTheEnd();
     void pairFailureNamesFile();
     void extractionLine();
     void extraction_data();
@@ -95,6 +96,36 @@ void TestOVSamples::writeWithoutInput()
     QVERIFY(loadWavSamples(path, back));
     QCOMPARE(back.channels, 1);
     QCOMPARE(back.data, std::vector<qint16>(one, one + 4));
+}
+
+void TestOVSamples::listChunkPastTheEnd()
+{
+    // A LIST sub-chunk of an unknown kind whose size runs past the file: libsndfile's header reader
+    // spins on it for good. Found by the fuzzer.
+    QByteArray sub("XSFT\xf8\xff\xff\xffLavf59.27.100", 21);
+    sub.append('\0');
+    QByteArray body("WAVEfmt \x10\0\0\0\x01\0\x01\0\x40\x1f\0\0\x80\x3e\0\0\x02\0\x10\0", 28);
+    body += QByteArray("LIST\x1a\0\0\0INFO", 12) + sub;
+    body += QByteArray("data\x08\0\0\0\x01\0\x02\0\x03\0\x04\0", 16);
+    QByteArray file("RIFF", 4);
+    const quint32 size = quint32(body.size());
+    for (int i = 0; i < 4; ++i)
+        file.append(char((size >> (8 * i)) & 0xff));
+    file += body;
+    const QString path = m_dir.filePath(QStringLiteral("list-past-end.wav"));
+    QFile out(path);
+    QVERIFY(out.open(QIODevice::WriteOnly) && out.write(file) == file.size());
+    out.close();
+    OVSamples samples;
+    QVERIFY(!loadWavSamples(path, samples));
+    QCOMPARE(samples.count, 0);
+
+    // The same file with the sub-chunk's size told right is read.
+    file.replace(file.indexOf("XSFT") + 4, 4, QByteArray("\x0e\0\0\0", 4));
+    QVERIFY(out.open(QIODevice::WriteOnly) && out.write(file) == file.size());
+    out.close();
+    QVERIFY(loadWavSamples(path, samples));
+    QCOMPARE(samples.data, (std::vector<qint16>{ 1, 2, 3, 4 }));
 }
 
 void TestOVSamples::pairFailureNamesFile()
