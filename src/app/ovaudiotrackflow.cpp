@@ -148,6 +148,11 @@ int OVAudioTrackFlow::rememberedAudioStream(const QString &media) const
 void OVAudioTrackFlow::choosePlayingStream(const QString &media, int nth)
 {
     m_player->player()->setPreferredAudioStream(nth);
+    rememberPlayingStream(media, nth);
+}
+
+void OVAudioTrackFlow::rememberPlayingStream(const QString &media, int nth)
+{
     if (m_settings)
         m_settings->setPlayingAudioStream(QFileInfo(media).absoluteFilePath(), nth);
 }
@@ -155,8 +160,8 @@ void OVAudioTrackFlow::choosePlayingStream(const QString &media, int nth)
 void OVAudioTrackFlow::reopen(const QString &path, double position, bool paused, int audioStream)
 {
     // The rewritten file is opened once, with its stream chosen, instead of restarting the old run first.
-    if (audioStream >= 0 && m_settings)
-        m_settings->setPlayingAudioStream(QFileInfo(path).absoluteFilePath(), audioStream);
+    if (audioStream >= 0)
+        rememberPlayingStream(path, audioStream);
     m_player->openMedia(path, position, paused, audioStream >= 0 ? audioStream : rememberedAudioStream(path));
     Q_EMIT recordingRewritten(path);
 }

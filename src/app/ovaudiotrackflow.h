@@ -62,6 +62,8 @@ private:
     void playStream(int nth);
     // Plays stream `nth` of `media` and remembers the choice.
     void choosePlayingStream(const QString &media, int nth);
+    // Remembers stream `nth` as the one to play for `media` when it is next opened.
+    void rememberPlayingStream(const QString &media, int nth);
 
     QMainWindow *m_window;
     OVPlayerPanel *m_player;

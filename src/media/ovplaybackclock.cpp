@@ -204,10 +204,7 @@ bool OVPlaybackClock::pauseAfterSeekIfDue(int framesSinceSeek, double t)
     std::lock_guard lock(m_mutex);
     if (!m_pauseAfterSeek || m_seekPending || framesSinceSeek != 2)
         return false;
-    m_pauseAfterSeek = false;
-    m_paused = true;
-    m_pausedPosition = t;
-    publishLocked();
+    pauseAfterSeekLocked(t);
     return true;
 }
 
@@ -216,11 +213,16 @@ bool OVPlaybackClock::pauseAfterSeekAtEnd(double t)
     std::lock_guard lock(m_mutex);
     if (!m_pauseAfterSeek || m_seekPending || !m_hasOrigin)
         return false;
+    pauseAfterSeekLocked(t);
+    return true;
+}
+
+void OVPlaybackClock::pauseAfterSeekLocked(double t)
+{
     m_pauseAfterSeek = false;
     m_paused = true;
     m_pausedPosition = t;
     publishLocked();
-    return true;
 }
 
 double OVPlaybackClock::timeFactor() const

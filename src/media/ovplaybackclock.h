@@ -98,6 +98,8 @@ public:
 private:
     // Updates soundOrigin() after a change of the fields it depends on.
     void publishLocked();
+    // Ends a seek that is to stay paused, paused at `t`.
+    void pauseAfterSeekLocked(double t);
 
     double positionLocked() const;
     double nowLocked() const;
