@@ -235,6 +235,10 @@ KVMainWindow::~KVMainWindow()
     // was ended from outside) leaves its changes to be offered at the next start.
     m_journal->stop();
     delete m_project;
+    // The children go after this destructor, and the log dock reports itself hidden as they
+    // do: through its toggle that would call a window that is no longer one.
+    m_logDock->disconnect(m_showLogAction);
+    m_showLogAction->disconnect(this);
 }
 
 QString KVMainWindow::currentUser() const

@@ -164,17 +164,37 @@ private Q_SLOTS:
         QCOMPARE(save->shortcut(), QKeySequence("F9"));
     }
 
-    void logViewToggles()
+    void dockTogglesAndTeardown_data()
     {
-        TestWindow w(nullptr);
-        auto *dock = w.findChild<QDockWidget *>("dw_log");
-        QVERIFY(dock);
-        w.show();
-        QVERIFY(!dock->isVisible());
-        auto *toggle = w.findChild<QAction *>("actionShowLog");
+        QTest::addColumn<QString>("dock");
+        QTest::addColumn<int>("action"); // -1: the window's own log action
+        QTest::newRow("log") << "dw_log" << -1;
+        QTest::newRow("transcript") << "dw_transcript" << int(OVActionRegistry::Transcript);
+        QTest::newRow("labels") << "dw_segments" << int(OVActionRegistry::Labels);
+    }
+
+    // A window is torn down with its dock open: the dock, hidden while the children go, must not
+    // reach back into the window through its toggle (sanitizer builds caught it doing so).
+    void dockTogglesAndTeardown()
+    {
+        QFETCH(QString, dock);
+        QFETCH(int, action);
+        auto w = std::make_unique<TestWindow>(nullptr);
+        w->onNewProject();
+        auto *d = w->findChild<QDockWidget *>(dock);
+        QVERIFY(d);
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w.get()));
+        QAction *toggle = action < 0 ? w->findChild<QAction *>("actionShowLog")
+                                     : w->actionRegistry()->action(OVActionRegistry::ActionId(action));
+        QVERIFY(toggle);
         toggle->setChecked(true);
-        QVERIFY(dock->isVisible());
-        QVERIFY(w.logWidget()->findChild<QObject *>("pt_log"));
+        QTRY_VERIFY(d->isVisible());
+        d->hide();
+        QTRY_VERIFY(!toggle->isChecked());
+        toggle->setChecked(true);
+        QTRY_VERIFY(d->isVisible());
+        w.reset();
     }
 
     void saveAndReopen()
