@@ -153,7 +153,11 @@ double OVVideoPlayer::position() const
         if (m_engine.clock().isSeekPending() && target >= 0.0 && target <= OVPlaybackClock::MaxPosition)
             return target;
     }
-    return m_engine.position();
+    // The clock runs on until the last picture's time has passed, up to a frame beyond the end;
+    // a key pressed then must not code a time the recording does not have.
+    const double p = m_engine.position();
+    const double d = duration();
+    return d > 0.0 ? std::min(p, d) : p;
 }
 
 bool OVVideoPlayer::isPaused() const
@@ -575,7 +579,10 @@ void OVVideoPlayer::endOfStreamReached()
     // on; without this the run would end and the player would stop instead.
     if ((!video.empty || !audio.empty) && clock.pauseAfterSeekAtEnd(!video.empty ? video.newest : audio.newest))
         QMetaObject::invokeMethod(this, [this] { setRunState(RunState(m_runState.load())); }, Qt::QueuedConnection);
-    while (!stopping() && !clock.isSeekPending() && (clock.isPaused() || clock.clockPosition() < end)) {
+    // While looping, the GUI brings playback back to the range's start; however late its timer
+    // fires, the run must still be here to take that seek, or playback would just stop.
+    while (!stopping() && !clock.isSeekPending()
+           && (clock.isPaused() || clock.clockPosition() < end || m_looping.load())) {
         m_engine.pumpAudio();
         QThread::msleep(OVPlaybackQueues::ThrottleStepMs);
     }

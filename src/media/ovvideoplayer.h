@@ -178,7 +178,7 @@ private:
     QString m_path;
     OV::Error m_openError;
     bool m_publishing = false;
-    bool m_looping = false;
+    std::atomic<bool> m_looping = false; // read by the decoding thread at the end of the file
     QTimer m_publishTimer;
     QSize m_maxFrameSize{DefaultMaxFrameWidth, DefaultMaxFrameHeight};
     double m_presentationOffset = 0.0;

@@ -4,6 +4,7 @@
 
 #include "media/ovvideoplayer.h"
 
+#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -124,6 +125,46 @@ private Q_SLOTS:
         QCOMPARE(player.lastError(), OV::Error());
         QVERIFY2(watcher.latest <= duration + 0.05,
                  qPrintable(QStringLiteral("%1 of %2").arg(watcher.latest).arg(duration)));
+    }
+
+    void positionStaysWithinTheRecording_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QStringList>("make");
+        // The late start ran 40 ms past its duration before its last picture had been shown.
+        QTest::newRow("mpeg-2 ps, late start")
+            << "end-m2.mpg"
+            << args("-f lavfi -i testsrc=size=352x288:rate=25:duration=3 -f lavfi -i "
+                    "sine=sample_rate=44100:duration=3 -c:v mpeg2video -c:a mp2 -f vob");
+        QTest::newRow("sound only") << "end-sound.mp3"
+                                    << args("-f lavfi -i sine=sample_rate=44100:duration=3 -c:a libmp3lame");
+    }
+
+    void positionStaysWithinTheRecording()
+    {
+        QFETCH(QString, name);
+        QFETCH(QStringList, make);
+        const QString path = MediaTest::generate(m_dir.path(), name, make);
+        QVERIFY(!path.isEmpty());
+        OVVideoPlayer player;
+        player.setAudioOutputEnabled(false);
+        MediaTest::FramePuller watcher(&player);
+        QVERIFY(player.open(path));
+        QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Playing, 20000);
+        const double duration = player.duration();
+        QVERIFY(duration > 2.5);
+        player.seek(duration - 0.6);
+        QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin(), 20000);
+        double highest = 0.0;
+        QElapsedTimer waited;
+        waited.start();
+        while (player.state() == OVVideoPlayer::Playing && waited.elapsed() < 20000) {
+            highest = std::max(highest, player.position());
+            QTest::qWait(2);
+        }
+        QCOMPARE(player.state(), OVVideoPlayer::Stopped);
+        QVERIFY2(highest <= duration, qPrintable(QStringLiteral("%1 of %2").arg(highest).arg(duration)));
+        QVERIFY(highest > duration - 0.2);
     }
 };
 
