@@ -530,8 +530,7 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
         delete storage;
         return;
     }
-    delete m_storage;
-    m_storage = storage;
+    setStorage(storage);
     setProject(recovered, summary.basePath.isEmpty() ? QString() : QFileInfo(summary.basePath).absoluteFilePath(), true);
     ensureUserTimeline();
     setModified(true);

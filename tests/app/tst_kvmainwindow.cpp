@@ -411,6 +411,18 @@ private Q_SLOTS:
         QVERIFY2(third.recoverTexts.first().contains("the project has 1 segment and 1 utterance."), qPrintable(third.recoverTexts.first()));
         QVERIFY(third.project());
         QVERIFY(third.project()->timelineGroup()->timelines().first()->findSegment(segmentId));
+        if (saved) {
+            // Saving the work taken back makes the project clean, as any save does.
+            QVERIFY(third.onSaveProject());
+            QVERIFY(third.waitForSaves());
+            QVERIFY(!third.isProjectModified());
+            // ...and leaves the journal nothing to offer: the file holds it all.
+            third.journal()->stop();
+            TestWindow fourth(nullptr);
+            fourth.setDataFolder(dir.path());
+            fourth.offerUnsavedWork(true);
+            QVERIFY(fourth.recoverTexts.isEmpty());
+        }
     }
 
     void autosaveSavesOnlyChangedProjectsThatHaveAFile_data()
