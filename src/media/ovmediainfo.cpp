@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QJsonArray>
 
+#include <memory>
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -182,4 +184,61 @@ double OVMediaInfo::probeDuration(const QString &path)
         duration = format->duration / 1000000.0;
     avformat_close_input(&format);
     return duration;
+}
+
+OV::Error OVMediaInfo::probeAudioStart(const QString &path, int nthAudio, double *seconds)
+{
+    *seconds = 0.0;
+    AVFormatContext *format = nullptr;
+    if (avformat_open_input(&format, nativePath(path).constData(), nullptr, nullptr) < 0) {
+        qCWarning(lcMedia) << "OVMediaInfo: cannot open" << path;
+        return OV::Error(1, QStringLiteral("Cannot open input file"));
+    }
+    const std::unique_ptr<AVFormatContext *, void (*)(AVFormatContext **)> closeFormat(&format, avformat_close_input);
+    if (avformat_find_stream_info(format, nullptr) < 0)
+        return OV::Error(2, QStringLiteral("Cannot find stream information"));
+    int index = -1;
+    if (nthAudio < 0) {
+        index = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    } else {
+        for (unsigned i = 0, n = 0; i < format->nb_streams && index < 0; ++i) {
+            if (format->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO && int(n++) == nthAudio)
+                index = int(i);
+        }
+    }
+    if (index < 0)
+        return OV::Error(2, QStringLiteral("No such audio stream"));
+    const AVStream *stream = format->streams[index];
+    const AVCodec *codec = avcodec_find_decoder(stream->codecpar->codec_id);
+    AVCodecContext *context = codec ? avcodec_alloc_context3(codec) : nullptr;
+    const std::unique_ptr<AVCodecContext *, void (*)(AVCodecContext **)> freeContext(&context, avcodec_free_context);
+    if (!context || avcodec_parameters_to_context(context, stream->codecpar) < 0
+        || avcodec_open2(context, codec, nullptr) < 0)
+        return OV::Error(2, QStringLiteral("The audio stream cannot be decoded"));
+    context->pkt_timebase = stream->time_base;
+
+    AVPacket *packet = av_packet_alloc();
+    AVFrame *frame = av_frame_alloc();
+    int64_t first = AV_NOPTS_VALUE;
+    // A damaged or silent front may refuse a few packets; a stream that gives nothing in a few
+    // hundred is taken to start where its packets do.
+    int64_t firstPacket = AV_NOPTS_VALUE;
+    for (int read = 0; first == AV_NOPTS_VALUE && read < 2000 && av_read_frame(format, packet) >= 0; ++read) {
+        if (packet->stream_index == index) {
+            if (firstPacket == AV_NOPTS_VALUE && packet->pts != AV_NOPTS_VALUE)
+                firstPacket = packet->pts;
+            if (avcodec_send_packet(context, packet) >= 0 && avcodec_receive_frame(context, frame) >= 0)
+                first = frame->best_effort_timestamp;
+        }
+        av_packet_unref(packet);
+    }
+    av_frame_free(&frame);
+    av_packet_free(&packet);
+    if (first == AV_NOPTS_VALUE)
+        first = firstPacket;
+    if (first == AV_NOPTS_VALUE)
+        return OV::Error(2, QStringLiteral("The audio stream cannot be decoded"));
+    const double start = format->start_time != AV_NOPTS_VALUE ? double(format->start_time) / AV_TIME_BASE : 0.0;
+    *seconds = double(first) * av_q2d(stream->time_base) - start;
+    return OV::Error::success();
 }

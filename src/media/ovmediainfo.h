@@ -46,4 +46,8 @@ public:
     static OV::Error probeJson(const QString &path, QJsonObject *json);
     // The container duration in seconds; a negative value when the file cannot be read.
     static double probeDuration(const QString &path);
+    // Where the first decoded sample of the nth audio stream (-1: the one the tool picks by
+    // default) lies, in seconds from the file's start: what a transcoder's output misses at its
+    // front. Error 1: the file cannot be opened; 2: no such stream, or it does not decode.
+    static OV::Error probeAudioStart(const QString &path, int nthAudio, double *seconds);
 };

@@ -99,6 +99,13 @@ bool OVSamplesExtractor::start(const QString &primaryMedia, int primaryStream, c
                                     + m_media[t]));
             return true;
         }
+        m_lead[t] = 0.0;
+        if (m_audioStreams[t] > 0) {
+            const OV::Error leadError = OVMediaInfo::probeAudioStart(m_media[t], m_stream[t], &m_lead[t]);
+            if (!leadError.isOk())
+                qCWarning(lcSync) << "OVSamplesExtractor: where the sound of" << m_media[t]
+                                  << "starts is not known:" << leadError.message();
+        }
     }
     extract(Primary);
     return true;
@@ -202,10 +209,30 @@ void OVSamplesExtractor::onLoadingFinished()
     if (!m_running)
         return;
     const OV::Error error = m_loading.result();
-    if (m_canceled)
+    if (m_canceled) {
         finish(OV::Error(NXFFmpegWrapper::StoppedByUser, NXFFmpegWrapper::errorMessage(NXFFmpegWrapper::StoppedByUser)));
-    else
-        finish(error);
+        return;
+    }
+    // The tool writes a stream from its first sample. A stream that starts after its file (a
+    // camera's sound often does, by tens of milliseconds and more) would then sit early on the
+    // recording's time axis, and so would every offset found on it and the merged stream.
+    if (error.isOk()) {
+        for (int t : { Primary, Secondary })
+            alignToFileStart(*m_samples[t], m_lead[t]);
+    }
+    finish(error);
+}
+
+void OVSamplesExtractor::alignToFileStart(OVSamples &samples, double lead)
+{
+    const qint64 shift = std::llround(lead * samples.sampleRate);
+    if (shift > 0) {
+        samples.data.insert(samples.data.begin(), size_t(shift), qint16(0));
+    } else if (shift < 0) {
+        const qint64 drop = std::min<qint64>(-shift, qint64(samples.data.size()));
+        samples.data.erase(samples.data.begin(), samples.data.begin() + drop);
+    }
+    samples.count = qint64(samples.data.size());
 }
 
 void OVSamplesExtractor::finish(const OV::Error &error)
