@@ -552,9 +552,11 @@ void KVMainWindow::offerUnsavedWork(bool uncleanEnd)
     }
 }
 
-void KVMainWindow::openStartupFiles(const QStringList &paths)
+void KVMainWindow::openStartupFiles(const QStringList &paths, const std::function<bool()> &ended)
 {
     for (const QString &path : paths) {
+        if (ended && ended())
+            return;
         if (m_project && !m_projectPath.isEmpty() && QFileInfo(path).absoluteFilePath() == QFileInfo(m_projectPath).absoluteFilePath()) {
             qCInfo(lcApp).noquote() << "Not opening" << path << "again: its unsaved work was taken back";
             continue;

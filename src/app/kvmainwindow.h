@@ -10,6 +10,8 @@
 #include <QStringList>
 #include <QTimer>
 
+#include <functional>
+
 class OVActionRegistry;
 class OVAudioTrackFlow;
 class OVCodingSnapshot;
@@ -137,7 +139,8 @@ public Q_SLOTS:
     void openFile(const QString &path);
     // The files named on the command line, after the last session's work was offered back: the
     // project that work was taken back into is not opened again over it.
-    void openStartupFiles(const QStringList &paths);
+    // `ended` is asked before each file: a session ended meanwhile opens (and asks) nothing more.
+    void openStartupFiles(const QStringList &paths, const std::function<bool()> &ended = {});
     void onSimulateCrash();
     // Asks once about reports an earlier crash left in `folder`, then shows them if wanted.
     void checkForCrashReports(const QString &folder);

@@ -190,8 +190,7 @@ int main(int argc, char *argv[])
                 if (!terminated)
                     window.notifyProblem(QStringLiteral("Kavot"), problem);
             }
-            if (!terminated)
-                window.openStartupFiles(files);
+            window.openStartupFiles(files, [&terminated] { return terminated; });
             if (!oldReports.isEmpty() && !terminated)
                 window.checkForCrashReports(crashFolder);
         });

@@ -317,6 +317,10 @@ private Q_SLOTS:
         QCOMPARE(w.project()->id(), id);
         QCOMPARE(w.errors.size(), 1);
         QVERIFY2(w.errors.first().startsWith("Failed to load project"), qPrintable(w.errors.first()));
+        // Started with several files, and the session ended while the first one's error was
+        // shown: nothing more is opened, and nothing more asked.
+        w.openStartupFiles({ bad, bad }, [&w] { return w.errors.size() > 1; });
+        QCOMPARE(w.errors.size(), 2);
     }
 
     void recoveryCopyHoldsUnsavedWork()
