@@ -29,6 +29,17 @@ bool OVPlaybackEngine::seek(double secsFromStart, bool autoStart)
     return m_clock.requestSeek(secsFromStart, autoStart, serial);
 }
 
+void OVPlaybackEngine::setTimeFactor(double factor)
+{
+    if (!(factor > 0.0))
+        return;
+    // Emptied here, before the decoding thread takes the new factor: between its taking it and
+    // emptying the queues itself, a refresh would judge pictures queued at the old rate by the
+    // new clock and show one up to the queue's length ahead.
+    m_queues.newSerial();
+    m_clock.requestTimeFactor(factor);
+}
+
 bool OVPlaybackEngine::pause()
 {
     return m_clock.pause();

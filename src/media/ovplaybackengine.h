@@ -56,7 +56,8 @@ public:
     bool pause();
     bool resume();
     bool isPaused() const { return m_clock.isPaused(); }
-    void setTimeFactor(double factor) { m_clock.requestTimeFactor(factor); }
+    // A speed change is a seek to where playback is: what was decoded at the old rate goes at once.
+    void setTimeFactor(double factor);
     double timeFactor() const { return m_clock.timeFactor(); }
     // The gain applied as sound enters the ring.
     void setVolume(double volume) { m_volume.store(volume, std::memory_order_relaxed); }

@@ -157,6 +157,9 @@ private Q_SLOTS:
         const quint64 serial = engine.queues().serial();
         engine.setTimeFactor(2.0);
         QCOMPARE(engine.timeFactor(), 1.0);
+        // Nothing decoded at the old rate is left to be judged by the new clock.
+        QCOMPARE(engine.queues().videoFrameCount(), 0);
+        QVERIFY(!engine.takeDueFrame());
         QVERIFY(dec.step());
         QCOMPARE(engine.timeFactor(), 2.0);
         QCOMPARE(dec.seeks, 1);
