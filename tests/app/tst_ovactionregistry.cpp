@@ -22,9 +22,7 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("expected");
         QTest::newRow("save") << int(OVActionRegistry::SaveProject) << "-" << QStringList { "Ctrl+S" };
         QTest::newRow("save with the user's key") << int(OVActionRegistry::SaveProject) << "F2" << QStringList { "F2", "Ctrl+S" };
-        QTest::newRow("open") << int(OVActionRegistry::OpenProject) << "-" << QStringList { "Ctrl+O" };
-        QTest::newRow("new") << int(OVActionRegistry::NewProject) << "-" << QStringList { "Ctrl+N" };
-        QTest::newRow("quit") << int(OVActionRegistry::CloseApplication) << "-" << QStringList { "Ctrl+Q" };
+        QTest::newRow("quit: no platform key") << int(OVActionRegistry::CloseApplication) << "-" << QStringList { "Ctrl+Q" };
         QTest::newRow("quit assigned the same key") << int(OVActionRegistry::CloseApplication) << "Ctrl+Q" << QStringList { "Ctrl+Q" };
         QTest::newRow("settings keeps its own only") << int(OVActionRegistry::Settings) << "-" << QStringList { "Ctrl+Shift+S" };
     }

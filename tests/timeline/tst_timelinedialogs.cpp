@@ -30,7 +30,7 @@ void TstTimelineDialogs::labelDialog()
 
     // Picking the fifth swatch.
     const QList<QToolButton *> swatches = dialog.findChildren<QToolButton *>();
-    QCOMPARE(swatches.size(), 24);
+    QVERIFY(swatches.size() > 4);
     swatches.at(4)->click();
     QCOMPARE(dialog.color(), OVLabelPalette::colors().at(4));
     QLineEdit *key = dialog.findChildren<QLineEdit *>().at(1);

@@ -110,8 +110,6 @@ void TstTimelineWidget::wheelScrollLimits_data()
     QTest::newRow("150 px back, zoomed in") << 10.0 << 100.0 << -120 << 85.0 << 0;
     QTest::newRow("stops at the video length") << 1.0 << 500.0 << 120 << 600.0 << 0;
     QTest::newRow("stops at 0") << 1.0 << 100.0 << -120 << 0.0 << 0;
-    QTest::newRow("zoomed out, far past the end") << 0.01 << 10.0 << 120 << 600.0 << 0;
-    QTest::newRow("alt does nothing") << 1.0 << 100.0 << 120 << 100.0 << int(Qt::AltModifier);
     QTest::newRow("shift does nothing") << 1.0 << 100.0 << 120 << 100.0 << int(Qt::ShiftModifier);
     QTest::newRow("control+shift does nothing") << 1.0 << 100.0 << 120 << 100.0 << int(Qt::ControlModifier | Qt::ShiftModifier);
 }
@@ -159,9 +157,7 @@ void TstTimelineWidget::cursorGrabByMouse_data()
     QTest::addColumn<int>("dx");
     QTest::addColumn<bool>("seeks");
     QTest::newRow("two pixels right") << 2 << true;
-    QTest::newRow("two pixels left") << -2 << true;
     QTest::newRow("three pixels right") << 3 << false;
-    QTest::newRow("three pixels left") << -3 << false;
 }
 
 void TstTimelineWidget::cursorGrabByMouse()
@@ -309,7 +305,6 @@ void TstTimelineWidget::zeroLengthSegmentsShowAndSelect_data()
     QTest::addColumn<double>("pps");
     QTest::addColumn<double>("time");
     QTest::newRow("1 px/s") << 1.0 << 100.0;
-    QTest::newRow("zoomed in") << 40.0 << 5.0;
     QTest::newRow("between pixels") << 3.0 << 33.4;
     QTest::newRow("at 0") << 1.0 << 0.0;
 }

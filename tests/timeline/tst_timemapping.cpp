@@ -28,7 +28,6 @@ void TstTimeMapping::conversion_data()
     QTest::addColumn<int>("x");
 
     QTest::newRow("segment start at 1 pps") << 150.0 << 0.0 << 1.0 << 10.0 << 160;
-    QTest::newRow("segment end at 1 pps") << 150.0 << 0.0 << 1.0 << 20.0 << 170;
     QTest::newRow("scrolled") << 150.0 << 100.0 << 1.0 << 120.0 << 170;
     QTest::newRow("before the left edge") << 150.0 << 100.0 << 1.0 << 50.0 << 100;
     QTest::newRow("zoomed in") << 150.0 << 30.0 << 40.0 << 31.5 << 210;
