@@ -645,16 +645,18 @@ bool KVMainWindow::loadProject(const QString &path)
         return false;
     // Read on a worker into a fresh project: a file that fails to load, or a load the user
     // cancels, leaves the open project as it was.
-    OVReadBudget budget(QFileInfo(path).size());
+    // Shared with the task rather than on this stack: the pool thread's use of it is then
+    // ordered for ThreadSanitizer by the hand-off alone, not by the stack's earlier history.
+    const auto budget = std::make_shared<OVReadBudget>(QFileInfo(path).size());
     std::shared_ptr<OVLocalFileStorage::ReadResult> read;
     QThread *home = thread();
     OVBackgroundTask::run(
         this, tr("Open Project"), tr("Loading %1...").arg(QFileInfo(path).fileName()),
-        [&](const OVBackgroundTask::Progress &progress) {
-            budget.setProgressCallback(progress);
-            read = OVLocalFileStorage::read(path, &budget, home);
+        [&read, budget, path, home](const OVBackgroundTask::Progress &progress) {
+            budget->setProgressCallback(progress);
+            read = OVLocalFileStorage::read(path, budget.get(), home);
         },
-        [&budget] { budget.cancel(); });
+        [budget] { budget->cancel(); });
     auto *storage = new OVLocalFileStorage(QString(), this);
     auto *project = new OVProject::Project;
     const OV::Error error = storage->adopt(read, project);
