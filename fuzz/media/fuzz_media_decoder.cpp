@@ -10,7 +10,6 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
-#include <libavutil/log.h>
 }
 
 namespace {
@@ -55,16 +54,7 @@ private:
     int m_frames = 0;
 };
 
-void quietHandler(QtMsgType, const QMessageLogContext &, const QString &) {}
-
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    av_log_set_level(AV_LOG_QUIET);
-    qInstallMessageHandler(quietHandler);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

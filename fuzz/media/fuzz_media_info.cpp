@@ -5,18 +5,11 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QtGlobal>
 
 #include <cstdint>
 #include <cstdlib>
 
-extern "C" {
-#include <libavutil/log.h>
-}
-
 namespace {
-
-void quietHandler(QtMsgType, const QMessageLogContext &, const QString &) {}
 
 QString inputPath()
 {
@@ -26,13 +19,6 @@ QString inputPath()
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    av_log_set_level(AV_LOG_QUIET);
-    qInstallMessageHandler(quietHandler);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

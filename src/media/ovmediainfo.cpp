@@ -41,6 +41,37 @@ QByteArray nativePath(const QString &path)
     return QFile::encodeName(path);
 }
 
+// Opens `path` and reads its streams' facts, looking as far into the file as the probes do.
+// Error 1: the file cannot be opened; 2: its streams cannot be understood.
+OV::Error openInput(const QString &path, AVFormatContext **result)
+{
+    AVFormatContext *format = avformat_alloc_context();
+    if (!format)
+        return OV::Error(1, QStringLiteral("Cannot open input file"));
+    format->max_analyze_duration = kAnalyzeDuration;
+    format->probesize = kProbeSize;
+    AVDictionary *options = nullptr;
+    av_dict_set_int(&options, "analyzeduration", kAnalyzeDuration, 0);
+    av_dict_set_int(&options, "probesize", kProbeSize, 0);
+
+    int err = avformat_open_input(&format, nativePath(path).constData(), nullptr, &options);
+    av_dict_free(&options);
+    if (err < 0) {
+        av_log(nullptr, AV_LOG_ERROR, "Cannot open input file\n");
+        qCWarning(lcMedia) << "OVMediaInfo: cannot open" << path << errorText(err);
+        return OV::Error(1, QStringLiteral("Cannot open input file"));
+    }
+    err = avformat_find_stream_info(format, nullptr);
+    if (err < 0) {
+        av_log(nullptr, AV_LOG_ERROR, "Cannot find stream information\n");
+        qCWarning(lcMedia) << "OVMediaInfo: no stream information in" << path << errorText(err);
+        avformat_close_input(&format);
+        return OV::Error(2, QStringLiteral("Cannot find stream information"));
+    }
+    *result = format;
+    return OV::Error::success();
+}
+
 } // namespace
 
 QJsonObject OVMediaInfo::Stream::toJson() const
@@ -84,29 +115,9 @@ OV::Error OVMediaInfo::probe(const QString &path, OVMediaInfo *info)
     *info = OVMediaInfo();
     info->path = path;
 
-    AVFormatContext *format = avformat_alloc_context();
-    if (!format)
-        return OV::Error(1, QStringLiteral("Cannot open input file"));
-    format->max_analyze_duration = kAnalyzeDuration;
-    format->probesize = kProbeSize;
-    AVDictionary *options = nullptr;
-    av_dict_set_int(&options, "analyzeduration", kAnalyzeDuration, 0);
-    av_dict_set_int(&options, "probesize", kProbeSize, 0);
-
-    int err = avformat_open_input(&format, nativePath(path).constData(), nullptr, &options);
-    av_dict_free(&options);
-    if (err < 0) {
-        av_log(nullptr, AV_LOG_ERROR, "Cannot open input file\n");
-        qCWarning(lcMedia) << "OVMediaInfo: cannot open" << path << errorText(err);
-        return OV::Error(1, QStringLiteral("Cannot open input file"));
-    }
-    err = avformat_find_stream_info(format, nullptr);
-    if (err < 0) {
-        av_log(nullptr, AV_LOG_ERROR, "Cannot find stream information\n");
-        qCWarning(lcMedia) << "OVMediaInfo: no stream information in" << path << errorText(err);
-        avformat_close_input(&format);
-        return OV::Error(2, QStringLiteral("Cannot find stream information"));
-    }
+    AVFormatContext *format = nullptr;
+    if (const OV::Error error = openInput(path, &format); !error.isOk())
+        return error;
 
     info->formatName = QString::fromUtf8(format->iformat ? format->iformat->name : "");
     const double containerDuration = format->duration != AV_NOPTS_VALUE ? format->duration / 1000000.0 : 0.0;
@@ -190,13 +201,9 @@ OV::Error OVMediaInfo::probeAudioStart(const QString &path, int nthAudio, double
 {
     *seconds = 0.0;
     AVFormatContext *format = nullptr;
-    if (avformat_open_input(&format, nativePath(path).constData(), nullptr, nullptr) < 0) {
-        qCWarning(lcMedia) << "OVMediaInfo: cannot open" << path;
-        return OV::Error(1, QStringLiteral("Cannot open input file"));
-    }
+    if (const OV::Error error = openInput(path, &format); !error.isOk())
+        return error;
     const std::unique_ptr<AVFormatContext *, void (*)(AVFormatContext **)> closeFormat(&format, avformat_close_input);
-    if (avformat_find_stream_info(format, nullptr) < 0)
-        return OV::Error(2, QStringLiteral("Cannot find stream information"));
     int index = -1;
     if (nthAudio < 0) {
         index = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);

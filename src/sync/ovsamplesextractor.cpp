@@ -22,6 +22,58 @@ const QString StreamSelector = QStringLiteral("-map 0:a:%1");
 const QString TimelineTemplate = QStringLiteral("-y -i \"%1\" %2 -vn -af aresample=first_pts=0 -ac 1 -ar 22050 \"%3\"");
 const QString NoStreamOutput = QStringLiteral("does not contain any stream");
 
+void alignToFileStart(OVSamples &samples, double lead)
+{
+    const qint64 shift = std::llround(lead * samples.sampleRate);
+    if (shift > 0) {
+        samples.data.insert(samples.data.begin(), size_t(shift), qint16(0));
+    } else if (shift < 0) {
+        const qint64 drop = std::min<qint64>(-shift, qint64(samples.data.size()));
+        samples.data.erase(samples.data.begin(), samples.data.begin() + drop);
+    }
+    samples.count = qint64(samples.data.size());
+}
+
+struct Load
+{
+    struct Track
+    {
+        QString wav;
+        OVSamples *samples = nullptr;
+        QString media;
+        int stream = -1;
+        bool sound = false; // false: a silent track made for a recording without sound
+    };
+    Track tracks[2];
+};
+
+// On a pool thread, and touching only the two buffers it is handed: both tracks are read, then
+// each is moved so that its sample 0 is its recording's start. The tool writes a stream from its
+// first sample; a stream that starts after its file (a camera's sound often does, by tens of
+// milliseconds and more) would sit early on the recording's time axis, and so would every offset
+// found on it and the merged stream.
+OV::Error loadAligned(const Load &load)
+{
+    const Load::Track &p = load.tracks[OVSamplesExtractor::Primary];
+    const Load::Track &s = load.tracks[OVSamplesExtractor::Secondary];
+    const OV::Error error = loadTrackPair(p.wav, p.samples, s.wav, s.samples);
+    if (!error.isOk())
+        return error;
+    for (const Load::Track &track : load.tracks) {
+        if (!track.sound)
+            continue;
+        double lead = 0.0;
+        const OV::Error leadError = OVMediaInfo::probeAudioStart(track.media, track.stream, &lead);
+        if (!leadError.isOk()) {
+            qCWarning(lcSync) << "OVSamplesExtractor: where the sound of" << track.media
+                              << "starts is not known:" << leadError.message();
+            continue;
+        }
+        alignToFileStart(*track.samples, lead);
+    }
+    return error;
+}
+
 } // namespace
 
 OVSamplesExtractor::OVSamplesExtractor(QObject *parent) : QObject(parent)
@@ -98,13 +150,6 @@ bool OVSamplesExtractor::start(const QString &primaryMedia, int primaryStream, c
                                         .arg(m_audioStreams[t])
                                     + m_media[t]));
             return true;
-        }
-        m_lead[t] = 0.0;
-        if (m_audioStreams[t] > 0) {
-            const OV::Error leadError = OVMediaInfo::probeAudioStart(m_media[t], m_stream[t], &m_lead[t]);
-            if (!leadError.isOk())
-                qCWarning(lcSync) << "OVSamplesExtractor: where the sound of" << m_media[t]
-                                  << "starts is not known:" << leadError.message();
         }
     }
     extract(Primary);
@@ -200,8 +245,10 @@ void OVSamplesExtractor::onFfmpegFinished(NXFFmpegWrapper::ErrorCode error)
         return;
     }
     Q_EMIT loadingStarted();
-    m_loading.setFuture(QtConcurrent::run(loadTrackPair, m_wav[Primary], m_samples[Primary], m_wav[Secondary],
-                                          m_samples[Secondary]));
+    Load load;
+    for (int t : { Primary, Secondary })
+        load.tracks[t] = { m_wav[t], m_samples[t], m_media[t], m_stream[t], m_audioStreams[t] > 0 };
+    m_loading.setFuture(QtConcurrent::run(loadAligned, load));
 }
 
 void OVSamplesExtractor::onLoadingFinished()
@@ -213,26 +260,7 @@ void OVSamplesExtractor::onLoadingFinished()
         finish(OV::Error(NXFFmpegWrapper::StoppedByUser, NXFFmpegWrapper::errorMessage(NXFFmpegWrapper::StoppedByUser)));
         return;
     }
-    // The tool writes a stream from its first sample. A stream that starts after its file (a
-    // camera's sound often does, by tens of milliseconds and more) would then sit early on the
-    // recording's time axis, and so would every offset found on it and the merged stream.
-    if (error.isOk()) {
-        for (int t : { Primary, Secondary })
-            alignToFileStart(*m_samples[t], m_lead[t]);
-    }
     finish(error);
-}
-
-void OVSamplesExtractor::alignToFileStart(OVSamples &samples, double lead)
-{
-    const qint64 shift = std::llround(lead * samples.sampleRate);
-    if (shift > 0) {
-        samples.data.insert(samples.data.begin(), size_t(shift), qint16(0));
-    } else if (shift < 0) {
-        const qint64 drop = std::min<qint64>(-shift, qint64(samples.data.size()));
-        samples.data.erase(samples.data.begin(), samples.data.begin() + drop);
-    }
-    samples.count = qint64(samples.data.size());
 }
 
 void OVSamplesExtractor::finish(const OV::Error &error)

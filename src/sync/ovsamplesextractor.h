@@ -63,7 +63,6 @@ private:
     void extract(int track);
     void writeSilentTrack(int track);
     void finish(const OV::Error &error);
-    static void alignToFileStart(OVSamples &samples, double lead);
     void removeTemporaryFiles();
 
     QString m_toolPath;
@@ -71,7 +70,6 @@ private:
     int m_stream[2] = { -1, -1 };
     double m_duration[2] = { 0, 0 };
     int m_audioStreams[2] = { 0, 0 };
-    double m_lead[2] = { 0, 0 }; // seconds from the file's start to the stream's first sample
     QString m_wav[2];
     OVSamples *m_samples[2] = { nullptr, nullptr };
     int m_track = Primary;
