@@ -77,6 +77,7 @@ bool OVPlaybackClock::requestSeek(double secsFromStart, bool autoStart, quint64 
     m_seekTarget = secsFromStart;
     m_seekSerial = serial;
     m_seekPending = true;
+    m_continuePosition = false;
     m_reportedPosition = secsFromStart;
     m_origin = 0.0;
     m_hasOrigin = false;
@@ -137,6 +138,7 @@ void OVPlaybackClock::setDecoding(bool decoding)
         m_reportedPosition = here;
         m_seekSerial = 0;
         m_seekPending = true;
+        m_continuePosition = m_continuePosition || m_hasOrigin;
         m_pauseAfterSeek = m_paused;
         m_paused = false;
     }
@@ -144,8 +146,10 @@ void OVPlaybackClock::setDecoding(bool decoding)
     if (decoding) {
         m_origin = 0.0;
         m_hasOrigin = false;
-        if (!m_seekPending)
+        if (!m_seekPending) {
             m_reportedPosition = 0.0;
+            m_continuePosition = false;
+        }
     }
     publishLocked();
 }
@@ -162,6 +166,11 @@ bool OVPlaybackClock::takeSeekRequest(SeekRequest *request)
         r.factorChanged = true;
         r.target = here;
         r.serial = m_seekPending ? m_seekSerial : 0;
+        // Without a seek of the user's, the position is where playback stands, not a target:
+        // see frameKept(). Before the first frame of a run nothing stands yet, and the run
+        // begins by the seek's rule.
+        if (!m_seekPending && m_hasOrigin)
+            m_continuePosition = true;
         m_seekTarget = here;
         m_reportedPosition = here;
     } else if (m_seekPending) {
@@ -193,7 +202,15 @@ void OVPlaybackClock::frameKept(double t, double frameDuration, bool setsOrigin)
         return;
     m_seekTarget = -1.0;
     if (setsOrigin && !m_hasOrigin) {
-        m_origin = frameDuration * m_timeFactor + nowLocked() - t;
+        if (m_continuePosition) {
+            // A speed change goes on from where it was made. The seek's rule would put the
+            // position up to a frame before the kept one, and a run of changes (a drag on the
+            // speed bar) would add those frames up into a jump back.
+            m_origin = nowLocked() - m_reportedPosition * m_timeFactor;
+            m_continuePosition = false;
+        } else {
+            m_origin = frameDuration * m_timeFactor + nowLocked() - t;
+        }
         m_hasOrigin = true;
     }
     publishLocked();

@@ -67,7 +67,8 @@ public:
     bool isBeforeSeekTarget(double t) const;
     // A frame at clock time t lasting frameDuration media seconds is kept: clears the target
     // and, for the first frame after a start or seek (when setsOrigin), sets the origin so that
-    // its due time is origin + t: origin = frameDuration × factor + now − t.
+    // its due time is origin + t: origin = frameDuration × factor + now − t. After a speed
+    // change the origin instead continues the position from where the change was made.
     void frameKept(double t, double frameDuration, bool setsOrigin);
     // Called after the framesSinceSeek-th frame at t was queued: when a seek asked to stay
     // paused and this is its second frame, pauses at t and returns true (the player then
@@ -115,6 +116,8 @@ private:
     double m_seekTarget = -1.0;
     quint64 m_seekSerial = 0;
     bool m_seekPending = false;
+    // The seek under way carries out a speed change: the first frame keeps the position.
+    bool m_continuePosition = false;
     double m_reportedPosition = 0.0;
     double m_origin = 0.0;
     bool m_hasOrigin = false;

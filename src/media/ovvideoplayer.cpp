@@ -147,8 +147,10 @@ void OVVideoPlayer::announceState(State now)
 
 double OVVideoPlayer::position() const
 {
-    // A run that starts at a seek target (a restart, another audio stream) is there already.
-    if (m_runState.load() == RunStarting && !m_engine.clock().isDecoding()) {
+    // A run that starts at a seek target (a restart, another audio stream) is there already,
+    // and so is one that has ended to be started again there, before the GUI thread hears of
+    // the end.
+    if (m_runState.load() != RunStopped && !m_engine.clock().isDecoding()) {
         const double target = m_engine.clock().seekTarget();
         if (m_engine.clock().isSeekPending() && target >= 0.0 && target <= OVPlaybackClock::MaxPosition)
             return target;

@@ -90,7 +90,8 @@ void RecordingDecoder::processVideoFrame(AVFrame *frame)
             converterOk = converterOk && ok;
             lastFrame = converted;
         }
-        requestNow = m_seekTarget >= 0 && videoTimes.size() == 1;
+        requestNow = m_seekTarget >= 0 && !m_seekRequested && t >= m_seekAt;
+        m_seekRequested = m_seekRequested || requestNow;
     }
     if (requestNow)
         requestSeek(m_seekTarget);

@@ -87,8 +87,13 @@ public:
 
     // When set, pictures are scaled within this size and kept (the last one only).
     void setMaximumSize(const QSize &size) { m_maxSize = size; }
-    // A seek to request from the decoding thread after the first picture.
-    void setSeekAfterFirstFrame(double target) { m_seekTarget = target; }
+    // A seek to request from the decoding thread, once, after the first picture at or past `at`
+    // (media seconds).
+    void setSeekAfterFrame(double target, double at = -1.0)
+    {
+        m_seekTarget = target;
+        m_seekAt = at;
+    }
 
     using OVVideoDecoderBase::openCodecContext;
 
@@ -118,6 +123,8 @@ protected:
 private:
     QSize m_maxSize;
     double m_seekTarget = -1.0;
+    double m_seekAt = -1.0;
+    bool m_seekRequested = false;
     OVVideoConverter m_converter;
     bool m_afterSeek = false;
 };

@@ -2,6 +2,9 @@
 
 #include <QTest>
 
+#include <algorithm>
+#include <cmath>
+
 // The clock is driven by a hand-set "now" so every rule is checked at exact times.
 class TestOVPlaybackClock : public QObject
 {
@@ -172,6 +175,48 @@ private Q_SLOTS:
         clock.frameKept(4.0, 0.0, true);
         m_now += 1.0; // one wall second at double speed is two media seconds
         QCOMPARE(clock.position(), 10.0);
+    }
+
+    void speedStepsGoOnFromWhereTheyWereMade_data()
+    {
+        QTest::addColumn<bool>("runEnds");
+        QTest::newRow("while decoding") << false;
+        // The change comes after the last packet was read: the next run carries it out.
+        QTest::newRow("after the last packet") << true;
+    }
+    // A drag on the speed bar is a run of quick changes, each a seek to where playback stands.
+    // None may move the position back, or the steps add up to replayed footage.
+    void speedStepsGoOnFromWhereTheyWereMade()
+    {
+        QFETCH(bool, runEnds);
+        const double frame = 0.04;
+        OVPlaybackClock clock(source());
+        clock.setDecoding(true);
+        clock.frameKept(0.0, frame, true);
+        m_now += 1.216;
+        double speed = 1.0;
+        for (int step = 0; step < 8; ++step) {
+            const double before = clock.position();
+            speed = std::min(2.0, speed * 1.1);
+            clock.requestTimeFactor(1.0 / speed);
+            if (runEnds && step == 0) {
+                clock.setDecoding(false);
+                clock.setDecoding(true);
+            }
+            OVPlaybackClock::SeekRequest r;
+            QVERIFY(clock.takeSeekRequest(&r));
+            QCOMPARE(r.target, before);
+            // The first frame at or past the target is kept.
+            const double kept = std::ceil(r.target / frame - 1e-9) * frame;
+            clock.frameKept(kept * clock.timeFactor(), frame, true);
+            QVERIFY2(clock.position() >= before - 1e-9,
+                     qPrintable(QStringLiteral("step %1: %2 -> %3").arg(step).arg(before).arg(clock.position())));
+            m_now += 0.005;
+        }
+        // And it runs on at the new speed.
+        const double here = clock.position();
+        m_now += 1.0;
+        QVERIFY(qFuzzyCompare(clock.position(), here + 2.0));
     }
 
     void factorChangeDuringASeekUsesTheSeekTarget()

@@ -60,6 +60,9 @@ private Q_SLOTS:
             { "av4s.mp4", { "-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=4", "-f", "lavfi", "-i",
                             "sine=frequency=440:duration=4", "-c:v", "mpeg4", "-g", "25", "-c:a", "aac", "-movflags",
                             "+faststart" } },
+            { "bframes4s.mp4", { "-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=4", "-f", "lavfi", "-i",
+                                 "sine=frequency=440:duration=4", "-c:v", "libx264", "-preset", "veryfast", "-bf", "3",
+                                 "-g", "25", "-pix_fmt", "yuv420p", "-c:a", "aac" } },
             { "hd.mp4", { "-f", "lavfi", "-i", "testsrc=size=1920x1080:rate=5:duration=1", "-c:v", "mpeg4" } },
             // MPEG program streams begin about half a second into their clock.
             { "ps.mpg", kVideo2s + QStringList { "-f", "lavfi", "-i", sine, "-c:v", "mpeg2video", "-c:a", "mp2", "-f",
@@ -237,21 +240,26 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<double>("target");
-        QTest::newRow("between keyframes") << "av4s.mp4" << 2.5;
-        QTest::newRow("on a keyframe") << "av4s.mp4" << 1.0;
-        QTest::newRow("backwards near start") << "av4s.mp4" << 0.3;
+        QTest::addColumn<double>("at"); // the picture after which the seek is asked for
+        QTest::newRow("between keyframes") << "av4s.mp4" << 2.5 << -1.0;
+        QTest::newRow("on a keyframe") << "av4s.mp4" << 1.0 << -1.0;
+        QTest::newRow("backwards near start") << "av4s.mp4" << 0.3 << -1.0;
         // MP3 after a seek lacks the bits of the frames before; its first packets fail and are skipped.
-        QTest::newRow("mpeg-1 with mp3, between keyframes") << "ps4s.mpg" << 2.5;
+        QTest::newRow("mpeg-1 with mp3, between keyframes") << "ps4s.mpg" << 2.5 << -1.0;
+        // With B-frames the last pictures come out only once the decoder is told the packets
+        // have ended; a seek asked for then must still be carried out.
+        QTest::newRow("while the last pictures drain") << "bframes4s.mp4" << 1.0 << 3.96 - 1e-6;
     }
 
     void seekDropsFramesBeforeTarget()
     {
         QFETCH(QString, name);
         QFETCH(double, target);
+        QFETCH(double, at);
         FileRun run(file(name));
         QVERIFY(run.source.open());
         RecordingDecoder &decoder = run.decoder;
-        decoder.setSeekAfterFirstFrame(target);
+        decoder.setSeekAfterFrame(target, at);
         QVERIFY(MediaTest::runToEnd(&decoder));
         QCOMPARE(decoder.errorCode(), 0);
         QCOMPARE(decoder.seekSerial(), 1);
@@ -434,7 +442,7 @@ private Q_SLOTS:
         QVERIFY(run.source.open());
         RecordingDecoder &decoder = run.decoder;
         if (seek)
-            decoder.setSeekAfterFirstFrame(0.5);
+            decoder.setSeekAfterFrame(0.5);
         QSignalSpy errors(&decoder, &OVVideoDecoderBase::errorRaised);
         QVERIFY(MediaTest::runToEnd(&decoder));
         QCOMPARE(errors.count(), 0);

@@ -7,6 +7,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 
 #include <cmath>
 
@@ -261,10 +262,12 @@ private Q_SLOTS:
         double latest = player.position();
         double shown = player.lastShownTime();
         auto forward = [&] {
+            // Read before asking whether the run goes on: a run that has just ended reads 0.
+            const double p = player.position();
             if (player.engine().clock().isDecoding()) {
-                if (player.position() < latest - 0.05)
+                if (p < latest - 0.05)
                     return false;
-                latest = std::max(latest, player.position());
+                latest = std::max(latest, p);
             }
             if (player.lastShownTime() < shown - 1e-6)
                 return false;
@@ -287,6 +290,31 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(player.state(), OVVideoPlayer::Stopped, 10000);
         // How close to the end the last picture came depends on how fast the machine decodes.
         QVERIFY2(shown > from, qPrintable(QString::number(shown)));
+    }
+
+    // A speed change after the last packet ends the run, and the next one carries it out. Until
+    // the GUI thread hears of the end, the player still runs: a key pressed then codes the
+    // position, which must not read as the start.
+    void speedChangeAfterTheLastPacketKeepsThePosition()
+    {
+        OVVideoPlayer player;
+        FramePuller puller(&player);
+        QVERIFY(startQuiet(player, need(m_clip)));
+        player.seek(5.2);
+        QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin() && player.isDecodingFinished(), 20000);
+        const double before = player.position();
+        player.setTimeFactor(0.5);
+        // No events from here on: the run's end is not taken in yet.
+        QElapsedTimer wall;
+        wall.start();
+        while (player.engine().clock().isDecoding() && wall.elapsed() < 20000)
+            QThread::msleep(1);
+        QVERIFY(!player.engine().clock().isDecoding());
+        QCOMPARE(player.state(), OVVideoPlayer::Playing);
+        QVERIFY2(std::abs(player.position() - before) < 0.1,
+                 qPrintable(QStringLiteral("%1 -> %2").arg(before).arg(player.position())));
+        QTRY_VERIFY_WITH_TIMEOUT(player.engine().clock().hasOrigin() && player.timeFactor() == 0.5, 20000);
+        QVERIFY(player.position() >= before - 1e-9);
     }
 
     void loopsOverPlayRange_data()
