@@ -11,13 +11,6 @@ extern "C" {
 
 namespace {
 
-QString errorText(int err)
-{
-    char buf[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(err, buf, sizeof(buf));
-    return QString::fromUtf8(buf);
-}
-
 const QString kInitFailed = QStringLiteral("swr_init failed (problem with sound stream)");
 
 } // namespace
@@ -66,7 +59,7 @@ OV::Error OVAudioResampler::setup(const AVChannelLayout *layout, int format, int
     if (err >= 0)
         err = swr_init(m_swr);
     if (err < 0) {
-        qCWarning(lcMedia) << "Failed to initialize the resampling context" << errorText(err);
+        qCWarning(lcMedia) << "Failed to initialize the resampling context" << ffmpegErrorText(err);
         swr_free(&m_swr);
         av_channel_layout_uninit(&in);
         return OV::Error(1, kInitFailed);
@@ -103,7 +96,7 @@ bool OVAudioResampler::convert(const AVFrame *frame, std::vector<qint16> &out, i
     const int converted = swr_convert(m_swr, &dst, int(count), const_cast<const uint8_t **>(frame->extended_data),
                                       frame->nb_samples);
     if (converted < 0) {
-        qCWarning(lcMedia) << "Error while converting audio:" << errorText(converted);
+        qCWarning(lcMedia) << "Error while converting audio:" << ffmpegErrorText(converted);
         out.clear();
         return false;
     }

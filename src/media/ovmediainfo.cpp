@@ -28,13 +28,6 @@ QString ratioText(AVRational r)
     return QStringLiteral("%1:%2").arg(r.num).arg(r.den);
 }
 
-QString errorText(int err)
-{
-    char buf[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(err, buf, sizeof(buf));
-    return QString::fromUtf8(buf);
-}
-
 // avformat wants an 8-bit path; the local encoding of the file system is what it passes on.
 QByteArray nativePath(const QString &path)
 {
@@ -58,13 +51,13 @@ OV::Error openInput(const QString &path, AVFormatContext **result)
     av_dict_free(&options);
     if (err < 0) {
         av_log(nullptr, AV_LOG_ERROR, "Cannot open input file\n");
-        qCWarning(lcMedia) << "OVMediaInfo: cannot open" << path << errorText(err);
+        qCWarning(lcMedia) << "OVMediaInfo: cannot open" << path << ffmpegErrorText(err);
         return OV::Error(1, QStringLiteral("Cannot open input file"));
     }
     err = avformat_find_stream_info(format, nullptr);
     if (err < 0) {
         av_log(nullptr, AV_LOG_ERROR, "Cannot find stream information\n");
-        qCWarning(lcMedia) << "OVMediaInfo: no stream information in" << path << errorText(err);
+        qCWarning(lcMedia) << "OVMediaInfo: no stream information in" << path << ffmpegErrorText(err);
         avformat_close_input(&format);
         return OV::Error(2, QStringLiteral("Cannot find stream information"));
     }

@@ -14,13 +14,6 @@ extern "C" {
 
 namespace {
 
-QString ffmpegErrorText(int err)
-{
-    char buf[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(err, buf, sizeof(buf));
-    return QString::fromUtf8(buf);
-}
-
 // A frame this close to the target counts as on it: times are products of doubles.
 constexpr double kTimeTolerance = 1e-6;
 
