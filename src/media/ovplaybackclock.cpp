@@ -164,6 +164,7 @@ bool OVPlaybackClock::takeSeekRequest(SeekRequest *request)
         m_timeFactor = m_pendingFactor;
         m_factorPending = false;
         r.factorChanged = true;
+        r.inPlace = !m_seekPending && !m_hasOrigin && m_continuePosition;
         r.target = here;
         r.serial = m_seekPending ? m_seekSerial : 0;
         // Without a seek of the user's, the position is where playback stands, not a target:

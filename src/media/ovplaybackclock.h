@@ -57,6 +57,9 @@ public:
         double target = -1.0;  // media seconds
         quint64 serial = 0;
         bool factorChanged = false;
+        // The change came while the seek of an earlier one had kept nothing yet: that seek,
+        // to the same place, carries on at the new factor, and no new one is needed.
+        bool inPlace = false;
     };
     // Takes a pending factor change (which becomes a seek to the current position, so the queues
     // refill at the new rate) or a pending seek. A factor change without a seek of the GUI has

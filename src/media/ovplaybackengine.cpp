@@ -155,6 +155,14 @@ bool OVPlaybackEngine::applyPendingSeek(const std::function<void(double)> &seekT
     OVPlaybackClock::SeekRequest request;
     if (!m_clock.takeSeekRequest(&request))
         return false;
+    // A drag on the speed bar sends changes faster than a seek back to a keyframe can reach the
+    // playing position: each would start the decoding over, and the picture would stand still
+    // for as long as the drag lasts. The seek under way goes on, taking what comes at the new
+    // rate into the queues emptied for it.
+    if (request.inPlace) {
+        m_serial = m_queues.serial();
+        return false;
+    }
     // A speed change comes without a serial of its own: the queues were filled at the old
     // rate and must go. So must they when the queues moved on since the request (a seek asked
     // for before a start, whose begin() made a newer serial): its serial would drop every frame.

@@ -94,7 +94,8 @@ public:
     void pumpAudio();
 
     // Carries out a pending seek or speed change: adopts its serial and calls seekTo(target in
-    // media seconds) to reposition the demuxer and flush the codecs. True when it did.
+    // media seconds) to reposition the demuxer and flush the codecs. True when it did; a speed
+    // change that joins the seek of an earlier one, still under way, needs none.
     bool applyPendingSeek(const std::function<void(double target)> &seekTo);
 
 private:

@@ -179,6 +179,38 @@ private Q_SLOTS:
         QVERIFY(qFuzzyCompare(engine.position(), p + 0.5));
     }
 
+    // A drag on the speed bar: changes come faster than the seek back to the keyframe reaches
+    // the playing position. They join that seek instead of starting it over each time, and
+    // playback goes on from where the drag began.
+    void speedDragSeeksOnce()
+    {
+        OVPlaybackEngine engine([this] { return m_now; });
+        FakeDecoder dec = stepping(engine);
+        engine.begin(true, 0.0, nullptr);
+        for (int i = 0; i < 30; ++i)
+            QVERIFY(dec.step());
+        m_now += 0.7;
+        const double before = engine.position();
+        double speed = 1.0;
+        for (int change = 0; change < 6; ++change) {
+            speed *= 1.1;
+            engine.setTimeFactor(1.0 / speed);
+            QVERIFY(dec.step());
+            QCOMPARE(dec.seeks, 1);
+        }
+        QVERIFY(!engine.clock().hasOrigin()); // the changes all came during the one seek
+        while (engine.queues().videoFrameCount() < 3)
+            QVERIFY(dec.step());
+        QCOMPARE(dec.seeks, 1);
+        QCOMPARE(engine.timeFactor(), 1.0 / speed);
+        // On the new clock from the first picture at the place the drag began.
+        const auto span = engine.queues().videoSpan();
+        QVERIFY(dec.lastSeekTarget >= before && dec.lastSeekTarget < before + 0.05);
+        QVERIFY2(std::abs(span.oldest - std::ceil(dec.lastSeekTarget * Fps - 1e-6) / Fps / speed) < 1e-6,
+                 qPrintable(QStringLiteral("%1 %2 %3").arg(span.oldest).arg(dec.lastSeekTarget).arg(speed)));
+        QVERIFY(engine.position() >= before - 1e-9);
+    }
+
     void soundOnlySourceKeepsTimeByItsSound()
     {
         OVPlaybackEngine engine([this] { return m_now; });
