@@ -322,16 +322,18 @@ private Q_SLOTS:
             while (!stop.load()) {
                 ring.applyFlush();
                 double stamped = -1.0;
-                const bool hasTime = ring.timeAtRead(2, 48000, &stamped);
-                const std::size_t n =
-                    OVAudioOut::fillBuffer(ring, out.data(), 256, 1.0, false);
+                // As the real callback: nothing is read before its time is known (the sound may
+                // arrive between the two calls).
+                const std::size_t n = ring.timeAtRead(2, 48000, &stamped)
+                                          ? OVAudioOut::fillBuffer(ring, out.data(), 256, 1.0, false)
+                                          : 0;
                 if (n == 0) {
                     QThread::usleep(100);
                     continue;
                 }
                 consumed += n;
                 // Reads fall on buffer starts, where the stamp is the buffer's own time.
-                if (!hasTime || std::abs(stamped - out[0] * 0.01) > 1e-9)
+                if (std::abs(stamped - out[0] * 0.01) > 1e-9)
                     ++wrongTimes;
                 for (qint16 v : out) {
                     if (v != out[0])
