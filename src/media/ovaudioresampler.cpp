@@ -1,5 +1,6 @@
 #include "media/ovaudioresampler.h"
 
+#include "media/ovffmpeg.h"
 #include "media/ovmedialogging.h"
 
 extern "C" {

@@ -1,5 +1,6 @@
 #include "media/ovmediainfo.h"
 
+#include "media/ovffmpeg.h"
 #include "media/ovmedialogging.h"
 #include "media/ovvideoconverter.h"
 
@@ -38,6 +39,7 @@ QByteArray nativePath(const QString &path)
 // Error 1: the file cannot be opened; 2: its streams cannot be understood.
 OV::Error openInput(const QString &path, AVFormatContext **result)
 {
+    ffmpegSetUp();
     AVFormatContext *format = avformat_alloc_context();
     if (!format)
         return OV::Error(1, QStringLiteral("Cannot open input file"));
@@ -175,6 +177,7 @@ OV::Error OVMediaInfo::probeJson(const QString &path, QJsonObject *json)
 
 double OVMediaInfo::probeDuration(const QString &path)
 {
+    ffmpegSetUp();
     AVFormatContext *format = avformat_alloc_context();
     if (!format)
         return -1.0;

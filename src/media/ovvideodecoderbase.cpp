@@ -1,5 +1,6 @@
 #include "media/ovvideodecoderbase.h"
 
+#include "media/ovffmpeg.h"
 #include "media/ovmedialogging.h"
 #include "media/ovmediasource.h"
 
@@ -375,6 +376,7 @@ int OVVideoDecoderBase::startUp()
         return NoSourceError;
     }
 
+    ffmpegSetUp();
     m_formatContext = avformat_alloc_context();
     if (!m_formatContext) {
         qCWarning(lcMedia) << "avformat_alloc_context failed";
