@@ -1,4 +1,3 @@
 #include "media/ovmedialogging.h"
 
 Q_LOGGING_CATEGORY(lcMedia, "kavot.media", QtInfoMsg)
-

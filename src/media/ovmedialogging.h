@@ -6,4 +6,3 @@
 // off unless asked for, e.g. QT_LOGGING_RULES="kavot.media.debug=true"; info and above always
 // reach the log.
 Q_DECLARE_LOGGING_CATEGORY(lcMedia)
-

@@ -512,101 +512,102 @@ void OVVideoDecoderBase::readLoop()
 
     bool first = true;
     bool failed = false;
-    bool endOfFile = false;
     qint64 packets = 0;
-    // A seek taken while the decoders gave up their last frames (a speed change near the end is
-    // one) is still to be carried out: the run reads on from its target instead of ending short.
-    for (;;) {
-        while (!failed) {
-            if (m_shouldStop.load()) {
-                qCDebug(lcMedia) << "Should stop is true, line:" << __LINE__;
-                break;
-            }
-            double target = -1.0;
-            {
-                QMutexLocker lock(&m_mutex);
-                std::swap(target, m_pendingSeek);
-            }
-            if (target >= 0.0) {
-                performSeek(target);
-            } else if (m_seekLandedLate) {
-                m_seekLandedLate = false;
-                ++m_seekRetries;
-                const double margin = kFirstSeekMargin * double(1 << (2 * (m_seekRetries - 1)));
-                qCDebug(lcMedia) << "Seek to" << m_seekTarget << "landed late; again from" << margin << "s before";
-                seekTo(m_seekTarget, margin);
-            }
-
-            if (m_packetLimit > 0 && packets >= m_packetLimit) {
-                // A bounded run ends as if stopped: it did not reach the end of the stream.
-                m_shouldStop = true;
-                break;
-            }
-            const int err = av_read_frame(m_formatContext, packet);
-            if (err < 0) {
-                if (m_shouldStop.load())
-                    break;
-                const AVIOContext *pb = m_formatContext->pb;
-                if (err != AVERROR_EOF && pb && pb->error < 0 && pb->error != AVERROR_EOF) {
-                    const QString reason = ffmpegErrorText(pb->error);
-                    qCWarning(lcMedia) << "Reading" << sourceName() << "failed:" << reason;
-                    setError(ReadError, QStringLiteral("Error reading input\nError: %1").arg(reason));
-                    m_shouldStop = true;
-                    failed = true;
-                    break;
-                }
-                // A demuxer that cannot make sense of what follows has nothing more to give, as at
-                // the end.
-                if (err != AVERROR_EOF)
-                    qCInfo(lcMedia) << "av_read_frame ended with" << ffmpegErrorText(err);
-                endOfFile = true;
-                break;
-            }
-            ++packets;
-            if (first) {
-                qCDebug(lcMedia) << "First pkg is at:" << packet->pts << packet->dts << "stream" << packet->stream_index;
-                first = false;
-            }
-
-            if (packet->stream_index == m_videoStreamIndex) {
-                failed = !decodePacket(m_videoCodec, packet, nullptr);
-            } else {
-                auto it = m_audioStreams.find(packet->stream_index);
-                if (it != m_audioStreams.end() && !it->second.leftOut)
-                    failed = !decodePacket(it->second.codec, packet, &it->second);
-            }
-            av_packet_unref(packet);
-        }
-
-        // The decoders hold back their last frames until told that no more packets come.
-        if (endOfFile && !failed && !m_shouldStop.load()) {
-            if (m_videoCodec)
-                failed = !decodePacket(m_videoCodec, nullptr, nullptr);
-            for (auto it = m_audioStreams.begin(); !failed && it != m_audioStreams.end(); ++it) {
-                if (!it->second.leftOut)
-                    failed = !decodePacket(it->second.codec, nullptr, &it->second);
-            }
-            // A short file can end before the refusals add up: one whose codec refused every packet
-            // of what was to be played has not been played.
-            if (!failed && m_videoCodec && !m_videoDecodedAny && m_videoRefusedInARow > 0) {
-                failed = !decodingFailed(m_lastRefusal, true);
-            } else if (!failed && !m_videoCodec) {
-                bool any = false;
-                for (const auto &entry : m_audioStreams)
-                    any = any || entry.second.decodedAny || entry.second.refusedInARow == 0;
-                if (!any)
-                    failed = !decodingFailed(m_lastRefusal, false);
-            }
-        }
-        if (!endOfFile || failed || m_shouldStop.load() || !isSeekPending())
+    while (!failed) {
+        if (m_shouldStop.load()) {
+            qCDebug(lcMedia) << "Should stop is true, line:" << __LINE__;
             break;
-        endOfFile = false;
+        }
+        double target = -1.0;
+        {
+            QMutexLocker lock(&m_mutex);
+            std::swap(target, m_pendingSeek);
+        }
+        if (target >= 0.0) {
+            performSeek(target);
+        } else if (m_seekLandedLate) {
+            m_seekLandedLate = false;
+            ++m_seekRetries;
+            const double margin = kFirstSeekMargin * double(1 << (2 * (m_seekRetries - 1)));
+            qCDebug(lcMedia) << "Seek to" << m_seekTarget << "landed late; again from" << margin << "s before";
+            seekTo(m_seekTarget, margin);
+        }
+
+        if (m_packetLimit > 0 && packets >= m_packetLimit) {
+            // A bounded run ends as if stopped: it did not reach the end of the stream.
+            m_shouldStop = true;
+            break;
+        }
+        const int err = av_read_frame(m_formatContext, packet);
+        if (err < 0) {
+            if (m_shouldStop.load())
+                break;
+            const AVIOContext *pb = m_formatContext->pb;
+            if (err != AVERROR_EOF && pb && pb->error < 0 && pb->error != AVERROR_EOF) {
+                const QString reason = ffmpegErrorText(pb->error);
+                qCWarning(lcMedia) << "Reading" << sourceName() << "failed:" << reason;
+                setError(ReadError, QStringLiteral("Error reading input\nError: %1").arg(reason));
+                m_shouldStop = true;
+                failed = true;
+                break;
+            }
+            // A demuxer that cannot make sense of what follows has nothing more to give, as at
+            // the end.
+            if (err != AVERROR_EOF)
+                qCInfo(lcMedia) << "av_read_frame ended with" << ffmpegErrorText(err);
+            failed = !drainAtEnd();
+            // A seek taken in the hooks of those last frames (a speed change near the end is
+            // one) is still to be carried out: the run reads on from its target instead of
+            // ending short.
+            if (!failed && !m_shouldStop.load() && isSeekPending())
+                continue;
+            break;
+        }
+        ++packets;
+        if (first) {
+            qCDebug(lcMedia) << "First pkg is at:" << packet->pts << packet->dts << "stream" << packet->stream_index;
+            first = false;
+        }
+
+        if (packet->stream_index == m_videoStreamIndex) {
+            failed = !decodePacket(m_videoCodec, packet, nullptr);
+        } else {
+            auto it = m_audioStreams.find(packet->stream_index);
+            if (it != m_audioStreams.end() && !it->second.leftOut)
+                failed = !decodePacket(it->second.codec, packet, &it->second);
+        }
+        av_packet_unref(packet);
     }
+
     if (failed) {
         nameSourceInError();
         Q_EMIT errorRaised();
     }
     av_packet_free(&packet);
+}
+
+bool OVVideoDecoderBase::drainAtEnd()
+{
+    // The decoders hold back their last frames until told that no more packets come.
+    bool failed = false;
+    if (m_videoCodec)
+        failed = !decodePacket(m_videoCodec, nullptr, nullptr);
+    for (auto it = m_audioStreams.begin(); !failed && it != m_audioStreams.end(); ++it) {
+        if (!it->second.leftOut)
+            failed = !decodePacket(it->second.codec, nullptr, &it->second);
+    }
+    // A short file can end before the refusals add up: one whose codec refused every packet
+    // of what was to be played has not been played.
+    if (!failed && m_videoCodec && !m_videoDecodedAny && m_videoRefusedInARow > 0) {
+        failed = !decodingFailed(m_lastRefusal, true);
+    } else if (!failed && !m_videoCodec) {
+        bool any = false;
+        for (const auto &entry : m_audioStreams)
+            any = any || entry.second.decodedAny || entry.second.refusedInARow == 0;
+        if (!any)
+            failed = !decodingFailed(m_lastRefusal, false);
+    }
+    return !failed;
 }
 
 bool OVVideoDecoderBase::decodePacket(AVCodecContext *codec, const AVPacket *packet, OVAudioStream *audio)

@@ -174,6 +174,9 @@ private:
 
     int startUp();
     void readLoop();
+    // Gives the decoders' held-back last frames to the hooks at the end of the file; false when
+    // decoding failed (a stream whose every packet was refused has not been played).
+    bool drainAtEnd();
     void performSeek(double target);
     // Positions the demuxer `margin` seconds before `target` and readies the codecs for frames
     // from `target` on.
