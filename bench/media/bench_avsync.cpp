@@ -10,6 +10,7 @@
 //   bench_avsync [seconds per speed]    (default 600; KAVOT_BENCH_AVSYNC_SECONDS likewise)
 #include "app/ovplayercanvas.h"
 #include "media/ovaudioout.h"
+#include "media/ovaudiosystem.h"
 #include "media/ovvideoplayer.h"
 
 #include "../../tests/media/mediatesthelper.h"
@@ -325,8 +326,8 @@ int main(int argc, char **argv)
         return 1;
     }
 
-    if (Pa_Initialize() != paNoError) {
-        fprintf(stderr, "PortAudio does not start\n");
+    if (!OVAudioSystem::waitUntilReady()) {
+        fprintf(stderr, "PortAudio does not start: %s\n", qPrintable(OVAudioSystem::unavailableReason()));
         server.stop();
         return 1;
     }
@@ -365,7 +366,6 @@ int main(int argc, char **argv)
                 run.r.beeps, run.r.flashes, run.r.pairs, run.r.mean, run.r.p95, run.r.maxAbs, run.r.driftPerMin);
         fflush(stdout);
     }
-    Pa_Terminate();
     server.stop();
     bool ok = true;
     for (const Run &run : runs) {

@@ -18,6 +18,7 @@
 #include "kavotversion.h"
 #include "log/nxlog.h"
 #include "log/nxlogwidget.h"
+#include "media/ovaudioout.h"
 #include "media/ovvideoplayer.h"
 #include "project/history.h"
 #include "project/label.h"
@@ -135,6 +136,12 @@ KVMainWindow::KVMainWindow(OVSettings *settings, QWidget *parent)
         onPlayerInitFinished(code);
     });
     connect(m_player, &OVPlayerPanel::playbackFailed, this, &KVMainWindow::onPlaybackFailed);
+    // Coding goes on in silence; the coder must know the silence is not the recording's.
+    connect(m_player->player()->audioOut(), &OVAudioOut::unavailable, this, [this](const QString &reason) {
+        const QString text = tr("Playing without sound: %1.").arg(reason);
+        qCInfo(lcApp).noquote() << text;
+        statusBar()->showMessage(text, StatusMessageMs);
+    });
     connect(m_player->player(), &OVVideoPlayer::stateChanged, this, [this] {
         // Playing again after a failure: the position moves, so keys may code again.
         const OVVideoPlayer::State state = m_player->player()->state();

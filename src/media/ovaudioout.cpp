@@ -2,6 +2,7 @@
 
 #include "media/ovaudioplayerinterface.h"
 #include "media/ovaudiosync.h"
+#include "media/ovaudiosystem.h"
 #include "media/ovmedialogging.h"
 #include "media/ovplaybackclock.h"
 
@@ -40,24 +41,20 @@ OVAudioOut::OVAudioOut(QObject *parent)
     : QObject(parent), m_ring(static_cast<std::size_t>(RingSeconds * RingRate) * Channels),
       m_scratch(std::make_unique<qint16[]>(ScratchFrames * Channels))
 {
-    const PaError err = Pa_Initialize();
-    m_paInitialised = err == paNoError;
-    if (!m_paInitialised)
-        reportNoDevice("Pa_Initialize failed", QString::fromUtf8(Pa_GetErrorText(err)));
+    // The device scan runs while the user is still choosing what to open.
+    OVAudioSystem::startInBackground();
 }
 
 OVAudioOut::~OVAudioOut()
 {
     close();
-    if (m_paInitialised)
-        Pa_Terminate();
 }
 
-void OVAudioOut::reportNoDevice(const char *what, const QString &detail)
+void OVAudioOut::reportNoSound(const QString &reason, const QString &detail)
 {
-    if (s_noDeviceReported.exchange(true))
-        return;
-    qCWarning(lcMedia) << "AudioOut: no sound output, playback stays silent." << what << detail;
+    if (!s_noDeviceReported.exchange(true))
+        qCWarning(lcMedia).noquote() << "AudioOut: no sound output, playback stays silent:" << reason << detail;
+    Q_EMIT unavailable(reason);
 }
 
 void OVAudioOut::setPlayer(OVAudioPlayerInterface *player)
@@ -86,22 +83,18 @@ bool OVAudioOut::open(int sampleRate, double suggestedLatency)
     m_underflows.store(0, std::memory_order_relaxed);
     m_sampleRate = sampleRate;
 
-    if (!m_paInitialised) {
-        reportNoDevice("PortAudio is not initialised", QString());
-        return false;
-    }
     if (sampleRate <= 0) {
         qCWarning(lcMedia) << "AudioOut: invalid sample rate:" << sampleRate;
         return false;
     }
-    const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
-    if (device == paNoDevice) {
-        reportNoDevice("Pa_GetDefaultOutputDevice found none", QString());
+    if (!OVAudioSystem::waitUntilReady()) {
+        reportNoSound(OVAudioSystem::unavailableReason(), QString());
         return false;
     }
-    const PaDeviceInfo *info = Pa_GetDeviceInfo(device);
+    const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
+    const PaDeviceInfo *info = device == paNoDevice ? nullptr : Pa_GetDeviceInfo(device);
     if (!info) {
-        reportNoDevice("Pa_GetDeviceInfo failed", QString::number(device));
+        reportNoSound(tr("no sound output device was found"), QStringLiteral("(default output: %1)").arg(device));
         return false;
     }
 
@@ -118,7 +111,8 @@ bool OVAudioOut::open(int sampleRate, double suggestedLatency)
     PaError err = Pa_OpenStream(&stream, nullptr, &params, sampleRate, FramesPerBuffer, paClipOff,
                                 &OVAudioOutCallbacks::stream, this);
     if (err != paNoError) {
-        reportNoDevice("Pa_OpenStream failed:", QString::fromUtf8(Pa_GetErrorText(err)));
+        reportNoSound(tr("the sound device refused to play (%1)").arg(QString::fromUtf8(Pa_GetErrorText(err))),
+                      QString::fromUtf8(info->name));
         return false;
     }
     err = Pa_SetStreamFinishedCallback(stream, &OVAudioOutCallbacks::finished);

@@ -23,8 +23,9 @@ class OVPlaybackClock;
 // it follows a clock, else through fillBuffer() (gain applied again on exit). The callback never
 // locks, allocates or logs: gain, mute and the stopped flag are atomics.
 //
-// Without a usable sound device the output stays closed, which is reported once in the log;
-// playback is then silent and the player's wall clock is unaffected.
+// Without a usable sound device the output stays closed, which is reported once in the log and
+// each time through unavailable(); playback is then silent and the player's wall clock is
+// unaffected. PortAudio is started once per process, in the background (see OVAudioSystem).
 class OVAudioOut : public QObject
 {
     Q_OBJECT
@@ -46,6 +47,7 @@ public:
 
     // Opens the default output at sampleRate; closes any stream open before. False (and a
     // closed output) when there is no device or PortAudio refuses. The ring keeps its contents.
+    // The first open may wait for the device scan, up to OVAudioSystem::StartWaitMs.
     // The suggested latency is the device's default low output latency unless one is given
     // (seconds, > 0).
     bool open(int sampleRate, double suggestedLatency = 0.0);
@@ -90,6 +92,10 @@ public:
     // gap in the sound, made up afterwards).
     quint64 underflows() const { return m_underflows.load(std::memory_order_relaxed); }
 
+Q_SIGNALS:
+    // open() found no way to play sound; reason is in words for the user.
+    void unavailable(const QString &reason);
+
 public Q_SLOTS:
     void onPlayerInitFinished(int errorcode);
     void onPlayerFinished();
@@ -101,10 +107,9 @@ private:
     // One callback's work, on PortAudio's thread.
     void process(qint16 *out, unsigned long frames, double dacTime, double currentTime,
                  bool underflow);
-    void reportNoDevice(const char *what, const QString &detail);
+    void reportNoSound(const QString &reason, const QString &detail);
 
     void *m_stream = nullptr;
-    bool m_paInitialised = false;
     int m_sampleRate = 0;
     OVAudioRing m_ring;
     quint64 m_ringReadAtOpen = 0;

@@ -11,6 +11,7 @@
 #include <QtTest>
 
 #include <signal.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -228,6 +229,34 @@ private Q_SLOTS:
         QVERIFY(terminate(again)); // the question is answered "no": the work is put aside, not lost
         QVERIFY(box.log().contains("Unsaved work declined; its journal was kept as"));
         QCOMPARE(QDir(box.dataDir()).entryList({ "journal-*.kvj" }).size(), 1);
+    }
+
+    // A sound device scan that never ends (here an ALSA device reading a pipe nobody writes to;
+    // on users' machines JACK's lock left taken by a killed program) once kept every start of
+    // Kavot from showing a window, and a SIGTERM from being heard.
+    void startsPlaysAndEndsWhileTheSoundScanHangs()
+    {
+        Sandbox box;
+        const QString pipe = box.path("never-written");
+        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        QFile rc(box.path(".asoundrc")); // the sandbox is the home folder
+        QVERIFY(rc.open(QIODevice::WriteOnly));
+        rc.write(QStringLiteral("pcm.hangs {\n type file\n slave.pcm \"null\"\n file \"/dev/null\"\n infile \"%1\"\n}\n")
+                     .arg(pipe)
+                     .toUtf8());
+        rc.close();
+        box.setEnv("PULSE_SERVER", "unix:" + box.path("no-server"));
+        const QString video = box.path("clip.mp4");
+        QProcess ffmpeg;
+        ffmpeg.start("ffmpeg", { "-v", "error", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=5", "-f", "lavfi", "-i",
+                                 "sine", "-t", "2", "-y", video });
+        QVERIFY(ffmpeg.waitForFinished(60000) && ffmpeg.exitCode() == 0);
+
+        QProcess *app = box.start({ video });
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("Journal started at"), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(box.log().contains("Playing without sound: the sound system did not answer within 10 s."), 30000);
+        QVERIFY(terminate(app));
+        QVERIFY(box.log().contains("Application finished"));
     }
 
     void startsDespiteBadSurroundings_data()
