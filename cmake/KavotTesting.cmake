@@ -1,12 +1,13 @@
 # kv_add_qtest(<name> SOURCES <files...> LIBS <targets...> [LABELS <labels...>] [TIMEOUT <s>])
-# One Qt Test executable registered with CTest. Tests run headless and with a private data
-# folder so they never touch the user's settings, log or projects.
+# One Qt Test executable registered with CTest. Tests run headless, with a private data folder
+# so they never touch the user's settings, log or projects, and with a /dev/shm of their own so
+# that sound libraries' machine-wide locks neither stop them nor are left taken by them.
 function(kv_add_qtest name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE Qt6::Test ${ARG_LIBS})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
-  add_test(NAME ${name} COMMAND ${name})
+  add_test(NAME ${name} COMMAND ${CMAKE_SOURCE_DIR}/scripts/run-with-own-shm.sh $<TARGET_FILE:${name}>)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
