@@ -87,18 +87,23 @@ void OVAudioSystem::startInBackground()
     }
 }
 
-bool OVAudioSystem::waitUntilReady(int timeoutMs)
+bool OVAudioSystem::waitUntilReady(int timeoutMs, const std::function<bool()> &stop)
 {
     startInBackground();
     Shared &s = shared();
     std::unique_lock<std::mutex> lock(s.mutex);
-    if (s.state == Starting && s.waitedInVain == 0) {
-        if (!s.changed.wait_until(lock, s.started + std::chrono::milliseconds(timeoutMs),
-                                  [&s] { return s.state != Starting; })) {
+    const auto deadline = s.started + std::chrono::milliseconds(timeoutMs);
+    // In slices, so that a waiter asked to stop is not held up by a scan that hangs.
+    constexpr auto Slice = std::chrono::milliseconds(50);
+    while (s.state == Starting && s.waitedInVain == 0 && !(stop && stop())) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= deadline) {
             s.waitedInVain = std::max(1, timeoutMs);
             qCWarning(lcMedia) << "AudioSystem: the sound device scan has not ended" << timeoutMs
                                << "ms after it began; going on without sound";
+            break;
         }
+        s.changed.wait_until(lock, std::min(deadline, now + Slice));
     }
     logOutcomeOnce(s);
     return s.state == Ready;

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <functional>
+
 // PortAudio for the whole process, started once, on a thread of its own.
 //
 // Starting PortAudio scans every sound device the system knows of, and a scan can hang for good:
@@ -22,10 +24,10 @@ public:
 
     // Starts the scan unless it was started before; returns at once.
     static void startInBackground();
-    // Starts the scan if needed and waits for it until timeoutMs after it began; true when
-    // PortAudio can be used. Once a wait has run out, later calls do not wait again: they take
-    // the state as it is.
-    static bool waitUntilReady(int timeoutMs = StartWaitMs);
+    // Starts the scan if needed and waits for it until timeoutMs after it began, or until stop
+    // says so; true when PortAudio can be used. Once a wait has run out, later calls do not wait
+    // again: they take the state as it is.
+    static bool waitUntilReady(int timeoutMs = StartWaitMs, const std::function<bool()> &stop = {});
     static State state();
     // Why there is no sound, in words for the user ("" while the scan is fine or running within
     // its bound).

@@ -1,6 +1,7 @@
 #include "media/ovvideoplayer.h"
 
 #include "media/ovaudioout.h"
+#include "media/ovaudiosystem.h"
 #include "media/ovfilemediasource.h"
 #include "media/ovmedialogging.h"
 #include "media/ovtimestretch.h"
@@ -462,6 +463,10 @@ int OVVideoPlayer::initDecoding(AVFormatContext *, AVStream *videoStream, AVCode
         }
         stream.gain = m_engine.volume();
     }
+    // The device scan may still run (it starts with the player). It is waited for here, off the
+    // GUI thread: the window stays live, and the run begins with sound or knowingly without.
+    if (chosen >= 0 && m_audioOutEnabled.load())
+        OVAudioSystem::waitUntilReady(OVAudioSystem::StartWaitMs, [this] { return shouldStop(); });
     m_audioStreamIndex = chosen;
     m_hasVideo = videoCodec != nullptr;
     m_engine.begin(videoCodec != nullptr, startOffset(), nullptr);
