@@ -70,7 +70,10 @@
 
 namespace {
 constexpr int StatusMessageMs = 8000;
+// The status bar keeps the light chrome of the menu bar: on the black window its text was black
+// on black.
 const char *kStyleSheet = "KVMainWindow { background-color: black; }"
+                          "QStatusBar { background-color: palette(window); color: palette(window-text); }"
                           "QSplitter::handle:horizontal { background-color: rgb(89, 89, 89); }"
                           "QSplitter::handle:vertical { background-color: rgb(89, 89, 89); }";
 

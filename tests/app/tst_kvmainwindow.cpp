@@ -35,6 +35,7 @@
 #include <QPushButton>
 #include <QSplitter>
 #include <QSplitterHandle>
+#include <QStatusBar>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -121,6 +122,31 @@ private Q_SLOTS:
         QVERIFY(w.isProjectModified());
         QVERIFY(w.windowTitle().contains("[*]"));
         QVERIFY(w.isWindowModified());
+    }
+
+    // The window is black; its status bar once drew every message in black on it.
+    void statusMessagesCanBeRead()
+    {
+        TestWindow w(nullptr);
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        w.statusBar()->showMessage("Playing without sound: the sound system did not answer within 10 s.");
+        QCoreApplication::processEvents();
+        const QImage image = w.grab(w.statusBar()->geometry()).toImage(); // with the window behind it
+        QVERIFY(!image.isNull());
+        // The most common shade is the background; the text must stand out from it.
+        QHash<int, int> shades;
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x)
+                ++shades[qGray(image.pixel(x, y))];
+        int background = 0;
+        for (auto it = shades.cbegin(); it != shades.cend(); ++it)
+            if (it.value() > shades.value(background))
+                background = it.key();
+        int contrast = 0;
+        for (auto it = shades.cbegin(); it != shades.cend(); ++it)
+            contrast = std::max(contrast, std::abs(it.key() - background));
+        QVERIFY2(contrast > 120, qPrintable(QString("text differs from the background by %1 of 255").arg(contrast)));
     }
 
     void closingAsksAboutUnsavedChanges_data()
