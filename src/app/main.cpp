@@ -6,6 +6,7 @@
 #include "app/ovterminationwatcher.h"
 #include "kavotversion.h"
 #include "log/nxlog.h"
+#include "media/ovaudiosystem.h"
 #include "settings/ovsettings.h"
 
 #include <QDateTime>
@@ -18,10 +19,15 @@
 #include <QSysInfo>
 #include <QTimer>
 
+#include <cstdio>
+#include <cstdlib>
+
 namespace {
 
 // How long a start waits for the lock of an instance that took nothing it was handed.
 constexpr int TakeOverWaitMs = 10000;
+// How long the end waits for a sound device scan that is still running.
+constexpr int ScanEndWaitMs = 3000;
 
 QString osInfo()
 {
@@ -202,7 +208,19 @@ int main(int argc, char *argv[])
         settings.saveNow();
     }
     QFile::remove(sessionMarker);
+    // A sound device scan still running races the sound libraries' teardown at exit (seen as an
+    // abort inside GLib's type system when Kavot was ended within a second of its start). It is
+    // given a moment; one that hangs is left behind by ending without any teardown, everything
+    // of ours being saved and closed by now.
+    const bool scanEnded = OVAudioSystem::waitForScanToEnd(ScanEndWaitMs);
+    if (!scanEnded)
+        qCWarning(lcApp) << "The sound device scan has not ended; Kavot ends without waiting for it";
     qCInfo(lcApp) << "Application finished";
     NXLog::uninstall();
+    if (!scanEnded) {
+        app.releaseSingleInstance();
+        std::fflush(nullptr);
+        std::_Exit(exitCode);
+    }
     return exitCode;
 }

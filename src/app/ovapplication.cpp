@@ -34,6 +34,15 @@ OVApplication::~OVApplication()
         m_server->close();
 }
 
+void OVApplication::releaseSingleInstance()
+{
+    if (m_server)
+        m_server->close();
+    if (m_lock)
+        m_lock->unlock();
+    m_primary = false;
+}
+
 QString OVApplication::instanceSocketPath()
 {
     return runtimeFolder() + QStringLiteral("/kavot-instance.sock");

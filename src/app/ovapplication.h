@@ -27,6 +27,8 @@ public:
     // cannot be made at all (no runtime folder) does not stop Kavot: it runs without the check.
     bool claimSingleInstance(int waitMs = 200);
     bool isPrimaryInstance() const { return m_primary; }
+    // Lets the next start take over at once: for an end that skips the usual teardown.
+    void releaseSingleInstance();
     // Delivers each message to the running instance; true only when it confirmed having them.
     bool sendMessages(const QStringList &messages, int timeoutMs = 5000);
     // The process holding the instance lock, 0 when unknown.

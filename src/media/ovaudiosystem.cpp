@@ -109,6 +109,13 @@ bool OVAudioSystem::waitUntilReady(int timeoutMs, const std::function<bool()> &s
     return s.state == Ready;
 }
 
+bool OVAudioSystem::waitForScanToEnd(int waitMs)
+{
+    Shared &s = shared();
+    std::unique_lock<std::mutex> lock(s.mutex);
+    return s.changed.wait_for(lock, std::chrono::milliseconds(std::max(0, waitMs)), [&s] { return s.state != Starting; });
+}
+
 OVAudioSystem::State OVAudioSystem::state()
 {
     Shared &s = shared();

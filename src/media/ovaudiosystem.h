@@ -28,6 +28,10 @@ public:
     // says so; true when PortAudio can be used. Once a wait has run out, later calls do not wait
     // again: they take the state as it is.
     static bool waitUntilReady(int timeoutMs = StartWaitMs, const std::function<bool()> &stop = {});
+    // Waits up to waitMs for a scan that is running to end, whatever happened to earlier waits;
+    // true when none runs any more. Before the process ends: a scan still running races the
+    // sound libraries' own teardown.
+    static bool waitForScanToEnd(int waitMs);
     static State state();
     // Why there is no sound, in words for the user ("" while the scan is fine or running within
     // its bound).
