@@ -8,6 +8,11 @@ function(kv_add_qtest name)
   target_link_libraries(${name} PRIVATE Qt6::Test ${ARG_LIBS})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
   add_test(NAME ${name} COMMAND ${CMAKE_SOURCE_DIR}/scripts/run-with-own-shm.sh $<TARGET_FILE:${name}>)
+  # The runtime folder exists, with the rights a session gives it: Qt does not make its parents,
+  # and without it the single-instance lock and the sound server have no place.
+  set(_run ${CMAKE_BINARY_DIR}/testdata/${name}/run)
+  file(MAKE_DIRECTORY ${_run})
+  file(CHMOD ${_run} DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
