@@ -30,8 +30,7 @@ OVApplication::OVApplication(int &argc, char **argv) : QApplication(argc, argv) 
 
 OVApplication::~OVApplication()
 {
-    if (m_server)
-        m_server->close();
+    releaseSingleInstance();
 }
 
 void OVApplication::releaseSingleInstance()

@@ -2,6 +2,7 @@
 // what a user and a desktop session see: log lines, single-instance hand-off, crash reports.
 #include "app/ovcommandline.h"
 #include "appsandbox.h"
+#include "hangingsounddevice.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,7 +12,6 @@
 #include <QtTest>
 
 #include <signal.h>
-#include <sys/stat.h>
 
 namespace {
 
@@ -231,20 +231,12 @@ private Q_SLOTS:
         QCOMPARE(QDir(box.dataDir()).entryList({ "journal-*.kvj" }).size(), 1);
     }
 
-    // A sound device scan that never ends (here an ALSA device reading a pipe nobody writes to;
-    // on users' machines JACK's lock left taken by a killed program) once kept every start of
-    // Kavot from showing a window, and a SIGTERM from being heard.
+    // A sound device scan that never ends once kept every start of Kavot from showing a window,
+    // and a SIGTERM from being heard.
     void startsPlaysAndEndsWhileTheSoundScanHangs()
     {
         Sandbox box;
-        const QString pipe = box.path("never-written");
-        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
-        QFile rc(box.path(".asoundrc")); // the sandbox is the home folder
-        QVERIFY(rc.open(QIODevice::WriteOnly));
-        rc.write(QStringLiteral("pcm.hangs {\n type file\n slave.pcm \"null\"\n file \"/dev/null\"\n infile \"%1\"\n}\n")
-                     .arg(pipe)
-                     .toUtf8());
-        rc.close();
+        QVERIFY(!makeHangingSoundDevice(box.path(".")).isEmpty()); // the sandbox is the home folder
         box.setEnv("PULSE_SERVER", "unix:" + box.path("no-server"));
         const QString video = box.path("clip.mp4");
         QProcess ffmpeg;

@@ -1,6 +1,7 @@
 #include "media/ovaudioout.h"
 #include "media/ovaudiosystem.h"
 #include "media/ovvideoplayer.h"
+#include "hangingsounddevice.h"
 #include "mediatesthelper.h"
 
 #include <QElapsedTimer>
@@ -13,13 +14,10 @@
 #include <algorithm>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-// A device scan that hangs, as on a machine where a killed program left JACK's lock taken. Here
-// the hanging device is an ALSA capture device whose input is a named pipe nobody writes to:
-// opening it blocks until a writer comes. PortAudio scans once per process, so this runs in a
-// process of its own, with that device in its only ALSA setup.
+// A device scan that hangs, as on a machine where a killed program left JACK's lock taken.
+// PortAudio scans once per process, so this runs in a process of its own.
 class TestOVAudioSystem : public QObject
 {
     Q_OBJECT
@@ -32,14 +30,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
-        m_pipe = m_home.filePath("never-written");
-        QCOMPARE(::mkfifo(QFile::encodeName(m_pipe).constData(), 0600), 0);
-        QFile rc(m_home.filePath(".asoundrc"));
-        QVERIFY(rc.open(QIODevice::WriteOnly));
-        rc.write(QStringLiteral("pcm.hangs {\n type file\n slave.pcm \"null\"\n file \"/dev/null\"\n infile \"%1\"\n}\n")
-                     .arg(m_pipe)
-                     .toUtf8());
-        rc.close();
+        m_pipe = makeHangingSoundDevice(m_home.path());
+        QVERIFY(!m_pipe.isEmpty());
         qputenv("HOME", m_home.path().toLocal8Bit());
         qputenv("XDG_RUNTIME_DIR", m_home.path().toLocal8Bit());
         qputenv("PULSE_SERVER", QByteArray("unix:") + m_home.path().toLocal8Bit() + "/none");
